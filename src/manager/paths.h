@@ -19,6 +19,7 @@ inline constexpr QLatin1StringView liveConfigDir{"/media/service/korvane/applica
 inline constexpr QLatin1StringView factoryMenuDir{"/media/service/korvane/application/factory/menu/"};
 inline constexpr QLatin1StringView backupMenuDir{"/media/service/korvane/application/backup/menu/"};
 inline constexpr QLatin1StringView liveMenuDir{"/media/service/korvane/application/menu/"};
+inline constexpr QLatin1StringView menuArchive{"menu.tar"}; ///< its name in each of the three
 inline constexpr QLatin1StringView factoryMenu{
     "/media/service/korvane/application/factory/menu/menu.tar"};
 

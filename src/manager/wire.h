@@ -73,7 +73,7 @@ inline constexpr int dateTimeEpoch = 2000;     ///< year of value 0
 
 inline constexpr qsizetype serialLength = 0;       ///< set-serial: total length in bytes
 inline constexpr qsizetype serialText = 1;         ///< set-serial: first bytes of the text, UTF-8
-inline constexpr quint32 serialFirstFrameMax = 7; ///< bytes of the text in set-serial; the rest follows
+inline constexpr qsizetype serialFirstFrameMax = 7; ///< bytes of the text in set-serial; the rest follows
 
 // ---- P6 identifier fields
 inline constexpr Field p6Type{12, 4};            ///< message type
@@ -106,7 +106,7 @@ inline constexpr qsizetype framesToFollowOffset = 0;   ///< Record Start: number
 inline constexpr qsizetype blockNumberOffset = 1;      ///< Record Start: number of the record, 32 bits
 inline constexpr qsizetype recordStartSize = 5;        ///< Record Start: exact size
 inline constexpr qsizetype negotiationReplySize = 8;   ///< responses to Transfer Info and Initiate Transfer
-inline constexpr Field infoFlagField{1, 1};            ///< Transfer Info response, byte 0: receiver flag
+inline constexpr int infoFlagShift = 1;                ///< Transfer Info response, byte 0: receiver flag, whole
 inline constexpr Field infoFrameLimitHighField{0, 1};  ///< Transfer Info response, byte 0: bit 8 of the limit
 inline constexpr qsizetype infoFlagsOffset = 0;        ///< Transfer Info response: version, flag, high bit
 inline constexpr qsizetype infoFrameLimitOffset = 1;   ///< Transfer Info response: low 8 bits of the limit

@@ -1,0 +1,283 @@
+#include "canbusmanager.h"
+#include "log.h"
+#include "wire.h"
+
+#include <QtEndian>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+quint8 byteAt(QByteArrayView payload, qsizetype offset)
+{
+    return quint8(payload.at(offset));
+}
+
+quint32 numberAt(QByteArrayView payload, qsizetype offset)
+{
+    return qFromLittleEndian<quint32>(payload.data() + offset);
+}
+
+quint32 protocolVersionOf(QByteArrayView payload)
+{
+    return payload.size() > Wire::versionOffset
+        ? Wire::versionField.of(byteAt(payload, Wire::versionOffset))
+        : 0;
+}
+
+/// The CRC of a Record End or Transfer Complete; a payload of another size counts as CRC 0.
+quint32 receivedCrc(QByteArrayView payload)
+{
+    return payload.size() == Wire::crcSize ? numberAt(payload, 0) : 0;
+}
+
+} // namespace
+
+void CanBusManager::processP6CanMessage(QCanBusFrame frame)
+{
+    const quint32 id = frame.frameId();
+    const quint32 source = Wire::sourceNode.of(id);
+    const quint32 destination = Wire::destinationNode.of(id);
+    const quint32 type = Wire::p6Type.of(id);
+    qCDebug(logCategory) << "processP6CanCommand: Received P6 Frame srcID: " << source
+                         << " destID: " << destination << " p6Type: " << type
+                         << "cmdResp: " << Wire::p6CommandResponse.of(id);
+
+    if (source != Wire::nodeShipwright
+        || (destination != Wire::nodeDockhandAlt && destination != Wire::nodeDockhand))
+        return;
+
+    switch (type) {
+    case Wire::p6TransferInfo:
+        qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Transfer Info received";
+        processP6TransferInfoCommand(std::move(frame));
+        break;
+    case Wire::p6InitTransfer:
+        qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Initiate Transfer received";
+        processP6InitTransferCommand(std::move(frame));
+        break;
+    case Wire::p6RecordStart:
+        qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Record Start received";
+        processP6RecordStartCommand(std::move(frame));
+        break;
+    case Wire::p6RecordEnd:
+        qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Record End received";
+        processP6RecordEndCommand(std::move(frame));
+        break;
+    case Wire::p6TransferComplete:
+        qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Transfer Complete received";
+        processP6TransferCompleteCommand(std::move(frame));
+        break;
+    case Wire::p6DataFrame:
+        qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Data Frame received";
+        processP6DataFrameCommand(std::move(frame));
+        break;
+    default:
+        qCWarning(logCategory) << "processP6CanCommand: P6 Message Type received that is unknown: "
+                               << QString::number(type, 16);
+    }
+}
+
+void CanBusManager::sendP6ResposesMessage(quint32 src, quint32 dest, quint32 p6Type,
+                                          quint32 cmdResp, quint32 responseNum,
+                                          const QByteArray &data)
+{
+    const quint32 id = Wire::p6Id(src, dest, p6Type, cmdResp, responseNum);
+    qCDebug(logCategory) << "sendP6ResposesMessage: src: " << src << " dest: " << dest
+                         << " p6Type: " << p6Type << " cmdResp: " << cmdResp
+                         << " responseNum: " << responseNum
+                         << "frameId: " << QString::number(id, 16);
+    writeFrame(id, data);
+}
+
+void CanBusManager::processP6TransferInfoCommand(QCanBusFrame frame)
+{
+    const QByteArray inData = frame.payload();
+    qCDebug(logCategory) << "processP6TransferInfoCommand: ";
+    qCDebug(logCategory) << "processP6TransferInfoCommand: Protocol check";
+    qCDebug(logCategory) << "Payload size:" << inData.size() << "Hex:" << inData.toHex();
+
+    quint32 result = Wire::resultTransferInfoRejected;
+    if (inData.size() >= Wire::transferInfoMinSize
+        && protocolVersionOf(inData) == Wire::protocolVersion) {
+        qCDebug(logCategory) << "processP6TransferInfoCommand: Protocol Check Passed";
+        multiPacketTransfer.fileType = byteAt(inData, Wire::fileTypeOffset);
+        multiPacketTransfer.fileSize = numberAt(inData, Wire::fileSizeOffset);
+        qCDebug(logCategory) << "processP6TransferInfoCommand: FileSize:"
+                             << multiPacketTransfer.fileSize
+                             << "FileType:" << multiPacketTransfer.fileType;
+        result = Wire::resultSuccess;
+    }
+
+    qCDebug(logCategory) << "processP6TransferInfoCommand: packing the response data";
+    QByteArray response(Wire::negotiationReplySize, '\0');
+    char *const out = response.data();
+    qToLittleEndian(quint8(Wire::versionField.pack(Wire::protocolVersion)
+                           | quint32(multiPacketTransfer.infoFlag << Wire::infoFlagShift)
+                           | Wire::infoFrameLimitHighField.pack(
+                               multiPacketTransfer.infoFrameLimit >> 8)),
+                    out + Wire::infoFlagsOffset);
+    qToLittleEndian(quint8(multiPacketTransfer.infoFrameLimit), out + Wire::infoFrameLimitOffset);
+    qToLittleEndian(quint16(multiPacketTransfer.infoParam1), out + Wire::infoParam1Offset);
+    qToLittleEndian(quint16(multiPacketTransfer.infoParam2), out + Wire::infoParam2Offset);
+    qToLittleEndian(quint16(multiPacketTransfer.infoParam3), out + Wire::infoParam3Offset);
+
+    qCDebug(logCategory) << "processP6TransferInfoCommand: sending the response";
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6TransferInfo, 0, result,
+                          response);
+}
+
+void CanBusManager::processP6InitTransferCommand(QCanBusFrame frame)
+{
+    const QByteArray inData = frame.payload();
+    const quint32 version = protocolVersionOf(inData);
+    qCDebug(logCategory) << "processP6InitTransferCommand: ";
+    qCDebug(logCategory) << "processP6InitTransferCommand: Protocol check - inData.size"
+                         << inData.size() << "proto: " << version;
+
+    quint32 result = Wire::resultInitTransferRejected;
+    if (inData.size() == Wire::initTransferSize && version == Wire::protocolVersion) {
+        qCDebug(logCategory) << "processP6InitTransferCommand: Protocol Check Passed";
+        multiPacketTransfer.fileType = byteAt(inData, Wire::fileTypeOffset);
+        multiPacketTransfer.outputFilePath = getFilePathString(multiPacketTransfer.fileType);
+        multiPacketTransfer.numberOfBlocks = numberAt(inData, Wire::numberOfBlocksOffset);
+
+        // A file still open from an unfinished transfer is closed by its new name, with a
+        // warning of Qt's own.
+        multiPacketTransfer.outputFile.setFileName(multiPacketTransfer.outputFilePath);
+        if (multiPacketTransfer.outputFile.open(QIODevice::WriteOnly)) {
+            qCInfo(logCategory) << "Successfully initialized output file:"
+                                << multiPacketTransfer.outputFilePath;
+        } else {
+            qCCritical(logCategory) << "Failed to open output file for writing:"
+                                    << multiPacketTransfer.outputFile.errorString();
+        }
+        qCDebug(logCategory) << "Number of Blocks:" << multiPacketTransfer.numberOfBlocks
+                             << "FileType:" << multiPacketTransfer.fileType;
+        result = Wire::resultSuccess;
+    }
+
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6InitTransfer, 0, result,
+                          QByteArray(Wire::negotiationReplySize, '\0'));
+}
+
+void CanBusManager::processP6RecordStartCommand(QCanBusFrame frame)
+{
+    const QByteArray inData = frame.payload();
+    qCDebug(logCategory) << "processP6RecordStartCommand: ";
+    if (inData.size() == Wire::recordStartSize) {
+        multiPacketTransfer.transferInProgress = true;
+        multiPacketTransfer.framesToFollow = byteAt(inData, Wire::framesToFollowOffset);
+        multiPacketTransfer.blockDataLength =
+            qint32(multiPacketTransfer.framesToFollow * Wire::frameSize);
+        multiPacketTransfer.blockBuffer.fill('\0', multiPacketTransfer.blockDataLength);
+        multiPacketTransfer.expectedFrameNumber = 0;
+        multiPacketTransfer.currentBlockNumber = numberAt(inData, Wire::blockNumberOffset);
+        qCDebug(logCategory) << "Number of Frames to follow:" << multiPacketTransfer.framesToFollow
+                             << "Current Block Number:" << multiPacketTransfer.currentBlockNumber;
+    }
+
+    // A number of records of 0 makes this infinite or not a number, which the display can bear.
+    const double progress =
+        double(multiPacketTransfer.currentBlockNumber) / double(multiPacketTransfer.numberOfBlocks);
+    emit statusUpdated(
+        QStringLiteral("Receiving %1 File").arg(getFileTypeString(multiPacketTransfer.fileType)),
+        true, QStringLiteral("Empty String"), false, progress, true);
+}
+
+void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
+{
+    const quint32 frameNumber = Wire::p6FrameNumber.of(frame.frameId());
+    const QByteArray payload = frame.payload();
+    qCDebug(logCategory) << "processP6DataFrameCommand: Frame Number: " << frameNumber
+                         << "Payload Size: " << payload.size();
+
+    if (frameNumber != multiPacketTransfer.expectedFrameNumber)
+        return;
+    // Nothing outside of the announced record is written; its Record End reports the loss.
+    const qsizetype offset = frameNumber * Wire::frameSize;
+    if (payload.size() > Wire::frameSize
+        || offset + Wire::frameSize > multiPacketTransfer.blockBuffer.size())
+        return;
+
+    std::copy(payload.cbegin(), payload.cend(), multiPacketTransfer.blockBuffer.begin() + offset);
+    multiPacketTransfer.blockDataLength -= qint32(Wire::frameSize - payload.size());
+    multiPacketTransfer.expectedFrameNumber = frameNumber + 1;
+}
+
+void CanBusManager::processP6RecordEndCommand(QCanBusFrame frame)
+{
+    // The handlers keep the length within the buffer; being public, it may still be anything.
+    const quint32 length = quint32(std::clamp<qsizetype>(multiPacketTransfer.blockDataLength, 0,
+                                                         multiPacketTransfer.blockBuffer.size()));
+    const quint32 calculated = CalculateCRC32(multiPacketTransfer.blockBuffer, 0, length);
+    const quint32 received = receivedCrc(frame.payload());
+    qCDebug(logCategory) << "processP6RecordEndCommand: Caclulated CRC:" << calculated
+                         << "Received CRC:" << received;
+
+    QByteArray response(Wire::recordEndReplySize, Wire::recordRejected);
+    quint32 result = Wire::resultFailure;
+    if (calculated == received) {
+        response[0] = Wire::recordAccepted;
+        result = Wire::resultSuccess;
+        if (!multiPacketTransfer.outputFile.isOpen()) {
+            qCCritical(logCategory) << "Cannot write block data; output file is not open!";
+        } else {
+            const qint64 written = multiPacketTransfer.outputFile.write(
+                multiPacketTransfer.blockBuffer.constData(), length);
+            if (written == length) {
+                qCInfo(logCategory) << "Successfully appended" << written << "bytes to file.";
+                multiPacketTransfer.outputFile.flush();
+            } else {
+                qCWarning(logCategory)
+                    << "File write mismatch! Expected:" << multiPacketTransfer.blockBuffer.size()
+                    << "Written:" << written;
+            }
+        }
+    }
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6RecordEnd, 0, result,
+                          response);
+}
+
+void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
+{
+    const QString title =
+        QStringLiteral("Received %1 File").arg(getFileTypeString(multiPacketTransfer.fileType));
+    emit statusUpdated(title, true, QStringLiteral("Checking"), true, 1.0, true);
+
+    const quint32 received = receivedCrc(frame.payload());
+    if (multiPacketTransfer.outputFile.isOpen()) {
+        multiPacketTransfer.outputFile.close();
+        qCInfo(logCategory) << "processP6TransferCompleteCommand: File transfer complete. Output "
+                               "file closed cleanly.";
+    }
+    const quint32 calculated =
+        CalculateCRC32(multiPacketTransfer.outputFilePath, 0, long(multiPacketTransfer.fileSize));
+    qCInfo(logCategory) << "processP6TransferCompleteCommand: Received CRC: " << received
+                        << "Calculated CRC: " << calculated;
+
+    quint32 result = Wire::resultFailure;
+    if (calculated != received) {
+        qCCritical(logCategory) << "processP6TransferCompleteCommand: CRCs dont match!";
+    } else {
+        qCInfo(logCategory) << "processP6TransferCompleteCommand: CRCs match";
+        if (multiPacketTransfer.fileType == Wire::fileConfiguration) {
+            processReceivedConfigFile();
+        } else {
+            qCInfo(logCategory)
+                << "processP6TransferCompleteCommand: Unkown file type received";
+        }
+        result = Wire::resultSuccess;
+    }
+
+    QByteArray response(Wire::crcSize, '\0');
+    qToLittleEndian(calculated, response.data());
+    // The service tool gets its answer only when the installation has ended.
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6TransferComplete, 0,
+                          result, response);
+
+    // Shown after a mismatch too: the display does not tell the two apart.
+    emit statusUpdated(title, true, QStringLiteral("Done"), true, 1.0, true);
+    multiPacketTransfer.transferInProgress = false;
+}
