@@ -1,0 +1,39 @@
+set(DOCKHAND_SANDBOX "${CMAKE_CURRENT_LIST_DIR}/sandbox")
+
+# dockhand_add_test(NAME name SOURCES file... [LIBRARIES target...] [BENCH]
+#                   [TIMEOUT seconds] [ENVIRONMENT name=value...])
+#
+# Makes one QtTest executable and registers it with ctest, which runs it inside the sandbox:
+# own /media, stand-ins for the clock tools, empty working directory. With BENCH a bench bus
+# takes the place of CAN.
+function(dockhand_add_test)
+    cmake_parse_arguments(PARSE_ARGV 0 arg "BENCH" "NAME;TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT")
+    if(arg_UNPARSED_ARGUMENTS)
+        message(FATAL_ERROR "dockhand_add_test: what is ${arg_UNPARSED_ARGUMENTS}?")
+    endif()
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 60)
+    endif()
+    qt_add_executable(${arg_NAME} ${arg_SOURCES})
+    target_link_libraries(${arg_NAME} PRIVATE Qt6::Test ${arg_LIBRARIES})
+    set(bench "")
+    if(arg_BENCH)
+        add_dependencies(${arg_NAME} benchbus benchbus_plugin)
+        set(bench --bench "${PROJECT_BINARY_DIR}")
+    endif()
+    add_test(NAME ${arg_NAME}
+        COMMAND "${DOCKHAND_SANDBOX}" ${bench} -- $<TARGET_FILE:${arg_NAME}>)
+    dockhand_test_properties(${arg_NAME} ${arg_TIMEOUT} ${arg_ENVIRONMENT})
+endfunction()
+
+# dockhand_test_properties(NAME TIMEOUT [name=value...]): the environment of every test, for
+# tests that are not QtTest executables too.
+function(dockhand_test_properties name timeout)
+    set(unset QT_LOGGING_RULES QT_MESSAGE_PATTERN QT_PLUGIN_PATH QT_QUICK_BACKEND LANGUAGE
+        BENCHBUS_FAULTS DOCKHAND_STAND_IN_LOG)
+    list(TRANSFORM unset APPEND "=unset:")
+    set_tests_properties(${name} PROPERTIES
+        TIMEOUT ${timeout}
+        ENVIRONMENT_MODIFICATION "${unset}"
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;LC_ALL=C.UTF-8;ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1;UBSAN_OPTIONS=print_stacktrace=1;${ARGN}")
+endfunction()
