@@ -1,0 +1,35 @@
+#include "benchbusdevice.h"
+#include "faults.h"
+
+#include <QCanBusFactory>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+/// Takes the place of Qt's "socketcan" plugin.
+class BenchBusPlugin : public QObject, public QCanBusFactory
+{
+    Q_OBJECT
+    Q_PLUGIN_METADATA(IID "org.qt-project.Qt.QCanBusFactory" FILE "plugin.json")
+    Q_INTERFACES(QCanBusFactory)
+
+public:
+    QList<QCanBusDeviceInfo> availableDevices(QString *errorMessage) const override
+    {
+        if (errorMessage)
+            errorMessage->clear();
+        return {BenchBusDevice::deviceInfoOf(u"can0"_s)};
+    }
+
+    QCanBusDevice *createDevice(const QString &interfaceName, QString *errorMessage) const override
+    {
+        auto faults = std::make_unique<FaultFile>();
+        const bool refuse = faults->faults().create;
+        if (errorMessage)
+            *errorMessage = refuse ? u"Bench fault: create"_s : QString();
+        return refuse ? nullptr : new BenchBusDevice(interfaceName, std::move(faults));
+    }
+};
+
+#include "plugin.moc"
