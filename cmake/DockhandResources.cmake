@@ -2,18 +2,27 @@
 # resource tree (:/main.qml) and the catalogues below :/i18n/.
 function(dockhand_add_resources target)
     set(qml_dir "${PROJECT_SOURCE_DIR}/qml")
-    set(names main.qml ProgressIndicator.qml Theme.qml)
-    foreach(name IN LISTS names)
-        set_source_files_properties("${qml_dir}/${name}" PROPERTIES QT_RESOURCE_ALIAS "${name}")
-        list(APPEND files "${qml_dir}/${name}")
+    set(files main.qml ProgressIndicator.qml Theme.qml)
+    list(TRANSFORM files PREPEND "${qml_dir}/")
+    foreach(file IN LISTS files)
+        get_filename_component(name "${file}" NAME)
+        set_source_files_properties("${file}" PROPERTIES QT_RESOURCE_ALIAS "${name}")
     endforeach()
+    # The files find each other as neighbours; a qmldir at the root would serve nobody.
     qt_add_qml_module(${target}
         URI Dockhand
         VERSION 1.0
         RESOURCE_PREFIX /
         NO_RESOURCE_TARGET_PATH
+        NO_GENERATE_QMLDIR
         OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/${target}_qml"
         QML_FILES ${files}
+    )
+    # Without it Qt Quick Controls loads the Fusion style and, as its fallback, Basic too.
+    qt_add_resources(${target} ${target}_controls
+        PREFIX /
+        BASE "${qml_dir}"
+        FILES "${qml_dir}/qtquickcontrols2.conf"
     )
     qt_add_translations(${target}
         TS_FILES "${PROJECT_SOURCE_DIR}/i18n/Dockhand_en_US.ts"
