@@ -1,0 +1,14 @@
+#include "commands.h"
+
+namespace Shipwright {
+
+std::span<const Command *const> allCommands()
+{
+    static const Command *const commands[] = {
+        &connectCommand, &infoCommand, &setTimeCommand,
+        &setSerialCommand, &sendCommand, &endCommand,
+    };
+    return commands;
+}
+
+} // namespace Shipwright

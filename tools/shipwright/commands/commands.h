@@ -1,0 +1,35 @@
+#pragma once
+
+#include "../engine/failure.h"
+
+#include <QStringList>
+
+#include <span>
+
+class QCommandLineParser;
+
+namespace Shipwright {
+
+class Session;
+
+struct Command
+{
+    const char *name;
+    const char *arguments; ///< as the help shows them
+    const char *summary;
+    qsizetype leastArguments;
+    qsizetype mostArguments;
+    Exit (*run)(Session &session, const QStringList &arguments);
+    void (*addOptions)(QCommandLineParser &parser) = nullptr;
+};
+
+extern const Command connectCommand;
+extern const Command infoCommand;
+extern const Command setTimeCommand;
+extern const Command setSerialCommand;
+extern const Command sendCommand;
+extern const Command endCommand;
+
+std::span<const Command *const> allCommands();
+
+} // namespace Shipwright

@@ -1,0 +1,24 @@
+#include "commands.h"
+
+#include "../console.h"
+#include "../session.h"
+
+namespace Shipwright {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+Exit run(Session &session, const QStringList &)
+{
+    session.peer().startConfiguration();
+    session.console().report(u"connected"_s, u"Connected."_s);
+    return Exit::Success;
+}
+
+} // namespace
+
+const Command connectCommand{"connect", "", "Start a configuration session: check that the receiver answers.",
+                             0, 0, run};
+
+} // namespace Shipwright

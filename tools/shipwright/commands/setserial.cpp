@@ -1,0 +1,31 @@
+#include "commands.h"
+#include "steps.h"
+
+#include "../console.h"
+#include "../session.h"
+
+namespace Shipwright {
+
+using namespace Qt::StringLiterals;
+
+void setSerial(Session &session, const QString &text)
+{
+    session.peer().setSerialNumber(text);
+    session.console().report(u"serial"_s, u"Serial number set to %1."_s.arg(text),
+                             {{u"serial"_s, text}});
+}
+
+namespace {
+
+Exit run(Session &session, const QStringList &arguments)
+{
+    setSerial(session, arguments.first());
+    return Exit::Success;
+}
+
+} // namespace
+
+const Command setSerialCommand{"set-serial", "TEXT",
+                               "Set the receiver's serial number, up to 15 bytes of UTF-8.", 1, 1, run};
+
+} // namespace Shipwright

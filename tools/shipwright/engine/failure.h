@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QString>
+
+#include <exception>
+
+namespace Shipwright {
+
+/// Exit statuses of the program, one for each kind of failure.
+enum class Exit : int {
+    Success = 0,
+    Usage = 2,        ///< the command line or a value on it is wrong
+    LocalFile = 3,    ///< a file on this computer cannot be read or written
+    Interface = 4,    ///< the CAN interface cannot be opened or went away
+    SendBlocked = 5,  ///< a frame could not be handed to the interface in time
+    NoAnswer = 6,     ///< the receiver did not answer in time
+    Refused = 7,      ///< the receiver answered with a failure code
+    RecordCrc = 8,    ///< a record's CRC-32 differed in every attempt
+    FileCrc = 9,      ///< the CRC-32 of the whole file differs
+    BadAnswer = 10,   ///< the receiver's answer is not what the protocol says
+    Deviation = 11,   ///< the self-test found a deviation
+    Abandoned = 12,   ///< a fault asked for on the command line ended the session
+    Interrupted = 130 ///< ended by Ctrl-C or a termination signal
+};
+
+/// Why a command could not do its work. Thrown by the engine, reported by main().
+class Failure : public std::exception
+{
+public:
+    Failure(Exit status, const QString &text, const QString &advice = {})
+        : exit(status), message(text), hint(advice), m_what(text.toUtf8())
+    {
+    }
+
+    const char *what() const noexcept override { return m_what.constData(); }
+
+    Exit exit;
+    QString message; ///< what was sent, what was awaited, what came instead
+    QString hint;    ///< what to try; may be empty
+
+private:
+    QByteArray m_what;
+};
+
+} // namespace Shipwright

@@ -1,0 +1,220 @@
+#include "link.h"
+
+#include "clock.h"
+#include "failure.h"
+
+#include <QCanBusDevice>
+#include <QDateTime>
+
+#include <utility>
+
+namespace Shipwright {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// About the time that eight frames take at 1 Mbit/s.
+constexpr qint64 sendBufferPoll = 1;
+constexpr qint64 openTimeout = 5000;
+
+QString describe(const QCanBusFrame &frame)
+{
+    return u"%1#%2"_s.arg(frame.frameId(), 8, 16, QLatin1Char('0'))
+        .arg(QString::fromLatin1(frame.payload().toHex()))
+        .toUpper();
+}
+
+QCanBusFrame corrupted(const QCanBusFrame &frame)
+{
+    QByteArray payload = frame.payload();
+    if (!payload.isEmpty())
+        payload[0] = static_cast<char>(payload.at(0) ^ 0x01);
+    return QCanBusFrame(frame.frameId(), payload);
+}
+
+} // namespace
+
+Link::Link(QCanBusDevice &device, Clock &clock) : m_device(device), m_clock(clock) {}
+
+void Link::open()
+{
+    const qint64 deadline = m_clock.now() + openTimeout;
+    bool connecting = m_device.connectDevice();
+    while (connecting && m_device.state() == QCanBusDevice::ConnectingState
+           && m_clock.now() < deadline) {
+        m_clock.wait(deadline - m_clock.now());
+        connecting = !m_interrupted;
+    }
+    if (m_device.state() != QCanBusDevice::ConnectedState) {
+        throw Failure(Exit::Interface,
+                      u"The CAN interface cannot be opened: %1."_s.arg(m_device.errorString()),
+                      u"Check the interface's name (ip link show type can) and that it is up "
+                      "(ip link set can0 up type can bitrate 1000000)."_s);
+    }
+}
+
+void Link::close()
+{
+    m_device.disconnectDevice();
+}
+
+void Link::checkUsable() const
+{
+    if (m_interrupted)
+        throw Failure(Exit::Interrupted, u"Interrupted."_s);
+    if (m_device.state() != QCanBusDevice::ConnectedState) {
+        const QString error = m_device.errorString();
+        throw Failure(Exit::Interface,
+                      u"The CAN interface went away%1."_s.arg(error.isEmpty() ? QString()
+                                                                              : u": "_s + error),
+                      u"Check the adapter's plug and that the interface is up, then start the "
+                      "session again."_s);
+    }
+}
+
+void Link::send(quint32 frameId, const QByteArray &payload)
+{
+    const QCanBusFrame frame(frameId, payload);
+    // A frame that was held back goes out behind this one, whatever happens to this one.
+    std::optional<QCanBusFrame> overtaken = std::exchange(m_heldBack, std::nullopt);
+
+    const std::optional<Fault> fault = m_faults.next(frame);
+    if (!fault) {
+        write(frame);
+    } else {
+        switch (fault->action) {
+        case Fault::Action::Drop:
+            break;
+        case Fault::Action::Repeat:
+            write(frame);
+            write(frame);
+            break;
+        case Fault::Action::Swap:
+            m_heldBack = frame;
+            break;
+        case Fault::Action::Corrupt:
+            write(corrupted(frame));
+            break;
+        case Fault::Action::Truncate:
+            write(QCanBusFrame(frameId, payload.chopped(payload.isEmpty() ? 0 : 1)));
+            break;
+        case Fault::Action::Delay:
+            pause(fault->delay);
+            write(frame);
+            break;
+        case Fault::Action::Abandon:
+            throw Failure(Exit::Abandoned, u"Abandoned before sending %1, as asked for."_s
+                                               .arg(describe(frame)));
+        case Fault::Action::Kill:
+            close();
+            break;
+        }
+    }
+    if (overtaken)
+        write(*overtaken);
+}
+
+void Link::write(const QCanBusFrame &frame)
+{
+    // Qt's socketcan plugin has no queue: it refuses a frame while the interface's own is full.
+    const qint64 start = m_clock.now();
+    checkUsable();
+    while (!m_device.writeFrame(frame)) {
+        const qint64 waited = m_clock.now() - start;
+        checkUsable();
+        if (waited >= m_sendTimeout) {
+            const QString condition = busCondition();
+            throw Failure(Exit::SendBlocked,
+                          u"%1 could not be sent for %2 ms: %3%4."_s
+                              .arg(describe(frame)).arg(waited)
+                              .arg(m_device.errorString(),
+                                   condition.isEmpty() ? QString() : u"; "_s + condition),
+                          u"Nobody acknowledges frames, or the interface is down: check that the "
+                          "receiver is powered and wired, the termination, and that both sides "
+                          "run at the same bit rate."_s);
+        }
+        m_clock.wait(sendBufferPoll);
+    }
+    observe(frame, Direction::Sent);
+}
+
+std::optional<QCanBusFrame> Link::takeReceived()
+{
+    while (m_device.framesAvailable() > 0) {
+        const QCanBusFrame frame = m_device.readFrame();
+        if (frame.frameType() == QCanBusFrame::ErrorFrame) {
+            m_lastErrorFrame = m_device.interpretErrorFrame(frame).simplified();
+            continue;
+        }
+        observe(frame, Direction::Received);
+        if (frame.frameType() == QCanBusFrame::DataFrame && frame.hasExtendedFrameFormat())
+            return frame;
+    }
+    return std::nullopt;
+}
+
+std::optional<QCanBusFrame> Link::receive(qint64 deadline)
+{
+    for (;;) {
+        if (std::optional<QCanBusFrame> frame = takeReceived())
+            return frame;
+        checkUsable();
+        const qint64 left = deadline - m_clock.now();
+        if (left <= 0)
+            return std::nullopt;
+        m_clock.wait(left);
+    }
+}
+
+void Link::discardReceived()
+{
+    m_clock.wait(0);
+    while (takeReceived()) { }
+}
+
+void Link::pause(qint64 milliseconds)
+{
+    const qint64 end = m_clock.now() + milliseconds;
+    for (qint64 left = milliseconds; left > 0; left = end - m_clock.now()) {
+        checkUsable();
+        m_clock.wait(left);
+    }
+}
+
+QString Link::busCondition() const
+{
+    QStringList parts;
+    if (m_device.hasBusStatus()) {
+        switch (m_device.busStatus()) {
+        case QCanBusDevice::CanBusStatus::Warning:
+            parts += u"the controller counts many errors (error warning)"_s;
+            break;
+        case QCanBusDevice::CanBusStatus::Error:
+            parts += u"the controller is error passive"_s;
+            break;
+        case QCanBusDevice::CanBusStatus::BusOff:
+            parts += u"the controller is off the bus (bus-off)"_s;
+            break;
+        case QCanBusDevice::CanBusStatus::Unknown:
+        case QCanBusDevice::CanBusStatus::Good:
+            break;
+        }
+    }
+    if (!m_lastErrorFrame.isEmpty())
+        parts += u"last bus error: "_s + m_lastErrorFrame;
+    return parts.join(u", "_s);
+}
+
+void Link::observe(QCanBusFrame frame, Direction direction) const
+{
+    const QCanBusFrame::TimeStamp stamp = frame.timeStamp();
+    if (stamp.seconds() == 0 && stamp.microSeconds() == 0) {
+        frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(
+            QDateTime::currentMSecsSinceEpoch() * 1000));
+    }
+    for (const Observer &observer : m_observers)
+        observer(frame, direction);
+}
+
+} // namespace Shipwright

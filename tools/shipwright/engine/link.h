@@ -1,0 +1,66 @@
+#pragma once
+
+#include "faults.h"
+
+#include <QCanBusFrame>
+
+#include <functional>
+#include <optional>
+
+class QCanBusDevice;
+
+namespace Shipwright {
+
+class Clock;
+
+enum class Direction { Sent, Received };
+
+/// The bus as the engine uses it: frames go out in order and none is lost to a full send buffer,
+/// frames come in one at a time up to a deadline. Every call may throw a Failure.
+class Link
+{
+public:
+    using Observer = std::function<void(const QCanBusFrame &, Direction)>;
+
+    Link(QCanBusDevice &device, Clock &clock);
+
+    /// Called for each frame that went out or came in; its time stamp is set.
+    void addObserver(Observer observer) { m_observers.push_back(std::move(observer)); }
+    void setFaults(const FaultPlan &faults) { m_faults = faults; }
+    /// How long a full send buffer is waited for, in milliseconds.
+    void setSendTimeout(qint64 milliseconds) { m_sendTimeout = milliseconds; }
+
+    void open();
+    void close();
+
+    void send(quint32 frameId, const QByteArray &payload);
+    /// The next data frame with a 29-bit identifier, or nothing when \a deadline passes first.
+    std::optional<QCanBusFrame> receive(qint64 deadline);
+    /// Takes what has come in so far, so that a late answer is not taken for the next one.
+    void discardReceived();
+    void pause(qint64 milliseconds);
+
+    /// Makes the call in progress, and every later one, throw.
+    void interrupt() { m_interrupted = true; }
+
+    Clock &clock() const { return m_clock; }
+    /// What the interface reports about the bus; empty when all is well or nothing is known.
+    QString busCondition() const;
+
+private:
+    void write(const QCanBusFrame &frame);
+    void checkUsable() const;
+    std::optional<QCanBusFrame> takeReceived();
+    void observe(QCanBusFrame frame, Direction direction) const;
+
+    QCanBusDevice &m_device;
+    Clock &m_clock;
+    std::vector<Observer> m_observers;
+    FaultPlan m_faults;
+    std::optional<QCanBusFrame> m_heldBack; ///< waits for the frame that a swap lets overtake it
+    QString m_lastErrorFrame;
+    qint64 m_sendTimeout = 1000;
+    bool m_interrupted = false;
+};
+
+} // namespace Shipwright

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+class QIODevice;
+
+namespace Shipwright {
+
+class Link;
+
+struct PeerSettings
+{
+    quint32 slot = 0;
+    quint32 destination = 26;
+    std::optional<qint64> timeout; ///< milliseconds; replaces the receiver's own limits
+    int retries = 5;               ///< times that a record is sent again
+};
+
+/// What the receiver says about itself in its answer to Transfer Info.
+struct ReceiverParameters
+{
+    quint32 version = 0;
+    bool flag = false;
+    quint32 frameLimit = 0;        ///< highest frame number of a record
+    quint32 negotiationTimeout = 0; ///< parameter 1, milliseconds
+    quint32 recordTimeout = 0;      ///< parameter 2, milliseconds
+    quint32 completeTimeout = 0;    ///< parameter 3, milliseconds
+};
+
+struct TransferProgress
+{
+    enum class Phase { Sending, Confirming, Confirmed };
+
+    Phase phase = Phase::Sending;
+    quint64 bytes = 0; ///< confirmed by the receiver, record by record
+    quint64 total = 0;
+    quint32 records = 0;
+    quint32 totalRecords = 0;
+    quint32 repeated = 0; ///< records sent again
+    quint64 frames = 0;   ///< data frames sent, repeated ones included
+};
+
+struct TransferResult
+{
+    quint32 crc = 0;
+    quint64 bytes = 0;
+    quint32 records = 0;
+    quint32 repeated = 0;
+    qint64 milliseconds = 0;
+};
+
+/// The names that file types have on the command line and in print.
+QString fileTypeName(quint32 fileType);
+std::optional<quint32> fileTypeFromName(const QString &name);
+
+/// The service tool's side of the protocols. Every call blocks until the receiver's answer is
+/// there and throws a Failure when it is not the one hoped for.
+class Peer
+{
+public:
+    using ProgressHandler = std::function<void(const TransferProgress &)>;
+
+    Peer(Link &link, const PeerSettings &settings);
+
+    void startConfiguration();
+    void setDateTime(const QDateTime &dateTime);
+    void setSerialNumber(const QString &serialNumber);
+    void endConfiguration();
+    /// Asks with an empty Transfer Info: it is refused, which leaves a transfer in progress
+    /// alone, and the refusal carries the parameters all the same.
+    ReceiverParameters receiverParameters();
+    TransferResult sendFile(quint32 fileType, QIODevice &file, const ProgressHandler &onProgress);
+
+    /// What the receiver was left with, for whoever has to go on from here.
+    QString receiverState() const;
+
+private:
+    struct Answer
+    {
+        quint32 code = 0;
+        QByteArray payload;
+    };
+    struct Expectation
+    {
+        quint32 idMask;  ///< bits of the identifier that make the answer known
+        quint32 id;
+        QString what;    ///< what was sent, for a message
+        qint64 timeout;
+    };
+
+    Answer exchange(quint32 frameId, const QByteArray &payload, const Expectation &expected);
+    Answer command(quint32 operation, const QByteArray &payload, const QString &what);
+    void expectSuccess(const Answer &answer, const QString &what, const QString &reason) const;
+
+    Answer transferMessage(quint32 type, const QByteArray &payload, const QString &what,
+                           qint64 timeout, qsizetype answerSize);
+    ReceiverParameters announce(const QByteArray &payload, bool mayBeRefused);
+    bool sendRecord(quint32 number, const QByteArray &data, TransferProgress &progress,
+                    const ProgressHandler &onProgress);
+
+    qint64 limit(quint32 receiverLimit) const;
+
+    Link &m_link;
+    PeerSettings m_settings;
+    ReceiverParameters m_parameters;
+    QString m_transferState;
+    bool m_configuring = false;
+};
+
+} // namespace Shipwright

@@ -1,0 +1,186 @@
+#include "peer.h"
+
+#include "clock.h"
+#include "failure.h"
+#include "link.h"
+
+#include <wire.h>
+
+#include <QCanBusFrame>
+
+namespace Shipwright {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// For answers whose limit the receiver has not told yet.
+constexpr qint64 defaultTimeout = 1000;
+
+QString hex(quint32 frameId, const QByteArray &payload)
+{
+    return u"%1#%2"_s.arg(frameId, 8, 16, QLatin1Char('0'))
+        .arg(QString::fromLatin1(payload.toHex()))
+        .toUpper();
+}
+
+} // namespace
+
+Peer::Peer(Link &link, const PeerSettings &settings) : m_link(link), m_settings(settings) {}
+
+qint64 Peer::limit(quint32 receiverLimit) const
+{
+    if (m_settings.timeout)
+        return *m_settings.timeout;
+    return receiverLimit > 0 ? receiverLimit : defaultTimeout;
+}
+
+Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Expectation &expected)
+{
+    m_link.discardReceived();
+    m_link.send(frameId, payload);
+    const qint64 deadline = m_link.clock().now() + expected.timeout;
+    QStringList others;
+    qsizetype otherCount = 0;
+    while (const auto frame = m_link.receive(deadline)) {
+        if ((frame->frameId() & expected.idMask) == expected.id)
+            return {Wire::responseNumber.of(frame->frameId()), frame->payload()};
+        if (++otherCount <= 3)
+            others += hex(frame->frameId(), frame->payload());
+    }
+    QString came = u"nothing came instead"_s;
+    if (otherCount > 0) {
+        came = u"what came instead: %1"_s.arg(others.join(u", "_s));
+        if (otherCount > others.size())
+            came += u" and %1 more"_s.arg(otherCount - others.size());
+    }
+    const QString condition = m_link.busCondition();
+    if (!condition.isEmpty())
+        came += u"; "_s + condition;
+    throw Failure(
+        Exit::NoAnswer,
+        u"No answer to %1: sent %2, awaited identifier %3 for %4 ms; %5."_s
+            .arg(expected.what, hex(frameId, payload),
+                 u"%1"_s.arg(expected.id, 8, 16, QLatin1Char('0')).toUpper())
+            .arg(expected.timeout)
+            .arg(came),
+        u"Check that the receiver runs, that it is wired to this bus at the same bit rate, and "
+        "the --destination; a busy receiver may need a longer --timeout."_s);
+}
+
+Peer::Answer Peer::command(quint32 operation, const QByteArray &payload, const QString &what)
+{
+    const quint32 id = Wire::p3CommandId(Wire::nodeShipwright, m_settings.destination,
+                                         m_settings.slot, Wire::p3InterfaceShipwright, operation);
+    const quint32 answerId = Wire::p3ResponseId(Wire::nodeDockhand, Wire::nodeShipwright,
+                                                m_settings.slot, 0);
+    return exchange(id, payload,
+                    {~Wire::responseNumber.mask(), answerId, what, limit(0)});
+}
+
+void Peer::expectSuccess(const Answer &answer, const QString &what, const QString &reason) const
+{
+    if (answer.code == Wire::resultSuccess)
+        return;
+    throw Failure(Exit::Refused, u"The receiver refused %1 with code %2."_s.arg(what).arg(answer.code),
+                  reason);
+}
+
+void Peer::startConfiguration()
+{
+    const QString what = u"start of configuration"_s;
+    const Answer answer = command(Wire::p3StartConfig,
+                                  QByteArray::fromHex(Wire::startConfigRequest), what);
+    expectSuccess(answer, what, u"It does not know the handshake A5 5A: is it a Dockhand?"_s);
+    if (answer.payload != QByteArray::fromHex(Wire::startConfigReply)) {
+        throw Failure(Exit::BadAnswer,
+                      u"The answer to %1 carries %2 where 5AA5 was expected."_s
+                          .arg(what, QString::fromLatin1(answer.payload.toHex()).toUpper()));
+    }
+    m_configuring = true;
+}
+
+void Peer::endConfiguration()
+{
+    const QString what = u"end of configuration"_s;
+    expectSuccess(command(Wire::p3EndConfiguration, {}, what), what, {});
+    m_configuring = false;
+}
+
+void Peer::setDateTime(const QDateTime &dateTime)
+{
+    const QString what = u"set date and time"_s;
+    const QDateTime utc = dateTime.toUTC();
+    const QDate date = utc.date();
+    const QTime time = utc.time();
+    const int year = date.year() - Wire::dateTimeEpoch;
+    if (!utc.isValid() || year < 0 || year > 255) {
+        throw Failure(Exit::Usage,
+                      u"The date %1 cannot be sent: the wire carries the years 2000 to 2255."_s
+                          .arg(utc.toString(Qt::ISODate)));
+    }
+    QByteArray payload(Wire::dateTimeSize, '\0');
+    payload[Wire::dateTimeYear] = static_cast<char>(year);
+    payload[Wire::dateTimeMonth] = static_cast<char>(date.month());
+    payload[Wire::dateTimeDay] = static_cast<char>(date.day());
+    payload[Wire::dateTimeHour] = static_cast<char>(time.hour());
+    payload[Wire::dateTimeMinute] = static_cast<char>(time.minute());
+    payload[Wire::dateTimeSecond] = static_cast<char>(time.second());
+
+    const Answer answer = command(Wire::p3SetDateTime, payload, what);
+    expectSuccess(answer, what, u"The receiver does not take %1 for a date."_s
+                                    .arg(utc.toString(Qt::ISODate)));
+    if (answer.payload != payload) {
+        throw Failure(Exit::BadAnswer, u"The answer to %1 carries %2, not the %3 that was sent."_s
+                                           .arg(what, QString::fromLatin1(answer.payload.toHex()),
+                                                QString::fromLatin1(payload.toHex())));
+    }
+}
+
+void Peer::setSerialNumber(const QString &serialNumber)
+{
+    constexpr qsizetype firstPart = Wire::serialFirstFrameMax;
+    constexpr qsizetype longest = firstPart + Wire::frameSize;
+    const QByteArray text = serialNumber.toUtf8();
+    const auto refuse = [&serialNumber](const QString &reason) {
+        throw Failure(Exit::Usage,
+                      u"The serial number \"%1\" cannot be sent: %2."_s.arg(serialNumber, reason));
+    };
+    if (text.isEmpty())
+        refuse(u"it is empty"_s);
+    if (text.size() > longest) {
+        refuse(u"it has %1 bytes in UTF-8, and two frames carry %2"_s.arg(text.size()).arg(longest));
+    }
+    for (const QChar c : serialNumber) {
+        if (c.category() == QChar::Other_Control)
+            refuse(u"it contains a control character"_s);
+    }
+    // The receiver decodes each frame's bytes by themselves, so a character must not straddle.
+    if (text.size() > firstPart && (static_cast<uchar>(text.at(firstPart)) & 0xC0) == 0x80) {
+        refuse(u"the character in byte %1 of its UTF-8 form would be cut in two between the first "
+               "frame (%1 bytes) and the second, and the receiver decodes each by itself"_s
+                   .arg(firstPart));
+    }
+
+    const QString what = u"set serial number"_s;
+    const QString storage = u"The receiver could not store it: look for \"File write failed\" in "
+                            "its log and check /media/service/korvane."_s;
+    expectSuccess(command(Wire::p3SetSerial,
+                          static_cast<char>(text.size()) + text.left(firstPart), what),
+                  what, storage);
+    if (text.size() > firstPart) {
+        const QString second = u"set serial number, second frame"_s;
+        expectSuccess(command(Wire::p3SetSerialExt, text.mid(firstPart), second), second, storage);
+    }
+}
+
+QString Peer::receiverState() const
+{
+    if (!m_transferState.isEmpty())
+        return m_transferState;
+    if (m_configuring)
+        return u"The receiver shows an open configuration session; \"shipwright end\" ends it."_s;
+    return {};
+}
+
+} // namespace Shipwright
