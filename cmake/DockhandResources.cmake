@@ -18,6 +18,10 @@ function(dockhand_add_resources target)
         OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/${target}_qml"
         QML_FILES ${files}
     )
+    # Our warnings are not for what Qt generates.
+    get_target_property(generated ${target} SOURCES)
+    list(FILTER generated INCLUDE REGEX "/\\.rcc/.*\\.cpp$")
+    set_source_files_properties(${generated} PROPERTIES COMPILE_OPTIONS -w)
     # Without it Qt Quick Controls loads the Fusion style and, as its fallback, Basic too.
     qt_add_resources(${target} ${target}_controls
         PREFIX /
