@@ -8,13 +8,11 @@ function(dockhand_add_resources target)
         get_filename_component(name "${file}" NAME)
         set_source_files_properties("${file}" PROPERTIES QT_RESOURCE_ALIAS "${name}")
     endforeach()
-    # The files find each other as neighbours; a qmldir at the root would serve nobody.
     qt_add_qml_module(${target}
         URI Dockhand
         VERSION 1.0
         RESOURCE_PREFIX /
         NO_RESOURCE_TARGET_PATH
-        NO_GENERATE_QMLDIR
         OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/${target}_qml"
         QML_FILES ${files}
     )

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <list>
 #include <stdexcept>
 #include <string>
@@ -23,6 +26,11 @@ namespace {
 
 /// Bytes read from a participant at a time, and the least that a queue takes before it is full.
 constexpr std::size_t batchSize = 4096 * CAN_MTU;
+
+using Clock = std::chrono::steady_clock;
+
+/// How far a paced bus may catch up after the process was not scheduled in time.
+constexpr Clock::duration maxLag = std::chrono::milliseconds(2);
 
 class Descriptor
 {
@@ -101,12 +109,12 @@ public:
     bool hasOutput() const { return !m_output.isEmpty(); }
     bool isFull() const { return m_output.size() >= batchSize; }
 
-    /// The whole frames among the bytes that have arrived; valid until the next call.
-    std::pair<const char *, std::size_t> receive()
+    /// The whole frames, at most \a limit bytes, among what has arrived; valid until the next call.
+    std::pair<const char *, std::size_t> receive(std::size_t limit)
     {
         std::copy_n(m_input.data() + m_whole, m_rest, m_input.data());
         m_whole = 0;
-        const auto count = ::recv(m_socket, m_input.data() + m_rest, m_input.size() - m_rest, 0);
+        const auto count = ::recv(m_socket, m_input.data() + m_rest, limit - m_rest, 0);
         if (count == 0 || (count < 0 && !wouldBlock()))
             m_gone = true;
         if (count > 0) {
@@ -152,8 +160,9 @@ private:
 class Bus
 {
 public:
-    explicit Bus(std::string path)
+    Bus(std::string path, long bitrate)
         : m_path(std::move(path)),
+          m_bitrate(bitrate),
           m_listener(checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket"))
     {
         sockaddr_un address{};
@@ -182,7 +191,9 @@ public:
             polled.assign({{stop, POLLIN, 0}, {m_listener, POLLIN, 0}});
             for (const Participant &participant : m_participants)
                 polled.push_back(interestIn(participant));
-            if (::poll(polled.data(), polled.size(), -1) < 0 && errno != EINTR)
+            const timespec wait = busyFor();
+            if (::ppoll(polled.data(), polled.size(), isBusy() ? &wait : nullptr, nullptr) < 0
+                && errno != EINTR)
                 fail("poll");
             if (polled[0].revents)
                 return;
@@ -202,10 +213,28 @@ private:
         return {events ? participant.socket() : -1, events, 0};
     }
 
-    /// A sender waits while anyone else has no room for what it sends.
+    bool isBusy() const { return m_bitrate != 0 && m_idleAt > Clock::now(); }
+
+    timespec busyFor() const
+    {
+        const auto wait = std::max(Clock::duration::zero(), m_idleAt - Clock::now());
+        return {0, static_cast<long>(std::chrono::nanoseconds(wait).count())};
+    }
+
+    /// Keeps the bus busy for as long as a frame lasts on a wire, without stuff bits.
+    void occupy(const char *frameBytes)
+    {
+        can_frame frame;
+        std::memcpy(&frame, frameBytes, sizeof frame);
+        const int bits = ((frame.can_id & CAN_EFF_FLAG) ? 67 : 47) + 8 * std::min<int>(frame.len, CAN_MAX_DLEN);
+        m_idleAt = std::max(m_idleAt, Clock::now() - maxLag)
+            + std::chrono::nanoseconds(1'000'000'000L * bits / m_bitrate);
+    }
+
+    /// A sender waits while the wire is busy or anyone else has no room for what it sends.
     bool mayRead(const Participant &sender) const
     {
-        return std::none_of(m_participants.begin(), m_participants.end(), [&](const Participant &other) {
+        return !isBusy() && std::none_of(m_participants.begin(), m_participants.end(), [&](const Participant &other) {
             return &other != &sender && other.isFull();
         });
     }
@@ -228,9 +257,11 @@ private:
 
     void forward(Participant &sender)
     {
-        const auto [bytes, count] = sender.receive();
+        const auto [bytes, count] = sender.receive(m_bitrate != 0 ? CAN_MTU : batchSize);
         if (count == 0)
             return;
+        if (m_bitrate != 0)
+            occupy(bytes);
         // Whoever connected before these frames were sent is to have them.
         acceptPending();
         for (Participant &other : m_participants) {
@@ -249,6 +280,8 @@ private:
     }
 
     const std::string m_path;
+    const long m_bitrate; ///< bit/s, 0 for as fast as can be
+    Clock::time_point m_idleAt{};
     const Descriptor m_listener;
     bool m_bound = false;
     std::list<Participant> m_participants;
@@ -268,14 +301,17 @@ int stopSignals()
 
 int main(int argc, char **argv)
 {
-    if (argc != 2) {
-        std::fputs("Usage: benchbus SOCKET_PATH\n", stderr);
+    const bool paced = argc == 4 && std::strcmp(argv[1], "--bitrate") == 0;
+    const long bitrate = paced ? std::strtol(argv[2], nullptr, 10) : 0;
+    if ((argc != 2 && !paced) || (paced && (bitrate < 1000 || bitrate > 1'000'000'000))) {
+        std::fputs("Usage: benchbus [--bitrate BITS_PER_SECOND] SOCKET_PATH\n", stderr);
         return 2;
     }
+    const char *const path = argv[argc - 1];
     try {
         const Descriptor stop(stopSignals());
-        Bus bus(argv[1]);
-        std::printf("benchbus: ready on %s\n", argv[1]);
+        Bus bus(path, bitrate);
+        std::printf("benchbus: ready on %s\n", path);
         std::fflush(stdout);
         bus.run(stop);
     } catch (const std::exception &error) {
