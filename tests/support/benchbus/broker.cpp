@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -17,6 +18,7 @@
 
 #include <linux/can.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -26,11 +28,6 @@ namespace {
 
 /// Bytes read from a participant at a time, and the least that a queue takes before it is full.
 constexpr std::size_t batchSize = 4096 * CAN_MTU;
-
-using Clock = std::chrono::steady_clock;
-
-/// How far a paced bus may catch up after the process was not scheduled in time.
-constexpr Clock::duration maxLag = std::chrono::milliseconds(2);
 
 class Descriptor
 {
@@ -62,6 +59,53 @@ bool wouldBlock()
 {
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
 }
+
+/// Tells when the next frame may pass on a bus with a bit rate.
+class Pace
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// A rate of 0 lets everything pass at once.
+    explicit Pace(double bitRate) : m_bitRate(bitRate) {}
+
+    bool isLimited() const { return m_bitRate > 0; }
+    bool isBusy() const { return isLimited() && Clock::now() < m_busyUntil; }
+
+    /// How long to wait for something to happen; none means for as long as it takes.
+    std::optional<Clock::duration> patience() const
+    {
+        if (!isLimited() || m_idle)
+            return std::nullopt;
+        return std::max(m_busyUntil - Clock::now(), Clock::duration::zero());
+    }
+
+    /// Nothing wanted to pass although the bus was free.
+    void setIdle() { m_idle = true; }
+
+    void pass(const can_frame &frame)
+    {
+        const auto now = Clock::now();
+        // A frame that waited follows the one before it however late this process woke up.
+        const bool follows = !m_idle && now - m_busyUntil < std::chrono::milliseconds(5);
+        const std::chrono::duration<double> time(bitsOf(frame) / m_bitRate);
+        m_busyUntil = (follows ? m_busyUntil : now) + std::chrono::duration_cast<Clock::duration>(time);
+        m_idle = false;
+    }
+
+private:
+    /// With the gap that follows it, without stuff bits.
+    static double bitsOf(const can_frame &frame)
+    {
+        const int overhead = frame.can_id & CAN_EFF_FLAG ? 67 : 47;
+        const int bytes = frame.can_id & CAN_RTR_FLAG ? 0 : std::min<int>(frame.can_dlc, CAN_MAX_DLEN);
+        return overhead + 8 * bytes;
+    }
+
+    const double m_bitRate;
+    Clock::time_point m_busyUntil;
+    bool m_idle = true;
+};
 
 /// The bytes that wait for one participant, oldest first.
 class Queue
@@ -109,7 +153,7 @@ public:
     bool hasOutput() const { return !m_output.isEmpty(); }
     bool isFull() const { return m_output.size() >= batchSize; }
 
-    /// The whole frames, at most \a limit bytes, among what has arrived; valid until the next call.
+    /// The whole frames among at most limit bytes that have arrived; valid until the next call.
     std::pair<const char *, std::size_t> receive(std::size_t limit)
     {
         std::copy_n(m_input.data() + m_whole, m_rest, m_input.data());
@@ -160,9 +204,9 @@ private:
 class Bus
 {
 public:
-    Bus(std::string path, long bitrate)
+    Bus(std::string path, double bitRate)
         : m_path(std::move(path)),
-          m_bitrate(bitrate),
+          m_pace(bitRate),
           m_listener(checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket"))
     {
         sockaddr_un address{};
@@ -189,79 +233,77 @@ public:
         std::vector<pollfd> polled;
         for (;;) {
             polled.assign({{stop, POLLIN, 0}, {m_listener, POLLIN, 0}});
+            const bool busy = m_pace.isBusy();
             for (const Participant &participant : m_participants)
-                polled.push_back(interestIn(participant));
-            const timespec wait = busyFor();
-            if (::ppoll(polled.data(), polled.size(), isBusy() ? &wait : nullptr, nullptr) < 0
-                && errno != EINTR)
-                fail("poll");
+                polled.push_back(interestIn(participant, busy));
+            const int ready = wait(polled);
             if (polled[0].revents)
                 return;
-            serve(polled);
+            if (ready > 0)
+                serve(polled);
+            else if (!busy)
+                m_pace.setIdle();
         }
     }
 
 private:
-    pollfd interestIn(const Participant &participant) const
+    int wait(std::vector<pollfd> &polled) const
+    {
+        timespec time{};
+        const auto patience = m_pace.patience();
+        if (patience)
+            time.tv_nsec = std::chrono::nanoseconds(*patience).count();
+        return checked(::ppoll(polled.data(), polled.size(), patience ? &time : nullptr, nullptr), "poll");
+    }
+
+    pollfd interestIn(const Participant &participant, bool busy) const
     {
         short events = 0;
         if (participant.hasOutput())
             events |= POLLOUT;
-        if (mayRead(participant))
+        if (!busy && mayRead(participant))
             events |= POLLIN;
         // poll() reports a vanished peer even if nothing is asked for: leave it out altogether.
         return {events ? participant.socket() : -1, events, 0};
     }
 
-    bool isBusy() const { return m_bitrate != 0 && m_idleAt > Clock::now(); }
-
-    timespec busyFor() const
-    {
-        const auto wait = std::max(Clock::duration::zero(), m_idleAt - Clock::now());
-        return {0, static_cast<long>(std::chrono::nanoseconds(wait).count())};
-    }
-
-    /// Keeps the bus busy for as long as a frame lasts on a wire, without stuff bits.
-    void occupy(const char *frameBytes)
-    {
-        can_frame frame;
-        std::memcpy(&frame, frameBytes, sizeof frame);
-        const int bits = ((frame.can_id & CAN_EFF_FLAG) ? 67 : 47) + 8 * std::min<int>(frame.len, CAN_MAX_DLEN);
-        m_idleAt = std::max(m_idleAt, Clock::now() - maxLag)
-            + std::chrono::nanoseconds(1'000'000'000L * bits / m_bitrate);
-    }
-
-    /// A sender waits while the wire is busy or anyone else has no room for what it sends.
+    /// A sender waits while anyone else has no room for what it sends.
     bool mayRead(const Participant &sender) const
     {
-        return !isBusy() && std::none_of(m_participants.begin(), m_participants.end(), [&](const Participant &other) {
+        return std::none_of(m_participants.begin(), m_participants.end(), [&](const Participant &other) {
             return &other != &sender && other.isFull();
         });
     }
 
     void serve(const std::vector<pollfd> &polled)
     {
-        auto poll = polled.begin() + 2;
-        for (Participant &participant : m_participants) {
-            if (poll == polled.end())
-                break;
-            const short events = (poll++)->revents;
-            if (events != 0 && participant.hasOutput())
-                participant.sendOutput();
-            if ((events & ~POLLOUT) != 0 && mayRead(participant))
-                forward(participant);
+        auto served = m_participants.end();
+        auto participant = m_participants.begin();
+        for (auto poll = polled.begin() + 2; poll != polled.end(); ++poll, ++participant) {
+            if (poll->revents != 0 && participant->hasOutput())
+                participant->sendOutput();
+            if ((poll->revents & ~POLLOUT) != 0 && !m_pace.isBusy() && mayRead(*participant)) {
+                forward(*participant);
+                served = participant;
+            }
         }
+        // Where frames pass singly the others are to have their turn first.
+        if (served != m_participants.end())
+            m_participants.splice(m_participants.end(), m_participants, served);
         acceptPending();
-        m_participants.remove_if([](const Participant &participant) { return participant.isGone(); });
+        m_participants.remove_if([](const Participant &gone) { return gone.isGone(); });
     }
 
     void forward(Participant &sender)
     {
-        const auto [bytes, count] = sender.receive(m_bitrate != 0 ? CAN_MTU : batchSize);
+        const auto [bytes, count] = sender.receive(m_pace.isLimited() ? CAN_MTU : batchSize);
         if (count == 0)
             return;
-        if (m_bitrate != 0)
-            occupy(bytes);
+        if (m_pace.isLimited()) {
+            can_frame frame;
+            std::memcpy(&frame, bytes, sizeof frame);
+            m_pace.pass(frame);
+        }
         // Whoever connected before these frames were sent is to have them.
         acceptPending();
         for (Participant &other : m_participants) {
@@ -280,8 +322,7 @@ private:
     }
 
     const std::string m_path;
-    const long m_bitrate; ///< bit/s, 0 for as fast as can be
-    Clock::time_point m_idleAt{};
+    Pace m_pace;
     const Descriptor m_listener;
     bool m_bound = false;
     std::list<Participant> m_participants;
@@ -301,16 +342,20 @@ int stopSignals()
 
 int main(int argc, char **argv)
 {
-    const bool paced = argc == 4 && std::strcmp(argv[1], "--bitrate") == 0;
-    const long bitrate = paced ? std::strtol(argv[2], nullptr, 10) : 0;
-    if ((argc != 2 && !paced) || (paced && (bitrate < 1000 || bitrate > 1'000'000'000))) {
-        std::fputs("Usage: benchbus [--bitrate BITS_PER_SECOND] SOCKET_PATH\n", stderr);
+    double bitRate = 0;
+    if (argc == 4 && std::strcmp(argv[1], "--bitrate") == 0)
+        bitRate = std::strtod(argv[2], nullptr);
+    if (argc != 2 && !(bitRate >= 10'000)) {
+        std::fputs("Usage: benchbus [--bitrate BITS_PER_SECOND] SOCKET_PATH\n"
+                   "The slowest bit rate is 10000.\n", stderr);
         return 2;
     }
-    const char *const path = argv[argc - 1];
+    const char *path = argv[argc - 1];
     try {
+        // Frames follow each other in about 100 us; timers are late by 50 us unless told otherwise.
+        ::prctl(PR_SET_TIMERSLACK, 1UL);
         const Descriptor stop(stopSignals());
-        Bus bus(path, bitrate);
+        Bus bus(path, bitRate);
         std::printf("benchbus: ready on %s\n", path);
         std::fflush(stdout);
         bus.run(stop);
