@@ -198,7 +198,8 @@ void BenchBusDevice::leave()
     ::close(std::exchange(m_socket, -1));
     m_inputBytes = m_outputFrames = m_outputSent = 0;
     m_received.clear();
-    clear(Output);
+    while (hasOutgoingFrames())
+        dequeueOutgoingFrame();
 }
 
 /// The bus is gone, from one moment to the next.

@@ -43,7 +43,7 @@ void FaultFile::read()
     };
     const QList<QByteArray> lines = file.readAll().split('\n');
     for (const QByteArray &line : lines) {
-        const QByteArray fault = line.left(line.indexOf('#')).simplified();
+        const QByteArray fault = line.split('#').constFirst().simplified();
         if (fault.isEmpty())
             continue;
         bool known = false;

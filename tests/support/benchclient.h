@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QByteArray>
+
+#include <linux/can.h>
+
+/// A participant of the bench bus that speaks raw frames. Frames are written as candump and
+/// cansend write them: "0F584000#5AA5" is a frame in extended format (eight digits) with two
+/// bytes of payload, "123#" one in base format (three digits) without, "0F584000#R" a remote
+/// request.
+class BenchClient
+{
+public:
+    /// Joins the bus whose socket is \a path, or else the one that BENCHBUS_SOCKET names.
+    explicit BenchClient(const QByteArray &path = {});
+    BenchClient(const BenchClient &) = delete;
+    BenchClient &operator=(const BenchClient &) = delete;
+    ~BenchClient();
+
+    bool isConnected() const { return m_socket >= 0; }
+    void leave();
+
+    /// Sends frames, as many as are given separated by blanks, in one go; waits for room.
+    bool send(const QByteArray &frames);
+    bool sendBytes(const QByteArray &bytes);
+    /// Sends what there is room for; returns the number of bytes, 0 if there is none.
+    qsizetype trySendBytes(const QByteArray &bytes);
+
+    /// The next frame, or an empty string if none comes in time or the bus is gone.
+    QByteArray receive(int timeoutMs = 5000);
+    /// True if no frame comes within a time in which every frame under way has arrived.
+    bool isSilent() { return receive(200).isEmpty(); }
+
+    static can_frame parse(const QByteArray &text);
+    static QByteArray format(const can_frame &frame);
+
+private:
+    int m_socket = -1;
+    QByteArray m_input;
+    qsizetype m_taken = 0; ///< bytes of m_input that were returned as frames
+};
