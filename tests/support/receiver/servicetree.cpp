@@ -1,0 +1,117 @@
+#include "servicetree.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+
+#include <sys/mount.h>
+
+#include <cerrno>
+#include <cstring>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr char root[] = "/media/service/korvane/";
+
+/// Tests cannot go on without their set-up.
+void require(bool done, const char *what)
+{
+    if (!done)
+        qFatal("Test set-up: %s: %s", what, std::strerror(errno));
+}
+
+bool isMountPoint(const QByteArray &path)
+{
+    QFile file(u"/proc/self/mountinfo"_s);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QList<QByteArray> mounts = file.readAll().split('\n');
+    for (const QByteArray &mount : mounts) {
+        // mount identifier, parent, device, root, mount point
+        if (mount.split(' ').value(4) == path)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+QString ServiceTree::unsafe()
+{
+    if (!isMountPoint("/media"))
+        return u"/media is the machine's own; run this test in tests/support/sandbox"_s;
+    for (const QString &tool : {u"timedatectl"_s, u"hwclock"_s}) {
+        if (!QStandardPaths::findExecutable(tool).endsWith("/tests/support/stand-ins/"_L1 + tool))
+            return tool + u" is the machine's own; run this test in tests/support/sandbox"_s;
+    }
+    return {};
+}
+
+void ServiceTree::reset()
+{
+    QDir tree(QString::fromLatin1(root));
+    require(!tree.exists() || tree.removeRecursively(), "remove the service tree");
+    for (const char *directory :
+         {"application/factory/main", "application/factory/menu", "application/backup/main",
+          "application/backup/menu", "application/main", "application/menu", "pendingUpdates"}) {
+        require(QDir().mkpath(path(directory)), directory);
+    }
+}
+
+QString ServiceTree::path(const char *path)
+{
+    return QString::fromLatin1(root) + QString::fromUtf8(path);
+}
+
+void ServiceTree::write(const char *path, const QByteArray &content)
+{
+    QFile file(ServiceTree::path(path));
+    require(file.open(QIODevice::WriteOnly) && file.write(content) == content.size()
+                && file.flush(),
+            path);
+}
+
+QByteArray ServiceTree::read(const char *path)
+{
+    QFile file(ServiceTree::path(path));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArrayLiteral("(no file)");
+}
+
+QStringList ServiceTree::list(const char *path)
+{
+    QStringList names;
+    const QFileInfoList entries = QDir(ServiceTree::path(path))
+                                      .entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System
+                                                         | QDir::NoDotAndDotDot,
+                                                     QDir::Name);
+    for (const QFileInfo &entry : entries)
+        names.append(entry.isDir() ? entry.fileName() + u'/' : entry.fileName());
+    return names;
+}
+
+ServiceTree::ReadOnly::ReadOnly(const char *path)
+    : m_path(ServiceTree::path(path).toUtf8())
+{
+    require(mount(m_path, m_path, nullptr, MS_BIND, nullptr) == 0, "bind mount");
+    require(mount(nullptr, m_path, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0,
+            "read-only mount");
+}
+
+ServiceTree::ReadOnly::~ReadOnly()
+{
+    require(umount(m_path) == 0, "unmount");
+}
+
+ServiceTree::SmallFileSystem::SmallFileSystem(const char *path, int bytes)
+    : m_path(ServiceTree::path(path).toUtf8())
+{
+    const QByteArray options = "size=" + QByteArray::number(bytes);
+    require(mount("tmpfs", m_path, "tmpfs", 0, options.constData()) == 0, "mount a file system");
+}
+
+ServiceTree::SmallFileSystem::~SmallFileSystem()
+{
+    require(umount(m_path) == 0, "unmount");
+}

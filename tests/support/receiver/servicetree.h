@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+/// The files below /media/service/korvane, for tests that run in the sandbox.
+namespace ServiceTree {
+
+/// Why it would not be safe to write to /media or to start the clock tools; empty in the sandbox.
+QString unsafe();
+
+/// Empties the tree and creates the directories that an appliance has.
+void reset();
+
+/// \a path below the root of the tree.
+QString path(const char *path);
+/// Replaces the file \a path below the root; the directory has to exist.
+void write(const char *path, const QByteArray &content);
+/// Content of the file \a path below the root; "(no file)" if there is none.
+QByteArray read(const char *path);
+/// Names in the directory \a path below the root, sorted; directories end in "/".
+QStringList list(const char *path);
+
+/// Makes the directory \a path below the root read-only, for root too, as long as it lives.
+class ReadOnly
+{
+public:
+    explicit ReadOnly(const char *path);
+    ~ReadOnly();
+    Q_DISABLE_COPY_MOVE(ReadOnly)
+
+private:
+    const QByteArray m_path;
+};
+
+/// Puts an empty file system with room for \a bytes (rounded up to pages) at the directory
+/// \a path below the root, as long as it lives.
+class SmallFileSystem
+{
+public:
+    SmallFileSystem(const char *path, int bytes);
+    ~SmallFileSystem();
+    Q_DISABLE_COPY_MOVE(SmallFileSystem)
+
+private:
+    const QByteArray m_path;
+};
+
+} // namespace ServiceTree
