@@ -1,7 +1,6 @@
 #include "console.h"
 
 #include <QJsonDocument>
-#include <QLocale>
 
 #include <cstdio>
 #include <sys/ioctl.h>
@@ -34,6 +33,11 @@ QString size(double bytes)
     if (bytes < 1e6)
         return u"%1 kB"_s.arg(bytes / 1e3, 0, 'f', 1);
     return u"%1 MB"_s.arg(bytes / 1e6, 0, 'f', 2);
+}
+
+QString count(quint64 number, const QString &noun)
+{
+    return u"%1 %2%3"_s.arg(QString::number(number), noun, number == 1 ? QString() : u"s"_s);
 }
 
 QString duration(double seconds)
@@ -115,14 +119,14 @@ QString Console::figures(const TransferProgress &progress) const
     QStringList parts{u"%1 of %2"_s.arg(size(static_cast<double>(progress.bytes)),
                                         size(static_cast<double>(progress.total))),
                       u"%1/s"_s.arg(size(rate))};
-    if (const auto share = busShare(rate))
+    if (const auto share = busShare(rate); share && rate > 0)
         parts += u"%1 % of the bus"_s.arg(*share * 100, 0, 'f', 0);
     if (progress.phase == TransferProgress::Phase::Confirming)
         parts += u"waiting for the receiver to check the file"_s;
     else if (progress.phase == TransferProgress::Phase::Sending && rate > 0)
         parts += u"%1 left"_s.arg(duration(static_cast<double>(progress.total - progress.bytes) / rate));
     if (progress.repeated > 0)
-        parts += u"%1 sent again"_s.arg(progress.repeated);
+        parts += count(progress.repeated, u"record"_s) + u" sent again"_s;
     return parts.join(u", "_s);
 }
 
@@ -188,23 +192,22 @@ void Console::endBar()
 void Console::finishTransfer(const TransferResult &result)
 {
     const double rate = bytesPerSecond(result.bytes);
-    QString text = u"Sent %1 file %2: %3 bytes in %4 records, CRC-32 0x%5, %6 s, %7/s"_s
-                       .arg(fileTypeName(m_fileType), m_fileName)
-                       .arg(result.bytes)
-                       .arg(result.records)
-                       .arg(result.crc, 8, 16, QLatin1Char('0'))
-                       .arg(static_cast<double>(result.milliseconds) / 1000, 0, 'f', 1)
-                       .arg(size(rate));
+    const QString crc = QString::number(result.crc, 16).rightJustified(8, u'0');
+    QString text = u"Sent %1 file %2: %3 in %4, CRC-32 0x%5, %6 s, %7/s"_s
+                       .arg(fileTypeName(m_fileType), m_fileName, count(result.bytes, u"byte"_s),
+                            count(result.records, u"record"_s), crc,
+                            QString::number(static_cast<double>(result.milliseconds) / 1000, 'f', 1),
+                            size(rate));
     if (const auto share = busShare(rate))
         text += u" (%1 % of the bus)"_s.arg(*share * 100, 0, 'f', 0);
     if (result.repeated > 0)
-        text += u"; %1 records were sent again"_s.arg(result.repeated);
+        text += u"; "_s + count(result.repeated, u"record"_s) + u" sent again"_s;
     report(u"sent"_s, text + u'.', {{u"file"_s, m_fileName},
                              {u"type"_s, fileTypeName(m_fileType)},
                              {u"bytes"_s, static_cast<qint64>(result.bytes)},
                              {u"records"_s, static_cast<qint64>(result.records)},
                              {u"repeated"_s, static_cast<qint64>(result.repeated)},
-                             {u"crc"_s, u"%1"_s.arg(result.crc, 8, 16, QLatin1Char('0'))},
+                             {u"crc"_s, crc},
                              {u"milliseconds"_s, result.milliseconds}});
 }
 

@@ -7,6 +7,7 @@ std::span<const Command *const> allCommands()
     static const Command *const commands[] = {
         &connectCommand, &infoCommand, &setTimeCommand,
         &setSerialCommand, &sendCommand, &endCommand,
+        &provisionCommand, &watchCommand, &decodeCommand,
     };
     return commands;
 }

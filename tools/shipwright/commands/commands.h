@@ -29,6 +29,9 @@ extern const Command setTimeCommand;
 extern const Command setSerialCommand;
 extern const Command sendCommand;
 extern const Command endCommand;
+extern const Command provisionCommand;
+extern const Command watchCommand;
+extern const Command decodeCommand;
 
 std::span<const Command *const> allCommands();
 

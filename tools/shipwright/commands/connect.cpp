@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "steps.h"
 
 #include "../console.h"
 #include "../session.h"
@@ -7,12 +8,17 @@ namespace Shipwright {
 
 using namespace Qt::StringLiterals;
 
+void startConfiguration(Session &session)
+{
+    session.peer().startConfiguration();
+    session.console().report(u"connected"_s, u"Connected."_s);
+}
+
 namespace {
 
 Exit run(Session &session, const QStringList &)
 {
-    session.peer().startConfiguration();
-    session.console().report(u"connected"_s, u"Connected."_s);
+    startConfiguration(session);
     return Exit::Success;
 }
 

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "steps.h"
 
 #include "../console.h"
 #include "../session.h"
@@ -7,12 +8,17 @@ namespace Shipwright {
 
 using namespace Qt::StringLiterals;
 
+void endConfiguration(Session &session)
+{
+    session.peer().endConfiguration();
+    session.console().report(u"ended"_s, u"Configuration ended."_s);
+}
+
 namespace {
 
 Exit run(Session &session, const QStringList &)
 {
-    session.peer().endConfiguration();
-    session.console().report(u"ended"_s, u"Configuration ended."_s);
+    endConfiguration(session);
     return Exit::Success;
 }
 

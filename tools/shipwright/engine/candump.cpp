@@ -6,10 +6,20 @@ namespace Shipwright::Candump {
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+/// Marks an error frame in a log; the bits below it are the error's kind.
+constexpr quint32 errorFlag = 0x20000000;
+
+} // namespace
+
 QByteArray format(const QString &interfaceName, const QCanBusFrame &frame)
 {
     const QCanBusFrame::TimeStamp stamp = frame.timeStamp();
-    const int idDigits = frame.hasExtendedFrameFormat() ? 8 : 3;
+    const bool isError = frame.frameType() == QCanBusFrame::ErrorFrame;
+    const int idDigits = isError || frame.hasExtendedFrameFormat() ? 8 : 3;
+    const quint32 id = isError ? errorFlag | static_cast<quint32>(frame.error().toInt())
+                               : frame.frameId();
     QString data;
     if (frame.frameType() == QCanBusFrame::RemoteRequestFrame)
         data = u"R"_s;
@@ -18,7 +28,7 @@ QByteArray format(const QString &interfaceName, const QCanBusFrame &frame)
     return u"(%1.%2) %3 %4#%5\n"_s.arg(stamp.seconds())
         .arg(stamp.microSeconds(), 6, 10, QLatin1Char('0'))
         .arg(interfaceName,
-             QString::number(frame.frameId(), 16).toUpper().rightJustified(idDigits, QLatin1Char('0')), data)
+             QString::number(id, 16).toUpper().rightJustified(idDigits, QLatin1Char('0')), data)
         .toUtf8();
 }
 
@@ -33,14 +43,18 @@ std::optional<Entry> parse(const QByteArray &line)
         return std::nullopt;
     const QString idText = match.captured(4);
     const quint32 id = idText.toUInt(nullptr, 16);
-    // candump marks error frames by bit 29 of the identifier.
-    if (id > 0x1FFFFFFF || (idText.size() == 3 && id > 0x7FF))
+    if (id >= errorFlag << 1 || (idText.size() == 3 && id > 0x7FF))
         return std::nullopt;
 
     QCanBusFrame frame;
-    frame.setFrameId(id);
-    frame.setExtendedFrameFormat(idText.size() == 8);
     const QString data = match.captured(5);
+    if ((id & errorFlag) != 0) {
+        frame.setFrameType(QCanBusFrame::ErrorFrame);
+        frame.setError(QCanBusFrame::FrameErrors::fromInt(static_cast<int>(id & ~errorFlag)));
+    } else {
+        frame.setFrameId(id);
+        frame.setExtendedFrameFormat(idText.size() == 8);
+    }
     if (data.startsWith(u'R'))
         frame.setFrameType(QCanBusFrame::RemoteRequestFrame);
     else

@@ -4,8 +4,8 @@
 #include "failure.h"
 
 #include <QCanBusDevice>
-#include <QDateTime>
 
+#include <chrono>
 #include <utility>
 
 namespace Shipwright {
@@ -64,10 +64,13 @@ void Link::checkUsable() const
     if (m_interrupted)
         throw Failure(Exit::Interrupted, u"Interrupted."_s);
     if (m_device.state() != QCanBusDevice::ConnectedState) {
-        const QString error = m_device.errorString();
+        // Closing a device can leave errors behind that tell nothing about the cause.
+        const QCanBusDevice::CanBusError error = m_device.error();
+        const bool tellsCause = error == QCanBusDevice::ConnectionError
+            || error == QCanBusDevice::ReadError || error == QCanBusDevice::WriteError;
         throw Failure(Exit::Interface,
-                      u"The CAN interface went away%1."_s.arg(error.isEmpty() ? QString()
-                                                                              : u": "_s + error),
+                      u"The CAN interface went away%1."_s.arg(
+                          tellsCause ? u": "_s + m_device.errorString() : QString()),
                       u"Check the adapter's plug and that the interface is up, then start the "
                       "session again."_s);
     }
@@ -104,9 +107,11 @@ void Link::send(quint32 frameId, const QByteArray &payload)
             write(frame);
             break;
         case Fault::Action::Abandon:
+            flush();
             throw Failure(Exit::Abandoned, u"Abandoned before sending %1, as asked for."_s
                                                .arg(describe(frame)));
         case Fault::Action::Kill:
+            flush();
             close();
             break;
         }
@@ -139,14 +144,22 @@ void Link::write(const QCanBusFrame &frame)
     observe(frame, Direction::Sent);
 }
 
+void Link::flush()
+{
+    // Plugins other than socketcan queue what is written and send it from the event loop.
+    const qint64 deadline = m_clock.now() + m_sendTimeout;
+    while (m_device.framesToWrite() > 0 && m_clock.now() < deadline) {
+        checkUsable();
+        m_clock.wait(sendBufferPoll);
+    }
+}
+
 std::optional<QCanBusFrame> Link::takeReceived()
 {
     while (m_device.framesAvailable() > 0) {
         const QCanBusFrame frame = m_device.readFrame();
-        if (frame.frameType() == QCanBusFrame::ErrorFrame) {
+        if (frame.frameType() == QCanBusFrame::ErrorFrame)
             m_lastErrorFrame = m_device.interpretErrorFrame(frame).simplified();
-            continue;
-        }
         observe(frame, Direction::Received);
         if (frame.frameType() == QCanBusFrame::DataFrame && frame.hasExtendedFrameFormat())
             return frame;
@@ -210,8 +223,9 @@ void Link::observe(QCanBusFrame frame, Direction direction) const
 {
     const QCanBusFrame::TimeStamp stamp = frame.timeStamp();
     if (stamp.seconds() == 0 && stamp.microSeconds() == 0) {
-        frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(
-            QDateTime::currentMSecsSinceEpoch() * 1000));
+        using namespace std::chrono;
+        const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch());
+        frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(now.count()));
     }
     for (const Observer &observer : m_observers)
         observer(frame, direction);

@@ -24,7 +24,7 @@ public:
 
     Link(QCanBusDevice &device, Clock &clock);
 
-    /// Called for each frame that went out or came in; its time stamp is set.
+    /// Called for each frame that went out or came in, error frames included; its time stamp is set.
     void addObserver(Observer observer) { m_observers.push_back(std::move(observer)); }
     void setFaults(const FaultPlan &faults) { m_faults = faults; }
     /// How long a full send buffer is waited for, in milliseconds.
@@ -39,6 +39,8 @@ public:
     /// Takes what has come in so far, so that a late answer is not taken for the next one.
     void discardReceived();
     void pause(qint64 milliseconds);
+    /// Waits until the device has sent what it queues.
+    void flush();
 
     /// Makes the call in progress, and every later one, throw.
     void interrupt() { m_interrupted = true; }

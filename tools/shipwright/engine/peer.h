@@ -70,6 +70,8 @@ public:
     void startConfiguration();
     void setDateTime(const QDateTime &dateTime);
     void setSerialNumber(const QString &serialNumber);
+    /// Throws when the wire cannot carry \a serialNumber.
+    static void checkSerialNumber(const QString &serialNumber);
     void endConfiguration();
     /// Asks with an empty Transfer Info: it is refused, which leaves a transfer in progress
     /// alone, and the refusal carries the parameters all the same.

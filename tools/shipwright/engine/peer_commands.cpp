@@ -137,7 +137,7 @@ void Peer::setDateTime(const QDateTime &dateTime)
     }
 }
 
-void Peer::setSerialNumber(const QString &serialNumber)
+void Peer::checkSerialNumber(const QString &serialNumber)
 {
     constexpr qsizetype firstPart = Wire::serialFirstFrameMax;
     constexpr qsizetype longest = firstPart + Wire::frameSize;
@@ -148,19 +148,24 @@ void Peer::setSerialNumber(const QString &serialNumber)
     };
     if (text.isEmpty())
         refuse(u"it is empty"_s);
-    if (text.size() > longest) {
+    if (text.size() > longest)
         refuse(u"it has %1 bytes in UTF-8, and two frames carry %2"_s.arg(text.size()).arg(longest));
-    }
     for (const QChar c : serialNumber) {
         if (c.category() == QChar::Other_Control)
             refuse(u"it contains a control character"_s);
     }
     // The receiver decodes each frame's bytes by themselves, so a character must not straddle.
     if (text.size() > firstPart && (static_cast<uchar>(text.at(firstPart)) & 0xC0) == 0x80) {
-        refuse(u"the character in byte %1 of its UTF-8 form would be cut in two between the first "
-               "frame (%1 bytes) and the second, and the receiver decodes each by itself"_s
-                   .arg(firstPart));
+        refuse(u"one of its characters would be cut in two between the first frame, which carries "
+               "%1 bytes, and the second, and the receiver decodes each by itself"_s.arg(firstPart));
     }
+}
+
+void Peer::setSerialNumber(const QString &serialNumber)
+{
+    constexpr qsizetype firstPart = Wire::serialFirstFrameMax;
+    checkSerialNumber(serialNumber);
+    const QByteArray text = serialNumber.toUtf8();
 
     const QString what = u"set serial number"_s;
     const QString storage = u"The receiver could not store it: look for \"File write failed\" in "

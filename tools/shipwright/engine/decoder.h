@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QCanBusFrame>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QList>
+#include <QString>
+
+namespace Shipwright {
+
+/// A frame in the protocol's own terms.
+struct Decoded
+{
+    struct Field
+    {
+        QString name;
+        QJsonValue value;
+        QString text; ///< the field as it is read out, "file type 2 (generic)"
+    };
+
+    QString from;
+    QString to;
+    QString message; ///< "P6 Transfer Info"
+    QList<Field> fields;
+    QString fault;   ///< what is wrong with the frame; empty when nothing is
+};
+
+/// Looks at the frame alone: an answer does not say which command it is for, and none is guessed.
+Decoded decode(const QCanBusFrame &frame);
+
+/// One line; \a start is the time stamp that counts as 0, in microseconds.
+QString decodedLine(const QCanBusFrame &frame, qint64 start);
+QJsonObject decodedObject(const QCanBusFrame &frame);
+
+qint64 microSeconds(const QCanBusFrame::TimeStamp &stamp);
+
+} // namespace Shipwright
