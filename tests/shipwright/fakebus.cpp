@@ -1,0 +1,78 @@
+#include "fakebus.h"
+
+void FakeClock::wait(qint64 milliseconds)
+{
+    const qint64 end = m_now + qMax<qint64>(0, milliseconds);
+    if (m_events.isEmpty() || m_events.firstKey() > end) {
+        m_now = end;
+        return;
+    }
+    m_now = qMax(m_now, m_events.firstKey());
+    const auto action = m_events.first();
+    m_events.erase(m_events.cbegin());
+    action();
+}
+
+void FakeClock::at(qint64 time, std::function<void()> action)
+{
+    // QMultiMap puts the newest of equal keys first; the order of arrival has to stay.
+    auto place = m_events.upperBound(time);
+    m_events.insert(place, time, std::move(action));
+}
+
+FakeBus::FakeBus(FakeClock &clock) : m_clock(clock) {}
+
+bool FakeBus::open()
+{
+    if (refusesToOpen) {
+        setError(QStringLiteral("No such device"), ConnectionError);
+        return false;
+    }
+    setState(ConnectedState);
+    return true;
+}
+
+void FakeBus::goAway()
+{
+    setError(QStringLiteral("Network is down"), ConnectionError);
+    setState(UnconnectedState);
+}
+
+bool FakeBus::writeFrame(const QCanBusFrame &frame)
+{
+    ++writeAttempts;
+    if (state() != ConnectedState)
+        return false;
+    if (refusedWrites > 0) {
+        --refusedWrites;
+        setError(QStringLiteral("No buffer space available"), WriteError);
+        return false;
+    }
+    sent += text(frame);
+    QList<QCanBusFrame> answers = receiver.handle(frame);
+    if (tamper)
+        answers = tamper(frame, answers);
+    for (const QCanBusFrame &answer : std::as_const(answers))
+        m_clock.at(m_clock.now() + answerDelay, [this, answer] { deliver(answer); });
+    if (onWritten)
+        onWritten(frame);
+    return true;
+}
+
+QString FakeBus::interpretErrorFrame(const QCanBusFrame &errorFrame)
+{
+    return errorFrame.error() & QCanBusFrame::MissingAcknowledgmentError
+        ? QStringLiteral("Received no ACK on transmission")
+        : QStringLiteral("Unknown");
+}
+
+QString text(const QCanBusFrame &frame)
+{
+    return QString::number(frame.frameId(), 16).toUpper().rightJustified(8, u'0') + u'#'
+        + QString::fromLatin1(frame.payload().toHex()).toUpper();
+}
+
+QCanBusFrame frame(quint32 id, const char *hexPayload)
+{
+    return QCanBusFrame(id, QByteArray::fromHex(hexPayload));
+}

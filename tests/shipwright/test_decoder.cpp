@@ -1,0 +1,166 @@
+#include <candump.h>
+#include <decoder.h>
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace Shipwright;
+
+class TestDecoder : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void line_tellsTheMessage_data();
+    void line_tellsTheMessage();
+    void line_startsWithTimeIdentifierAndBytes();
+    void object_carriesTheFields();
+    void log_roundTrips_data();
+    void log_roundTrips();
+    void log_directionOfCandumpXIsAccepted();
+    void log_otherLinesAreNone_data();
+    void log_otherLinesAreNone();
+};
+
+static QCanBusFrame parsed(const char *frame)
+{
+    const auto entry = Candump::parse(QByteArray("(1.000000) can0 ") + frame + '\n');
+    return entry ? entry->frame : QCanBusFrame(QCanBusFrame::InvalidFrame);
+}
+
+void TestDecoder::line_tellsTheMessage_data()
+{
+    QTest::addColumn<QString>("text");
+    const auto row = [](const char *frame, const QString &text) { QTest::newRow(frame) << text; };
+    const QString there = u"Shipwright > Dockhand  "_s;
+    const QString back = u"Dockhand > Shipwright  "_s;
+
+    row("0F1A02C0#A55A", there + u"P3 Start Configuration: slot 0"_s);
+    row("0F0E12C0#A55A0011", u"Shipwright > node 14  P3 Start Configuration: slot 2"_s);
+    row("0F1A02C0#5AA5", there + u"P3 Start Configuration: slot 0  ! no handshake A5 5A"_s);
+    row("0F1A02C1#1803050E0709", there + u"P3 Set Date Time: slot 0, 2024-03-05 14:07:09 UTC"_s);
+    row("0F1A02C1#170D1D000000",
+        there + u"P3 Set Date Time: slot 0, 2023-13-29 00:00:00 UTC  ! no such day"_s);
+    row("0F1A02C1#1803", there + u"P3 Set Date Time: slot 0  ! 2 bytes, 6 expected"_s);
+    row("0F1A02C2#0C534E3132333435",
+        there + u"P3 Set Serial: slot 0, 12 bytes in all, \"SN12345\""_s);
+    row("0F1A02C2#0C4142",
+        there + u"P3 Set Serial: slot 0, 12 bytes in all, \"AB\"  ! 3 bytes, at least 8 expected"_s);
+    row("0F1A02C2#", there + u"P3 Set Serial: slot 0  ! 0 bytes, at least 1 expected"_s);
+    row("0F1A02C3#3637383930", there + u"P3 Set Serial Ext: slot 0, \"67890\""_s);
+    row("0F1A02C4#", there + u"P3 End Configuration: slot 0"_s);
+    row("0F1A02C5#", there + u"P3 command: slot 0, operation 5  ! unknown operation"_s);
+    row("0F1A0280#", there + u"P3 command: slot 0, interface 10, operation 0"_s);
+    row("0F584000#5AA5", back + u"P3 response: slot 0, code 0 (success), handshake 5A A5"_s);
+    row("0F5858BA#", back + u"P3 response: slot 3, code 186 (failure)"_s);
+    row("0F583FFF#", back + u"P3 event: number 16383"_s);
+    row("14000000#01", u"node 0 > node 0  P5 message"_s);
+    row("10000000#", u"node 0 > node 0  protocol type 4"_s);
+    row("1B1A0000#020810270000",
+        there + u"P6 Transfer Info: file type 2 (generic), 10000 bytes, version 2"_s);
+    row("1B1A0000#040C10270000",
+        there + u"P6 Transfer Info: file type 4 (unknown), 10000 bytes, version 3  ! version 2 expected"_s);
+    row("1B1A0000#0208102700", there + u"P6 Transfer Info  ! 5 bytes, at least 6 expected"_s);
+    row("1B580000#0A3FE803E80360EA",
+        back + u"P6 Transfer Info answer: code 0 (success), version 2, flag 1, frame limit 63, "
+               "parameters 1000, 1000, 60000"_s);
+    row("1B58001D#0A3FE803E80360EA",
+        back + u"P6 Transfer Info answer: code 29 (Transfer Info rejected), version 2, flag 1, frame "
+               "limit 63, parameters 1000, 1000, 60000"_s);
+    row("1B1A1000#030800000A000000",
+        there + u"P6 Initiate Transfer: file type 3 (package), 10 records, version 2"_s);
+    row("1B1A1000#0308", there + u"P6 Initiate Transfer  ! 2 bytes, 8 expected"_s);
+    row("1B58101E#0000000000000000",
+        back + u"P6 Initiate Transfer answer: code 30 (Initiate Transfer rejected)"_s);
+    row("1B1A2000#0305000000", there + u"P6 Record Start: record 5, 3 frames"_s);
+    row("1B1A2000#4105000000",
+        there + u"P6 Record Start: record 5, 65 frames  ! at most 64 frames can be numbered"_s);
+    row("1B1AF3F0#0102030405060708", there + u"P6 Data Frame: frame 63"_s);
+    row("1B1A3000#2639F4CB", there + u"P6 Record End: CRC-32 0xcbf43926"_s);
+    row("1B583000#00", back + u"P6 Record End answer: code 0 (success), CRC-32 matches"_s);
+    row("1B5830BA#01", back + u"P6 Record End answer: code 186 (failure), CRC-32 differs"_s);
+    row("1B1A4000#2639F4CB", there + u"P6 Transfer Complete: CRC-32 0xcbf43926"_s);
+    row("1B584000#2639F4CB",
+        back + u"P6 Transfer Complete answer: code 0 (success), receiver's CRC-32 0xcbf43926"_s);
+    row("1B1A5000#", there + u"P6 type 5  ! unknown type"_s);
+    row("1B582000#", back + u"P6 type 2 answer: code 0 (success)  ! a type without answer"_s);
+    row("123#01", u"11-bit frame"_s);
+    row("00000123#R", u"remote frame"_s);
+    row("20000020#0000000000000000", u"bus error  ! no acknowledgement"_s);
+}
+
+void TestDecoder::line_tellsTheMessage()
+{
+    QFETCH(QString, text);
+    const QString line = decodedLine(parsed(QTest::currentDataTag()), 0);
+    QCOMPARE(line.mid(47), text);
+}
+
+void TestDecoder::line_startsWithTimeIdentifierAndBytes()
+{
+    const auto entry = Candump::parse("(1436509052.249713) can0 1B1A3000#2639F4CB\n");
+    QVERIFY(entry);
+    QCOMPARE(decodedLine(entry->frame, 1436509051'249'700),
+             u"  1.000013  1B1A3000  26 39 F4 CB              Shipwright > Dockhand  P6 Record End: "
+             "CRC-32 0xcbf43926"_s);
+}
+
+void TestDecoder::object_carriesTheFields()
+{
+    const QJsonObject expected{
+        {u"time"_s, 1.0},
+        {u"id"_s, u"1B1A2000"_s},
+        {u"data"_s, u"4105000000"_s},
+        {u"from"_s, u"Shipwright"_s},
+        {u"to"_s, u"Dockhand"_s},
+        {u"message"_s, u"P6 Record Start"_s},
+        {u"fields"_s, QJsonObject{{u"record"_s, 5}, {u"frames"_s, 65}}},
+        {u"fault"_s, u"at most 64 frames can be numbered"_s},
+    };
+    QCOMPARE(decodedObject(parsed("1B1A2000#4105000000")), expected);
+}
+
+void TestDecoder::log_roundTrips_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    for (const char *line : {"(1436509052.249713) can0 0F1A02C0#A55A\n", "(0.000001) vcan12 1B1A3000#\n",
+                             "(1.000000) can0 7FF#0102030405060708\n", "(1.000000) can0 00000001#R\n",
+                             "(1.000000) can0 20000040#0000000000000000\n"}) {
+        QTest::addRow("%s", QByteArray(line).trimmed().constData()) << QByteArray(line);
+    }
+}
+
+void TestDecoder::log_roundTrips()
+{
+    QFETCH(QByteArray, line);
+    const auto entry = Candump::parse(line);
+    QVERIFY(entry);
+    QCOMPARE(Candump::format(entry->interfaceName, entry->frame), line);
+}
+
+void TestDecoder::log_directionOfCandumpXIsAccepted()
+{
+    const auto entry = Candump::parse("(1.000000) can0 0F1A02C0#A55A T\n");
+    QVERIFY(entry);
+    QCOMPARE(entry->frame.payload(), QByteArray::fromHex("a55a"));
+}
+
+void TestDecoder::log_otherLinesAreNone_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    for (const char *line : {"", "\n", "can0 123#01", "(1.0) can0 123#01", "(1.000000) can0 123#0",
+                             "(1.000000) can0 123##101", "(1.000000) can0 1234#01",
+                             "(1.000000) can0 123#010203040506070809", "(1.000000) can0 FFF#01",
+                             "(1.000000) can0 FFFFFFFF#01"}) {
+        QTest::addRow("%s", QByteArray(line).trimmed().constData()) << QByteArray(line);
+    }
+}
+
+void TestDecoder::log_otherLinesAreNone()
+{
+    QFETCH(QByteArray, line);
+    QVERIFY(!Candump::parse(line));
+}
+
+QTEST_APPLESS_MAIN(TestDecoder)
+#include "test_decoder.moc"
