@@ -8,6 +8,7 @@ std::span<const Command *const> allCommands()
         &connectCommand, &infoCommand, &setTimeCommand,
         &setSerialCommand, &sendCommand, &endCommand,
         &provisionCommand, &watchCommand, &decodeCommand,
+        &selftestCommand,
     };
     return commands;
 }

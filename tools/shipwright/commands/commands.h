@@ -32,6 +32,7 @@ extern const Command endCommand;
 extern const Command provisionCommand;
 extern const Command watchCommand;
 extern const Command decodeCommand;
+extern const Command selftestCommand;
 
 std::span<const Command *const> allCommands();
 

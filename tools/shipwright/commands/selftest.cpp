@@ -1,0 +1,65 @@
+#include "commands.h"
+
+#include "../console.h"
+#include "../session.h"
+
+#include "../engine/conformance.h"
+
+namespace Shipwright {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void addOptions(QCommandLineParser &parser)
+{
+    parser.addOption({u"destructive"_s,
+                      u"Also run the checks that set the clock and the serial number (to \"TEST12345678\") "
+                      "and install a configuration (\"{}\"); menu and package files are replaced too."_s});
+}
+
+Exit run(Session &session, const QStringList &)
+{
+    using Outcome = ConformanceResult::Outcome;
+    // Nobody there is not a deviation.
+    session.peer().receiverParameters();
+
+    ConformanceSettings settings;
+    settings.destructive = session.parser().isSet(u"destructive"_s);
+    if (session.options().peer.timeout) {
+        settings.timeout = *session.options().peer.timeout;
+        settings.completeTimeout = settings.timeout;
+    }
+    int passed = 0;
+    int skipped = 0;
+    Console &console = session.console();
+    const int failed = checkConformance(session.link(), settings, [&](const ConformanceResult &result) {
+        QString outcome = u"pass"_s;
+        if (result.outcome == Outcome::Failed)
+            outcome = u"FAIL"_s;
+        else if (result.outcome == Outcome::Skipped)
+            outcome = u"skip"_s;
+        passed += result.outcome == Outcome::Passed;
+        skipped += result.outcome == Outcome::Skipped;
+        QString text = outcome + u"  "_s + result.name;
+        if (!result.deviation.isEmpty())
+            text += u"\n      "_s + result.deviation;
+        console.report(u"check"_s, text, {{u"name"_s, result.name},
+                                          {u"outcome"_s, outcome.toLower()},
+                                          {u"deviation"_s, result.deviation}});
+    });
+    QString summary = u"%1 passed, %2 failed, %3 skipped"_s.arg(passed).arg(failed).arg(skipped);
+    if (skipped > 0)
+        summary += u" (--destructive runs them)"_s;
+    console.report(u"selftest"_s, summary + u'.',
+                   {{u"passed"_s, passed}, {u"failed"_s, failed}, {u"skipped"_s, skipped}});
+    return failed == 0 ? Exit::Success : Exit::Deviation;
+}
+
+} // namespace
+
+const Command selftestCommand{"selftest", "[--destructive]",
+                              "Check the receiver against the protocol; replaces its generic file.",
+                              0, 0, run, addOptions};
+
+} // namespace Shipwright
