@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QByteArrayList>
+#include <QProcess>
+#include <QTemporaryDir>
+
+/// The receiver as a process of its own, in a working directory of its own.
+class Receiver
+{
+public:
+    explicit Receiver(const QString &program = QStringLiteral(DOCKHAND_EXECUTABLE),
+                      const QStringList &arguments = {});
+    ~Receiver();
+
+    void setVariable(const QString &name, const QString &value);
+
+    /// Starts the receiver and waits until it is on the bus.
+    bool start();
+    /// Starts a receiver that is expected to end by itself, and waits until it has.
+    bool run();
+    bool isRunning();
+    /// What the shell shows as the exit status; -1 after a crash.
+    int exitCode() const;
+
+    /// What was logged: "level|category|text" in each line.
+    QByteArrayList log() const;
+    bool waitForLog(const QByteArray &line);
+
+    QString directory() const { return m_directory.filePath(QStringLiteral("work")); }
+
+private:
+    QTemporaryDir m_directory;
+    QProcess m_process;
+};

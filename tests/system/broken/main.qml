@@ -1,0 +1,6 @@
+import QtQuick.Window
+
+Window {
+    visible: true
+    width: // nothing
+}
