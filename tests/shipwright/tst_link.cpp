@@ -5,7 +5,7 @@
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
 
-class TestLink : public QObject
+class LinkTest : public QObject
 {
     Q_OBJECT
 
@@ -27,7 +27,7 @@ private slots:
     void fault_badTextIsRefused();
 };
 
-void TestLink::open_refusedNamesTheCause()
+void LinkTest::open_refusedNamesTheCause()
 {
     FakeClock clock;
     FakeBus bus(clock);
@@ -38,7 +38,7 @@ void TestLink::open_refusedNamesTheCause()
     QCOMPARE(failure.message, u"The CAN interface cannot be opened: No such device."_s);
 }
 
-void TestLink::fullSendBuffer_isWaitedFor()
+void LinkTest::fullSendBuffer_isWaitedFor()
 {
     Bench bench;
     bench.bus.refusedWrites = 20;
@@ -47,7 +47,7 @@ void TestLink::fullSendBuffer_isWaitedFor()
     QCOMPARE(bench.bus.writeAttempts, 21);
 }
 
-void TestLink::fullSendBuffer_losesNoFrameOfATransfer()
+void LinkTest::fullSendBuffer_losesNoFrameOfATransfer()
 {
     // A queue of ten frames, drained one frame a millisecond.
     Bench bench;
@@ -60,7 +60,7 @@ void TestLink::fullSendBuffer_losesNoFrameOfATransfer()
     QCOMPARE(bench.progress.last().repeated, 0u);
 }
 
-void TestLink::fullSendBuffer_forTooLongNamesTheCause()
+void LinkTest::fullSendBuffer_forTooLongNamesTheCause()
 {
     Bench bench;
     bench.bus.refusedWrites = 1'000'000;
@@ -73,7 +73,7 @@ void TestLink::fullSendBuffer_forTooLongNamesTheCause()
     QVERIFY(failure.hint.contains(u"termination"_s));
 }
 
-void TestLink::receive_takesFramesInOrder()
+void LinkTest::receive_takesFramesInOrder()
 {
     Bench bench;
     bench.bus.deliver(frame(0x10000001, "01"));
@@ -83,7 +83,7 @@ void TestLink::receive_takesFramesInOrder()
     QVERIFY(!bench.link.receive(0));
 }
 
-void TestLink::receive_skipsBaseFormatAndErrorFrames()
+void LinkTest::receive_skipsBaseFormatAndErrorFrames()
 {
     Bench bench;
     bench.bus.deliver(QCanBusFrame(0x123, {}));
@@ -92,7 +92,7 @@ void TestLink::receive_skipsBaseFormatAndErrorFrames()
     QCOMPARE(bench.link.receive(0)->frameId(), 0x10000002u);
 }
 
-void TestLink::interruption_endsAWait()
+void LinkTest::interruption_endsAWait()
 {
     Bench bench;
     bench.clock.at(300, [&bench] { bench.link.interrupt(); });
@@ -100,7 +100,7 @@ void TestLink::interruption_endsAWait()
     QCOMPARE(bench.clock.now(), 300);
 }
 
-void TestLink::observers_seeBothDirectionsWithTimeStamps()
+void LinkTest::observers_seeBothDirectionsWithTimeStamps()
 {
     Bench bench;
     QStringList seen;
@@ -112,7 +112,7 @@ void TestLink::observers_seeBothDirectionsWithTimeStamps()
     QCOMPARE(seen, (QStringList{u"> 0F1A02C0#A55A"_s, u"< 0F584000#5AA5"_s}));
 }
 
-void TestLink::fault_changesWhatGoesOut_data()
+void LinkTest::fault_changesWhatGoesOut_data()
 {
     QTest::addColumn<QString>("fault");
     QTest::addColumn<QStringList>("sent");
@@ -130,7 +130,7 @@ void TestLink::fault_changesWhatGoesOut_data()
     QTest::newRow("truncate") << u"truncate@data:3"_s << QStringList{a, b, u"1B1AF020#CC"_s};
 }
 
-void TestLink::fault_changesWhatGoesOut()
+void LinkTest::fault_changesWhatGoesOut()
 {
     QFETCH(QString, fault);
     QFETCH(QStringList, sent);
@@ -144,7 +144,7 @@ void TestLink::fault_changesWhatGoesOut()
     QCOMPARE(bench.bus.sent, sent);
 }
 
-void TestLink::fault_delayHoldsBackTheFrame()
+void LinkTest::fault_delayHoldsBackTheFrame()
 {
     Bench bench;
     FaultPlan faults;
@@ -155,7 +155,7 @@ void TestLink::fault_delayHoldsBackTheFrame()
     QCOMPARE(bench.bus.sent, QStringList{u"1B1A2000#"_s});
 }
 
-void TestLink::fault_countsTheFramesOfItsKind()
+void LinkTest::fault_countsTheFramesOfItsKind()
 {
     Bench bench;
     FaultPlan faults;
@@ -169,7 +169,7 @@ void TestLink::fault_countsTheFramesOfItsKind()
     QCOMPARE(bench.bus.sent, (QStringList{u"1B1A2000#"_s, u"1B1A3000#"_s}));
 }
 
-void TestLink::fault_killClosesTheInterface()
+void LinkTest::fault_killClosesTheInterface()
 {
     Bench bench;
     FaultPlan faults;
@@ -181,7 +181,7 @@ void TestLink::fault_killClosesTheInterface()
     QCOMPARE(failureOf([&] { bench.link.send(0x1B1A2000, {}); }).exit, Exit::Interface);
 }
 
-void TestLink::fault_badTextIsRefused_data()
+void LinkTest::fault_badTextIsRefused_data()
 {
     QTest::addColumn<QString>("text");
     for (const char *text : {"", "drop", "drop@", "lose@data", "drop@frames", "drop@data:0",
@@ -191,7 +191,7 @@ void TestLink::fault_badTextIsRefused_data()
     }
 }
 
-void TestLink::fault_badTextIsRefused()
+void LinkTest::fault_badTextIsRefused()
 {
     QFETCH(QString, text);
     FaultPlan faults;
@@ -200,5 +200,5 @@ void TestLink::fault_badTextIsRefused()
     QVERIFY(failure.message.startsWith(u'"' + text + u"\" is not a fault: "_s));
 }
 
-QTEST_GUILESS_MAIN(TestLink)
-#include "test_link.moc"
+QTEST_GUILESS_MAIN(LinkTest)
+#include "tst_link.moc"

@@ -7,7 +7,7 @@
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
 
-class TestConformance : public QObject
+class ConformanceTest : public QObject
 {
     Q_OBJECT
 
@@ -32,7 +32,7 @@ static QStringList failedChecks(Bench &bench, bool destructive = true)
     return failed;
 }
 
-void TestConformance::rightReceiver_passes()
+void ConformanceTest::rightReceiver_passes()
 {
     Bench bench;
     QCOMPARE(failedChecks(bench), QStringList());
@@ -40,7 +40,7 @@ void TestConformance::rightReceiver_passes()
     QCOMPARE(bench.bus.receiver.file(0), QByteArrayLiteral("{}\n"));
 }
 
-void TestConformance::withoutConsent_nothingIsChangedThatLasts()
+void ConformanceTest::withoutConsent_nothingIsChangedThatLasts()
 {
     Bench bench;
     QCOMPARE(failedChecks(bench, false), QStringList());
@@ -53,7 +53,7 @@ void TestConformance::withoutConsent_nothingIsChangedThatLasts()
     QVERIFY(!bench.bus.receiver.file(2).isEmpty());
 }
 
-void TestConformance::brokenReceiver_fails_data()
+void ConformanceTest::brokenReceiver_fails_data()
 {
     QTest::addColumn<QString>("check");
     const auto row = [](const char *defect, const QString &check) { QTest::newRow(defect) << check; };
@@ -81,7 +81,7 @@ void TestConformance::brokenReceiver_fails_data()
     row("swaps-crc-bytes", u"file: 1 to 1500 bytes in up to 3 records"_s);
 }
 
-void TestConformance::brokenReceiver_fails()
+void ConformanceTest::brokenReceiver_fails()
 {
     QFETCH(QString, check);
     Bench bench;
@@ -92,7 +92,7 @@ void TestConformance::brokenReceiver_fails()
     QVERIFY2(failed.contains(check), qPrintable(failed.join(u'\n')));
 }
 
-void TestConformance::deviation_namesWhatWasDueAndWhatCame()
+void ConformanceTest::deviation_namesWhatWasDueAndWhatCame()
 {
     Bench bench;
     bench.bus.receiver.setDefect(ReceiverModel::Defect::IgnoresSlot);
@@ -103,7 +103,7 @@ void TestConformance::deviation_namesWhatWasDueAndWhatCame()
     QCOMPARE(deviations.first(), u"due: 0F584800#5AA5; came: 0F584000#5AA5"_s);
 }
 
-void TestConformance::silentReceiver_failsEveryCheck()
+void ConformanceTest::silentReceiver_failsEveryCheck()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
@@ -115,5 +115,5 @@ void TestConformance::silentReceiver_failsEveryCheck()
     QCOMPARE(failed, checks);
 }
 
-QTEST_GUILESS_MAIN(TestConformance)
-#include "test_conformance.moc"
+QTEST_GUILESS_MAIN(ConformanceTest)
+#include "tst_conformance.moc"

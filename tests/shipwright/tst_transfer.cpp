@@ -5,7 +5,7 @@
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
 
-class TestTransfer : public QObject
+class TransferTest : public QObject
 {
     Q_OBJECT
 
@@ -40,7 +40,7 @@ private slots:
     void foreignTraffic_isIgnored();
 };
 
-void TestTransfer::smallFile_frameByFrame()
+void TransferTest::smallFile_frameByFrame()
 {
     Bench bench;
     bench.send(2, QByteArrayLiteral("123456789"));
@@ -56,7 +56,7 @@ void TestTransfer::smallFile_frameByFrame()
     QCOMPARE(bench.bus.sent, expected);
 }
 
-void TestTransfer::file_arrivesWhateverItsSize_data()
+void TransferTest::file_arrivesWhateverItsSize_data()
 {
     QTest::addColumn<qsizetype>("size");
     QTest::addColumn<quint32>("records");
@@ -67,7 +67,7 @@ void TestTransfer::file_arrivesWhateverItsSize_data()
     }
 }
 
-void TestTransfer::file_arrivesWhateverItsSize()
+void TransferTest::file_arrivesWhateverItsSize()
 {
     QFETCH(qsizetype, size);
     QFETCH(quint32, records);
@@ -78,7 +78,7 @@ void TestTransfer::file_arrivesWhateverItsSize()
     QCOMPARE(last.bytes, static_cast<quint64>(size));
 }
 
-void TestTransfer::file_onlyTheLastFrameIsShort()
+void TransferTest::file_onlyTheLastFrameIsShort()
 {
     Bench bench;
     bench.send(2, pattern(1027));
@@ -91,7 +91,7 @@ void TestTransfer::file_onlyTheLastFrameIsShort()
     QVERIFY(bench.bus.sent.contains(u"1B1AF000#141516"_s));
 }
 
-void TestTransfer::emptyFile_hasNoRecords()
+void TransferTest::emptyFile_hasNoRecords()
 {
     Bench bench;
     const TransferProgress last = bench.send(2, {});
@@ -104,7 +104,7 @@ void TestTransfer::emptyFile_hasNoRecords()
     QVERIFY(last.phase == TransferProgress::Phase::Confirmed);
 }
 
-void TestTransfer::frameLimit_boundsTheRecords()
+void TransferTest::frameLimit_boundsTheRecords()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -116,7 +116,7 @@ void TestTransfer::frameLimit_boundsTheRecords()
     QVERIFY(bench.bus.sent.contains(u"1B1A2000#0102000000"_s));
 }
 
-void TestTransfer::frameLimit_neverExceedsWhatTheWireNumbers()
+void TransferTest::frameLimit_neverExceedsWhatTheWireNumbers()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -127,7 +127,7 @@ void TestTransfer::frameLimit_neverExceedsWhatTheWireNumbers()
     QCOMPARE(bench.bus.receiver.file(2), pattern(513));
 }
 
-void TestTransfer::record_refusedIsSentAgain()
+void TransferTest::record_refusedIsSentAgain()
 {
     Bench bench;
     FaultPlan faults;
@@ -139,7 +139,7 @@ void TestTransfer::record_refusedIsSentAgain()
     QCOMPARE(bench.bus.sent.count(u"1B1A2000#0B01000000"_s), 2);
 }
 
-void TestTransfer::record_refusedTooOftenFails()
+void TransferTest::record_refusedTooOftenFails()
 {
     PeerSettings settings;
     settings.retries = 2;
@@ -155,7 +155,7 @@ void TestTransfer::record_refusedTooOftenFails()
     QCOMPARE(bench.bus.sent.count(u"1B1A2000#0200000000"_s), 3);
 }
 
-void TestTransfer::record_noRetriesFailsAtOnce()
+void TransferTest::record_noRetriesFailsAtOnce()
 {
     PeerSettings settings;
     settings.retries = 0;
@@ -167,7 +167,7 @@ void TestTransfer::record_noRetriesFailsAtOnce()
     QCOMPARE(bench.bus.sent.count(u"1B1A2000#0100000000"_s), 1);
 }
 
-void TestTransfer::record_codeThatIsNoRefusalFails()
+void TransferTest::record_codeThatIsNoRefusalFails()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -179,7 +179,7 @@ void TestTransfer::record_codeThatIsNoRefusalFails()
              u"The receiver refused Record End of record 1 of 1 with code 7."_s);
 }
 
-void TestTransfer::record_contradictoryAnswerIsABadAnswer()
+void TransferTest::record_contradictoryAnswerIsABadAnswer()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -188,7 +188,7 @@ void TestTransfer::record_contradictoryAnswerIsABadAnswer()
     QCOMPARE(failureOf([&] { bench.send(2, pattern(8)); }).exit, Exit::BadAnswer);
 }
 
-void TestTransfer::record_answerAwaitedAsLongAsTheReceiverSays()
+void TransferTest::record_answerAwaitedAsLongAsTheReceiverSays()
 {
     Bench bench;
     bench.bus.tamper = [&bench](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -201,7 +201,7 @@ void TestTransfer::record_answerAwaitedAsLongAsTheReceiverSays()
     QVERIFY(bench.clock.now() >= 5000);
 }
 
-void TestTransfer::record_unansweredIsNotSentAgain()
+void TransferTest::record_unansweredIsNotSentAgain()
 {
     // The receiver may have appended the record: sending it again could append it twice.
     Bench bench;
@@ -216,7 +216,7 @@ void TestTransfer::record_unansweredIsNotSentAgain()
     QCOMPARE(bench.bus.sent.count(u"1B1A3000#2639F4CB"_s), 1);
 }
 
-void TestTransfer::info_refusedNamesTheVersions()
+void TransferTest::info_refusedNamesTheVersions()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) {
@@ -229,7 +229,7 @@ void TestTransfer::info_refusedNamesTheVersions()
     QCOMPARE(bench.bus.sent.size(), 1);
 }
 
-void TestTransfer::initiate_refused()
+void TransferTest::initiate_refused()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -240,7 +240,7 @@ void TestTransfer::initiate_refused()
     QCOMPARE(failure.message, u"The receiver refused Initiate Transfer with code 30."_s);
 }
 
-void TestTransfer::complete_awaitedForTheLongLimit()
+void TransferTest::complete_awaitedForTheLongLimit()
 {
     Bench bench;
     bench.bus.tamper = [&bench](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -252,7 +252,7 @@ void TestTransfer::complete_awaitedForTheLongLimit()
     QCOMPARE(bench.bus.receiver.installations(), 1);
 }
 
-void TestTransfer::complete_shorterLimitWhenAskedFor()
+void TransferTest::complete_shorterLimitWhenAskedFor()
 {
     PeerSettings settings;
     settings.timeout = 500;
@@ -264,7 +264,7 @@ void TestTransfer::complete_shorterLimitWhenAskedFor()
     QVERIFY(bench.clock.now() < 600);
 }
 
-void TestTransfer::complete_crcDiffersShowsBothValues()
+void TransferTest::complete_crcDiffersShowsBothValues()
 {
     Bench bench;
     FaultPlan faults;
@@ -276,7 +276,7 @@ void TestTransfer::complete_crcDiffersShowsBothValues()
              u"The CRC-32 of the file differs: 0x94124c85 sent, 0x48964a4b at the receiver."_s);
 }
 
-void TestTransfer::complete_successWithAnotherCrcIsABadAnswer()
+void TransferTest::complete_successWithAnotherCrcIsABadAnswer()
 {
     Bench bench;
     bench.bus.receiver.setDefect(ReceiverModel::Defect::SwapsCrcBytes);
@@ -287,7 +287,7 @@ void TestTransfer::complete_successWithAnotherCrcIsABadAnswer()
              "0x2639f4cb and the one sent was 0xcbf43926."_s);
 }
 
-void TestTransfer::parametersOfZero_fallBackToTheDefault()
+void TransferTest::parametersOfZero_fallBackToTheDefault()
 {
     Bench bench;
     bench.bus.answerDelay = 900;
@@ -298,7 +298,7 @@ void TestTransfer::parametersOfZero_fallBackToTheDefault()
     QCOMPARE(bench.bus.receiver.file(2), pattern(600));
 }
 
-void TestTransfer::progress_neverShowsAllBeforeTheReceiverConfirmed()
+void TransferTest::progress_neverShowsAllBeforeTheReceiverConfirmed()
 {
     Bench bench;
     bench.send(2, pattern(1500));
@@ -313,7 +313,7 @@ void TestTransfer::progress_neverShowsAllBeforeTheReceiverConfirmed()
     QVERIFY(bench.progress.at(bench.progress.size() - 2).phase == TransferProgress::Phase::Confirming);
 }
 
-void TestTransfer::progress_countsRepeatedRecords()
+void TransferTest::progress_countsRepeatedRecords()
 {
     Bench bench;
     FaultPlan faults;
@@ -325,7 +325,7 @@ void TestTransfer::progress_countsRepeatedRecords()
     QCOMPARE(last.bytes, 600u);
 }
 
-void TestTransfer::fileThatShrinks_isALocalFailure()
+void TransferTest::fileThatShrinks_isALocalFailure()
 {
     Bench bench;
     QByteArray content = pattern(1000);
@@ -341,7 +341,7 @@ void TestTransfer::fileThatShrinks_isALocalFailure()
     QVERIFY(failure.message.startsWith(u"The file ended after 600 of 1000 bytes"_s));
 }
 
-void TestTransfer::state_tellsWhatTheReceiverIsLeftWith()
+void TransferTest::state_tellsWhatTheReceiverIsLeftWith()
 {
     Bench bench;
     FaultPlan faults;
@@ -357,7 +357,7 @@ void TestTransfer::state_tellsWhatTheReceiverIsLeftWith()
     QVERIFY(bench.peer.receiverState().isEmpty());
 }
 
-void TestTransfer::interruption_endsTheTransfer()
+void TransferTest::interruption_endsTheTransfer()
 {
     Bench bench;
     bench.bus.onWritten = [&bench](const QCanBusFrame &sent) {
@@ -369,7 +369,7 @@ void TestTransfer::interruption_endsTheTransfer()
     QCOMPARE(bench.bus.sent.last().left(8), u"1B1AF050"_s);
 }
 
-void TestTransfer::interface_goesAwayInTheMiddle()
+void TransferTest::interface_goesAwayInTheMiddle()
 {
     Bench bench;
     bench.bus.onWritten = [&bench](const QCanBusFrame &sent) {
@@ -381,7 +381,7 @@ void TestTransfer::interface_goesAwayInTheMiddle()
     QCOMPARE(failure.message, u"The CAN interface went away: Network is down."_s);
 }
 
-void TestTransfer::foreignTraffic_isIgnored()
+void TransferTest::foreignTraffic_isIgnored()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &, QList<QCanBusFrame> answers) {
@@ -395,5 +395,5 @@ void TestTransfer::foreignTraffic_isIgnored()
     QCOMPARE(bench.bus.receiver.file(2), pattern(1500));
 }
 
-QTEST_GUILESS_MAIN(TestTransfer)
-#include "test_transfer.moc"
+QTEST_GUILESS_MAIN(TransferTest)
+#include "tst_transfer.moc"

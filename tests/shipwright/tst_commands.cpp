@@ -6,7 +6,7 @@
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
 
-class TestCommands : public QObject
+class CommandsTest : public QObject
 {
     Q_OBJECT
 
@@ -39,14 +39,14 @@ private slots:
     void info_shortAnswerIsABadAnswer();
 };
 
-void TestCommands::connect_sendsTheHandshake()
+void CommandsTest::connect_sendsTheHandshake()
 {
     Bench bench;
     bench.peer.startConfiguration();
     QCOMPARE(bench.bus.sent, QStringList{u"0F1A02C0#A55A"_s});
 }
 
-void TestCommands::connect_usesSlotAndDestination()
+void CommandsTest::connect_usesSlotAndDestination()
 {
     PeerSettings settings;
     settings.slot = 3;
@@ -56,7 +56,7 @@ void TestCommands::connect_usesSlotAndDestination()
     QCOMPARE(bench.bus.sent, QStringList{u"0F0E1AC0#A55A"_s});
 }
 
-void TestCommands::connect_refusedNamesTheCode()
+void CommandsTest::connect_refusedNamesTheCode()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x0F5840BA, "")}; };
@@ -65,7 +65,7 @@ void TestCommands::connect_refusedNamesTheCode()
     QCOMPARE(failure.message, u"The receiver refused start of configuration with code 186."_s);
 }
 
-void TestCommands::connect_wrongHandshakeIsABadAnswer()
+void CommandsTest::connect_wrongHandshakeIsABadAnswer()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x0F584000, "a55a")}; };
@@ -75,7 +75,7 @@ void TestCommands::connect_wrongHandshakeIsABadAnswer()
              u"The answer to start of configuration carries A55A where 5AA5 was expected."_s);
 }
 
-void TestCommands::silence_namesWhatWasSentAwaitedAndForHowLong()
+void CommandsTest::silence_namesWhatWasSentAwaitedAndForHowLong()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
@@ -88,7 +88,7 @@ void TestCommands::silence_namesWhatWasSentAwaitedAndForHowLong()
     QCOMPARE(bench.clock.now(), 1000);
 }
 
-void TestCommands::silence_lastsAsLongAsAskedFor()
+void CommandsTest::silence_lastsAsLongAsAskedFor()
 {
     PeerSettings settings;
     settings.timeout = 250;
@@ -98,7 +98,7 @@ void TestCommands::silence_lastsAsLongAsAskedFor()
     QCOMPARE(bench.clock.now(), 250);
 }
 
-void TestCommands::silence_namesWhatCameInstead()
+void CommandsTest::silence_namesWhatCameInstead()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) {
@@ -111,7 +111,7 @@ void TestCommands::silence_namesWhatCameInstead()
              qPrintable(failure.message));
 }
 
-void TestCommands::silence_tellsTheConditionOfTheBus()
+void CommandsTest::silence_tellsTheConditionOfTheBus()
 {
     Bench bench;
     bench.bus.status = QCanBusDevice::CanBusStatus::Error;
@@ -124,7 +124,7 @@ void TestCommands::silence_tellsTheConditionOfTheBus()
              qPrintable(failure.message));
 }
 
-void TestCommands::answer_justInTimeCounts()
+void CommandsTest::answer_justInTimeCounts()
 {
     Bench bench;
     bench.bus.answerDelay = 1000;
@@ -133,7 +133,7 @@ void TestCommands::answer_justInTimeCounts()
     QCOMPARE(failureOf([&] { bench.peer.startConfiguration(); }).exit, Exit::NoAnswer);
 }
 
-void TestCommands::answer_inAnotherSlotDoesNotCount()
+void CommandsTest::answer_inAnotherSlotDoesNotCount()
 {
     PeerSettings settings;
     settings.slot = 1;
@@ -142,28 +142,28 @@ void TestCommands::answer_inAnotherSlotDoesNotCount()
     QCOMPARE(failureOf([&] { bench.peer.startConfiguration(); }).exit, Exit::NoAnswer);
 }
 
-void TestCommands::answer_leftOverFromBeforeDoesNotCount()
+void CommandsTest::answer_leftOverFromBeforeDoesNotCount()
 {
     Bench bench;
     bench.bus.deliver(frame(0x0F5840BA, ""));
     bench.peer.startConfiguration();
 }
 
-void TestCommands::answer_toAnotherNodeDoesNotCount()
+void CommandsTest::answer_toAnotherNodeDoesNotCount()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x0F574000, "5aa5")}; };
     QCOMPARE(failureOf([&] { bench.peer.startConfiguration(); }).exit, Exit::NoAnswer);
 }
 
-void TestCommands::time_goesOutInUtc()
+void CommandsTest::time_goesOutInUtc()
 {
     Bench bench;
     bench.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(16, 7, 9), Qt::OffsetFromUTC, 7200));
     QCOMPARE(bench.bus.sent, QStringList{u"0F1A02C1#1803050E0709"_s});
 }
 
-void TestCommands::time_outsideTheWireIsRefused_data()
+void CommandsTest::time_outsideTheWireIsRefused_data()
 {
     QTest::addColumn<QDateTime>("time");
     QTest::newRow("before 2000") << QDateTime(QDate(1999, 12, 31), QTime(23, 59, 59), Qt::UTC);
@@ -171,7 +171,7 @@ void TestCommands::time_outsideTheWireIsRefused_data()
     QTest::newRow("none") << QDateTime();
 }
 
-void TestCommands::time_outsideTheWireIsRefused()
+void CommandsTest::time_outsideTheWireIsRefused()
 {
     QFETCH(QDateTime, time);
     Bench bench;
@@ -179,7 +179,7 @@ void TestCommands::time_outsideTheWireIsRefused()
     QVERIFY(bench.bus.sent.isEmpty());
 }
 
-void TestCommands::time_refusedByTheReceiver()
+void CommandsTest::time_refusedByTheReceiver()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) {
@@ -191,7 +191,7 @@ void TestCommands::time_refusedByTheReceiver()
     QCOMPARE(failure.message, u"The receiver refused set date and time with code 186."_s);
 }
 
-void TestCommands::time_echoedWrongIsABadAnswer()
+void CommandsTest::time_echoedWrongIsABadAnswer()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) {
@@ -202,7 +202,7 @@ void TestCommands::time_echoedWrongIsABadAnswer()
     QCOMPARE(failure.exit, Exit::BadAnswer);
 }
 
-void TestCommands::serial_splitsAfterSevenBytes_data()
+void CommandsTest::serial_splitsAfterSevenBytes_data()
 {
     QTest::addColumn<QString>("serial");
     QTest::addColumn<QStringList>("sent");
@@ -217,7 +217,7 @@ void TestCommands::serial_splitsAfterSevenBytes_data()
         << u"ABCDEÄF"_s << QStringList{u"0F1A02C2#084142434445C384"_s, u"0F1A02C3#46"_s};
 }
 
-void TestCommands::serial_splitsAfterSevenBytes()
+void CommandsTest::serial_splitsAfterSevenBytes()
 {
     QFETCH(QString, serial);
     QFETCH(QStringList, sent);
@@ -227,7 +227,7 @@ void TestCommands::serial_splitsAfterSevenBytes()
     QCOMPARE(bench.bus.receiver.serialNumber(), serial);
 }
 
-void TestCommands::serial_thatTheWireCannotCarryIsRefused_data()
+void CommandsTest::serial_thatTheWireCannotCarryIsRefused_data()
 {
     QTest::addColumn<QString>("serial");
     QTest::addColumn<QString>("reason");
@@ -243,7 +243,7 @@ void TestCommands::serial_thatTheWireCannotCarryIsRefused_data()
     QTest::newRow("line feed") << u"AB\nC"_s << u"it contains a control character"_s;
 }
 
-void TestCommands::serial_thatTheWireCannotCarryIsRefused()
+void CommandsTest::serial_thatTheWireCannotCarryIsRefused()
 {
     QFETCH(QString, serial);
     QFETCH(QString, reason);
@@ -255,7 +255,7 @@ void TestCommands::serial_thatTheWireCannotCarryIsRefused()
     QVERIFY(bench.bus.sent.isEmpty());
 }
 
-void TestCommands::serial_storageFailureInTheSecondFrame()
+void CommandsTest::serial_storageFailureInTheSecondFrame()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
@@ -267,7 +267,7 @@ void TestCommands::serial_storageFailureInTheSecondFrame()
              u"The receiver refused set serial number, second frame with code 186."_s);
 }
 
-void TestCommands::end_sendsTheCommand()
+void CommandsTest::end_sendsTheCommand()
 {
     Bench bench;
     bench.peer.startConfiguration();
@@ -277,14 +277,14 @@ void TestCommands::end_sendsTheCommand()
     QVERIFY(bench.peer.receiverState().isEmpty());
 }
 
-void TestCommands::info_leavesATransferAlone()
+void CommandsTest::info_leavesATransferAlone()
 {
     Bench bench;
     bench.peer.receiverParameters();
     QCOMPARE(bench.bus.sent, QStringList{u"1B1A0000#"_s});
 }
 
-void TestCommands::info_readsEveryParameter()
+void CommandsTest::info_readsEveryParameter()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) {
@@ -299,7 +299,7 @@ void TestCommands::info_readsEveryParameter()
     QCOMPARE(parameters.completeTimeout, 3u);
 }
 
-void TestCommands::info_shortAnswerIsABadAnswer()
+void CommandsTest::info_shortAnswerIsABadAnswer()
 {
     Bench bench;
     bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x1B58001D, "0a3f")}; };
@@ -309,5 +309,5 @@ void TestCommands::info_shortAnswerIsABadAnswer()
              u"The answer to Transfer Info has 2 bytes (0a3f) where 8 were expected."_s);
 }
 
-QTEST_GUILESS_MAIN(TestCommands)
-#include "test_commands.moc"
+QTEST_GUILESS_MAIN(CommandsTest)
+#include "tst_commands.moc"

@@ -6,7 +6,7 @@
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
 
-class TestDecoder : public QObject
+class DecoderTest : public QObject
 {
     Q_OBJECT
 
@@ -28,7 +28,7 @@ static QCanBusFrame parsed(const char *frame)
     return entry ? entry->frame : QCanBusFrame(QCanBusFrame::InvalidFrame);
 }
 
-void TestDecoder::line_tellsTheMessage_data()
+void DecoderTest::line_tellsTheMessage_data()
 {
     QTest::addColumn<QString>("text");
     const auto row = [](const char *frame, const QString &text) { QTest::newRow(frame) << text; };
@@ -89,14 +89,14 @@ void TestDecoder::line_tellsTheMessage_data()
     row("20000020#0000000000000000", u"bus error  ! no acknowledgement"_s);
 }
 
-void TestDecoder::line_tellsTheMessage()
+void DecoderTest::line_tellsTheMessage()
 {
     QFETCH(QString, text);
     const QString line = decodedLine(parsed(QTest::currentDataTag()), 0);
     QCOMPARE(line.mid(47), text);
 }
 
-void TestDecoder::line_startsWithTimeIdentifierAndBytes()
+void DecoderTest::line_startsWithTimeIdentifierAndBytes()
 {
     const auto entry = Candump::parse("(1436509052.249713) can0 1B1A3000#2639F4CB\n");
     QVERIFY(entry);
@@ -105,7 +105,7 @@ void TestDecoder::line_startsWithTimeIdentifierAndBytes()
              "CRC-32 0xcbf43926"_s);
 }
 
-void TestDecoder::object_carriesTheFields()
+void DecoderTest::object_carriesTheFields()
 {
     const QJsonObject expected{
         {u"time"_s, 1.0},
@@ -120,7 +120,7 @@ void TestDecoder::object_carriesTheFields()
     QCOMPARE(decodedObject(parsed("1B1A2000#4105000000")), expected);
 }
 
-void TestDecoder::log_roundTrips_data()
+void DecoderTest::log_roundTrips_data()
 {
     QTest::addColumn<QByteArray>("line");
     for (const char *line : {"(1436509052.249713) can0 0F1A02C0#A55A\n", "(0.000001) vcan12 1B1A3000#\n",
@@ -130,7 +130,7 @@ void TestDecoder::log_roundTrips_data()
     }
 }
 
-void TestDecoder::log_roundTrips()
+void DecoderTest::log_roundTrips()
 {
     QFETCH(QByteArray, line);
     const auto entry = Candump::parse(line);
@@ -138,14 +138,14 @@ void TestDecoder::log_roundTrips()
     QCOMPARE(Candump::format(entry->interfaceName, entry->frame), line);
 }
 
-void TestDecoder::log_directionOfCandumpXIsAccepted()
+void DecoderTest::log_directionOfCandumpXIsAccepted()
 {
     const auto entry = Candump::parse("(1.000000) can0 0F1A02C0#A55A T\n");
     QVERIFY(entry);
     QCOMPARE(entry->frame.payload(), QByteArray::fromHex("a55a"));
 }
 
-void TestDecoder::log_otherLinesAreNone_data()
+void DecoderTest::log_otherLinesAreNone_data()
 {
     QTest::addColumn<QByteArray>("line");
     for (const char *line : {"", "\n", "can0 123#01", "(1.0) can0 123#01", "(1.000000) can0 123#0",
@@ -156,11 +156,11 @@ void TestDecoder::log_otherLinesAreNone_data()
     }
 }
 
-void TestDecoder::log_otherLinesAreNone()
+void DecoderTest::log_otherLinesAreNone()
 {
     QFETCH(QByteArray, line);
     QVERIFY(!Candump::parse(line));
 }
 
-QTEST_APPLESS_MAIN(TestDecoder)
-#include "test_decoder.moc"
+QTEST_APPLESS_MAIN(DecoderTest)
+#include "tst_decoder.moc"

@@ -1,0 +1,570 @@
+// Every command of shipwright from end to end on the bench bus, against the receiver itself.
+
+#include "receivermodel.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString serviceTree = u"/media/service/korvane/"_s;
+
+struct Outcome
+{
+    int status = -1;
+    QString out;
+    QString err;
+};
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArrayLiteral("no such file");
+}
+
+QByteArray pattern(qsizetype size)
+{
+    QByteArray bytes(size, '\0');
+    for (qsizetype i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i % 251);
+    return bytes;
+}
+
+void startShipwright(QProcess &process, const QStringList &arguments)
+{
+    process.start(QStringLiteral(SHIPWRIGHT), arguments);
+    QVERIFY(process.waitForStarted());
+}
+
+Outcome outcomeOf(QProcess &process)
+{
+    if (!process.waitForFinished(30'000) || process.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+Outcome shipwright(const QStringList &arguments, const QByteArray &input = {})
+{
+    QProcess process;
+    startShipwright(process, arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    return outcomeOf(process);
+}
+
+} // namespace
+
+class ShipwrightTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void connect_saysThatItIsConnected();
+    void info_printsTheParameters();
+    void setTime_setsTheClock();
+    void setSerial_storesTheNumber();
+    void send_putsTheFileInItsPlace_data();
+    void send_putsTheFileInItsPlace();
+    void send_readsFromAPipe();
+    void send_recoversFromACorruptedFrame();
+    void send_progressOnATerminal();
+    void end_saysThatItEnded();
+    void provision_doesAWholeSession();
+    void provision_refusesBeforeTheFirstFrame();
+    void watch_printsTheTrafficUntilInterrupted();
+    void decode_readsWhatLogWrites();
+    void decode_namesLinesThatAreNoFrames();
+    void log_isReadByCanUtils();
+    void json_isOneObjectPerLine();
+    void selftest_passesOnTheReceiver();
+    void selftest_failsOnABrokenReceiver_data();
+    void selftest_failsOnABrokenReceiver();
+    void failure_hasItsExitStatus_data();
+    void failure_hasItsExitStatus();
+    void failure_noReceiver();
+    void failure_interfaceCannotBeOpened();
+    void failure_sendBufferStaysFull();
+    void interruption_tellsTheReceiversState();
+
+private:
+    QString file(const QString &name, const QByteArray &content) const;
+    void startReceiver();
+    void stopReceiver();
+
+    std::unique_ptr<QTemporaryDir> m_directory;
+    QProcess m_receiver;
+};
+
+void ShipwrightTest::init()
+{
+    m_directory = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_directory->isValid());
+    const bool hasStandIn = qstrcmp(QTest::currentTestFunction(), "selftest_failsOnABrokenReceiver") == 0;
+    if (!hasStandIn)
+        startReceiver();
+}
+
+void ShipwrightTest::startReceiver()
+{
+    m_receiver.setProgram(QStringLiteral(DOCKHAND));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"QT_QUICK_BACKEND"_s, u"software"_s);
+    environment.insert(u"DOCKHAND_STAND_IN_LOG"_s, m_directory->filePath(u"clock.log"_s));
+    m_receiver.setProcessEnvironment(environment);
+    m_receiver.setStandardOutputFile(QProcess::nullDevice());
+    // Its log would fill a pipe that nobody reads, and then it would wait.
+    m_receiver.setStandardErrorFile(QProcess::nullDevice());
+    m_receiver.start();
+    QVERIFY(m_receiver.waitForStarted());
+    Outcome outcome;
+    for (int attempt = 0; attempt < 100 && outcome.status != 0; ++attempt)
+        outcome = shipwright({u"info"_s, u"--timeout"_s, u"100"_s});
+    QCOMPARE(outcome.status, 0);
+}
+
+void ShipwrightTest::stopReceiver()
+{
+    if (m_receiver.state() == QProcess::NotRunning)
+        return;
+    m_receiver.kill();
+    m_receiver.waitForFinished();
+}
+
+void ShipwrightTest::cleanup()
+{
+    stopReceiver();
+}
+
+QString ShipwrightTest::file(const QString &name, const QByteArray &content) const
+{
+    QFile file(m_directory->filePath(name));
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("cannot write the test's own file");
+    return file.fileName();
+}
+
+void ShipwrightTest::connect_saysThatItIsConnected()
+{
+    const Outcome outcome = shipwright({u"connect"_s});
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.out, u"Connected.\n"_s);
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(shipwright({u"connect"_s, u"--destination"_s, u"14"_s, u"--slot"_s, u"3"_s}).status, 0);
+}
+
+void ShipwrightTest::info_printsTheParameters()
+{
+    const Outcome outcome = shipwright({u"info"_s});
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(outcome.out, u"Protocol version:             2\n"
+                          "Data frames in a record:      64\n"
+                          "Flag:                         1\n"
+                          "Limit for a negotiation:      1000 ms\n"
+                          "Limit for a record:           1000 ms\n"
+                          "Limit for the whole file:     60000 ms\n"_s);
+}
+
+void ShipwrightTest::setTime_setsTheClock()
+{
+    const Outcome outcome = shipwright({u"set-time"_s, u"2024-03-05T14:07:09Z"_s});
+    QCOMPARE(outcome.out, u"Clock set to 2024-03-05 14:07:09 UTC.\n"_s);
+    QCOMPARE(outcome.status, 0);
+    QTRY_VERIFY(contentOf(m_directory->filePath(u"clock.log"_s))
+                    .contains("timedatectl\tset-time\t2024-03-05 14:07:09 UTC\n"));
+    QCOMPARE(shipwright({u"set-time"_s}).status, 0);
+}
+
+void ShipwrightTest::setSerial_storesTheNumber()
+{
+    QCOMPARE(shipwright({u"set-serial"_s, u"SN1234567890"_s}).status, 0);
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("SN1234567890\n"));
+    QCOMPARE(shipwright({u"set-serial"_s, u"Ä1"_s}).status, 0);
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("\xC3\x84" "1\n"));
+}
+
+void ShipwrightTest::send_putsTheFileInItsPlace_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<qsizetype>("size");
+    QTest::addColumn<QString>("place");
+    QTest::newRow("configuration")
+        << u"configuration"_s << qsizetype(5000) << u"application/main/systemConfig.json"_s;
+    QTest::newRow("menu") << u"menu"_s << qsizetype(513) << u"application/factory/menu/menu.tar"_s;
+    QTest::newRow("generic") << u"generic"_s << qsizetype(100'000) << u"pendingUpdates/file.log"_s;
+    QTest::newRow("package") << u"package"_s << qsizetype(512) << u"pendingUpdates/package.tar"_s;
+    QTest::newRow("empty") << u"generic"_s << qsizetype(0) << u"pendingUpdates/file.log"_s;
+}
+
+void ShipwrightTest::send_putsTheFileInItsPlace()
+{
+    QFETCH(QString, type);
+    QFETCH(qsizetype, size);
+    QFETCH(QString, place);
+    const QString path = file(u"sent"_s, pattern(size));
+    const Outcome outcome = shipwright({u"send"_s, type, path});
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(contentOf(serviceTree + place), pattern(size));
+}
+
+void ShipwrightTest::send_readsFromAPipe()
+{
+    const Outcome outcome = shipwright({u"send"_s, u"generic"_s, u"/dev/stdin"_s}, pattern(3000));
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(3000));
+}
+
+void ShipwrightTest::send_recoversFromACorruptedFrame()
+{
+    const QString path = file(u"sent"_s, pattern(3000));
+    const Outcome outcome = shipwright({u"send"_s, u"generic"_s, path, u"--fault"_s, u"corrupt@data:70"_s});
+    QCOMPARE(outcome.status, 0);
+    QVERIFY2(outcome.out.endsWith(u"; 1 record sent again.\n"_s), qPrintable(outcome.out));
+    QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(3000));
+}
+
+void ShipwrightTest::send_progressOnATerminal()
+{
+    const QString path = file(u"sent"_s, pattern(100'000));
+    QProcess process;
+    process.start(u"script"_s, {u"-qec"_s,
+                                u"stty cols 100; %1 send generic %2 --bitrate 1000000 --fault "
+                                "delay=300@transfer-complete"_s.arg(QStringLiteral(SHIPWRIGHT), path),
+                                u"/dev/null"_s});
+    const Outcome outcome = outcomeOf(process);
+    QCOMPARE(outcome.status, 0);
+    const QStringList bars = outcome.out.split(u"\r\x1b[K"_s, Qt::SkipEmptyParts);
+    QVERIFY(bars.size() >= 3);
+    QVERIFY2(bars.first().startsWith(u"[------------------------]   0 %"_s), qPrintable(outcome.out));
+    for (const QString &bar : bars.mid(0, bars.size() - 1)) {
+        QVERIFY2(!bar.contains(u"100 %"_s), qPrintable(bar));
+        QVERIFY2(bar.size() < 100, qPrintable(bar));
+    }
+    QVERIFY2(bars.at(bars.size() - 2).startsWith(u"[#######################-]  99 % 100.0 kB of 100.0 kB"_s),
+             qPrintable(bars.at(bars.size() - 2)));
+    QVERIFY2(bars.last().startsWith(u"[########################] 100 % 100.0 kB of 100.0 kB"_s),
+             qPrintable(bars.last()));
+    QVERIFY(bars.last().contains(u" % of the bus"_s));
+}
+
+void ShipwrightTest::end_saysThatItEnded()
+{
+    const Outcome outcome = shipwright({u"end"_s});
+    QCOMPARE(outcome.out, u"Configuration ended.\n"_s);
+    QCOMPARE(outcome.status, 0);
+}
+
+void ShipwrightTest::provision_doesAWholeSession()
+{
+    const QString configuration = file(u"configuration"_s, QByteArrayLiteral("{\"a\": 1}\n"));
+    const QString menu = file(u"menu"_s, pattern(600));
+    const QString log = file(u"generic"_s, pattern(10));
+    const QString package = file(u"package"_s, pattern(1200));
+    const Outcome outcome = shipwright(
+        {u"provision"_s, u"--time"_s, u"2026-01-02T03:04:05Z"_s, u"--serial"_s, u"SN42"_s,
+         u"--configuration"_s, configuration, u"--menu"_s, menu, u"--generic"_s, log, u"--package"_s,
+         package, u"--json"_s});
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.status, 0);
+    QStringList events;
+    for (const QString &line : outcome.out.split(u'\n', Qt::SkipEmptyParts)) {
+        const QString event = QJsonDocument::fromJson(line.toUtf8()).object().value(u"event"_s).toString();
+        if (event != u"progress")
+            events += event;
+    }
+    QCOMPARE(events, (QStringList{u"connected"_s, u"time"_s, u"serial"_s, u"sent"_s, u"sent"_s,
+                                  u"sent"_s, u"sent"_s, u"ended"_s}));
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("SN42\n"));
+    QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s),
+             QByteArrayLiteral("{\"a\": 1}\n"));
+    QCOMPARE(contentOf(serviceTree + u"application/factory/menu/menu.tar"_s), pattern(600));
+    QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(10));
+    QCOMPARE(contentOf(serviceTree + u"pendingUpdates/package.tar"_s), pattern(1200));
+}
+
+void ShipwrightTest::provision_refusesBeforeTheFirstFrame()
+{
+    const QString log = m_directory->filePath(u"frames.log"_s);
+    const Outcome outcome = shipwright({u"provision"_s, u"--serial"_s, u"SN42"_s, u"--menu"_s,
+                                        u"/nonexistent"_s, u"--log"_s, log});
+    QCOMPARE(outcome.status, 3);
+    QVERIFY(!QFileInfo::exists(log));
+    QCOMPARE(shipwright({u"provision"_s}).status, 2);
+}
+
+void ShipwrightTest::watch_printsTheTrafficUntilInterrupted()
+{
+    QProcess watch;
+    startShipwright(watch, {u"watch"_s});
+    QString seen;
+    // Nothing tells when it listens, so it is given something to hear until it does.
+    for (int attempt = 0; attempt < 50 && !seen.contains(u'\n'); ++attempt) {
+        QCOMPARE(shipwright({u"end"_s}).status, 0);
+        seen += QString::fromUtf8(watch.readAllStandardOutput());
+    }
+    QCOMPARE(shipwright({u"connect"_s}).status, 0);
+    QTRY_VERIFY((seen += QString::fromUtf8(watch.readAllStandardOutput())).contains(u"handshake"_s));
+    ::kill(static_cast<pid_t>(watch.processId()), SIGINT);
+    const Outcome outcome = outcomeOf(watch);
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(outcome.err, QString());
+    const QStringList lines = seen.split(u'\n', Qt::SkipEmptyParts);
+    QVERIFY(lines.at(lines.size() - 2).endsWith(
+        u"  0F1A02C0  A5 5A                    Shipwright > Dockhand  P3 Start Configuration: slot 0"_s));
+    QVERIFY(lines.last().endsWith(u"  0F584000  5A A5                    Dockhand > Shipwright  P3 "
+                                  "response: slot 0, code 0 (success), handshake 5A A5"_s));
+}
+
+void ShipwrightTest::decode_readsWhatLogWrites()
+{
+    const QString log = m_directory->filePath(u"frames.log"_s);
+    const QString path = file(u"sent"_s, QByteArrayLiteral("123456789"));
+    QCOMPARE(shipwright({u"send"_s, u"generic"_s, path, u"--log"_s, log}).status, 0);
+    const Outcome fromFile = shipwright({u"decode"_s, log});
+    QCOMPARE(fromFile.status, 0);
+    QStringList messages;
+    for (const QString &line : fromFile.out.split(u'\n', Qt::SkipEmptyParts))
+        messages += line.mid(12);
+    const QStringList expected{
+        u"1B1A0000  02 08 09 00 00 00        Shipwright > Dockhand  P6 Transfer Info: file type 2 "
+        "(generic), 9 bytes, version 2"_s,
+        u"1B580000  0A 3F E8 03 E8 03 60 EA  Dockhand > Shipwright  P6 Transfer Info answer: code 0 "
+        "(success), version 2, flag 1, frame limit 63, parameters 1000, 1000, 60000"_s,
+        u"1B1A1000  02 08 00 00 01 00 00 00  Shipwright > Dockhand  P6 Initiate Transfer: file type 2 "
+        "(generic), 1 records, version 2"_s,
+        u"1B581000  00 00 00 00 00 00 00 00  Dockhand > Shipwright  P6 Initiate Transfer answer: code "
+        "0 (success)"_s,
+        u"1B1A2000  02 00 00 00 00           Shipwright > Dockhand  P6 Record Start: record 0, 2 frames"_s,
+        u"1B1AF000  31 32 33 34 35 36 37 38  Shipwright > Dockhand  P6 Data Frame: frame 0"_s,
+        u"1B1AF010  39                       Shipwright > Dockhand  P6 Data Frame: frame 1"_s,
+        u"1B1A3000  26 39 F4 CB              Shipwright > Dockhand  P6 Record End: CRC-32 0xcbf43926"_s,
+        u"1B583000  00                       Dockhand > Shipwright  P6 Record End answer: code 0 "
+        "(success), CRC-32 matches"_s,
+        u"1B1A4000  26 39 F4 CB              Shipwright > Dockhand  P6 Transfer Complete: CRC-32 "
+        "0xcbf43926"_s,
+        u"1B584000  26 39 F4 CB              Dockhand > Shipwright  P6 Transfer Complete answer: code 0 "
+        "(success), receiver's CRC-32 0xcbf43926"_s,
+    };
+    QCOMPARE(messages, expected);
+    QCOMPARE(shipwright({u"decode"_s}, contentOf(log)).out, fromFile.out);
+    QCOMPARE(shipwright({u"decode"_s, u"-"_s}, contentOf(log)).out, fromFile.out);
+}
+
+void ShipwrightTest::decode_namesLinesThatAreNoFrames()
+{
+    const Outcome outcome = shipwright(
+        {u"decode"_s}, QByteArrayLiteral("hello\n(1.000000) can0 0F1A02C4#\n\n(2.000000) can0 1##11\n"));
+    QCOMPARE(outcome.status, 3);
+    QCOMPARE(outcome.out.count(u'\n'), 1);
+    QVERIFY2(outcome.err.startsWith(u"shipwright: 2 of its lines are no classic CAN frames in candump's "
+                                    "log format: 1, 4.\n"_s),
+             qPrintable(outcome.err));
+}
+
+void ShipwrightTest::log_isReadByCanUtils()
+{
+    const QString log = m_directory->filePath(u"frames.log"_s);
+    QCOMPARE(shipwright({u"connect"_s, u"--log"_s, log}).status, 0);
+    QProcess converter;
+    converter.start(u"log2asc"_s, {u"-I"_s, log, u"can0"_s});
+    const Outcome outcome = outcomeOf(converter);
+    QCOMPARE(outcome.status, 0);
+    const QStringList lines = outcome.out.split(u'\n', Qt::SkipEmptyParts);
+    QVERIFY2(lines.size() >= 2, qPrintable(outcome.out));
+    QVERIFY2(lines.at(lines.size() - 2).contains(u"F1A02C0x"_s, Qt::CaseInsensitive)
+                 && lines.at(lines.size() - 2).contains(u"A5 5A"_s),
+             qPrintable(outcome.out));
+    QVERIFY2(lines.last().contains(u"5A A5"_s), qPrintable(outcome.out));
+}
+
+void ShipwrightTest::json_isOneObjectPerLine()
+{
+    const QString path = file(u"sent"_s, pattern(20'000));
+    const Outcome outcome = shipwright({u"send"_s, u"generic"_s, path, u"--json"_s});
+    const QStringList lines = outcome.out.split(u'\n', Qt::SkipEmptyParts);
+    QVERIFY(lines.size() > 5);
+    int percent = -1;
+    for (const QString &line : lines) {
+        const QJsonObject object = QJsonDocument::fromJson(line.toUtf8()).object();
+        QVERIFY2(!object.isEmpty(), qPrintable(line));
+        if (object.value(u"event"_s) == u"progress"_s) {
+            QVERIFY(object.value(u"percent"_s).toInt() >= percent);
+            percent = object.value(u"percent"_s).toInt();
+        }
+    }
+    QCOMPARE(percent, 100);
+    const QJsonObject last = QJsonDocument::fromJson(lines.last().toUtf8()).object();
+    QCOMPARE(last.value(u"event"_s).toString(), u"sent"_s);
+    QCOMPARE(last.value(u"bytes"_s).toInt(), 20'000);
+    QCOMPARE(last.value(u"records"_s).toInt(), 40);
+
+    const Outcome failed = shipwright({u"send"_s, u"generic"_s, path, u"--json"_s, u"--fault"_s,
+                                       u"corrupt@data"_s, u"--retries"_s, u"0"_s});
+    QCOMPARE(failed.status, 8);
+    const QStringList failedLines = failed.out.split(u'\n', Qt::SkipEmptyParts);
+    const QJsonObject failure = QJsonDocument::fromJson(failedLines.last().toUtf8()).object();
+    QCOMPARE(failure.value(u"event"_s).toString(), u"failure"_s);
+    QCOMPARE(failure.value(u"status"_s).toInt(), 8);
+}
+
+void ShipwrightTest::selftest_passesOnTheReceiver()
+{
+    const Outcome outcome = shipwright({u"selftest"_s, u"--destructive"_s});
+    QVERIFY2(outcome.out.endsWith(u" passed, 0 failed, 0 skipped.\n"_s), qPrintable(outcome.out));
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("TEST12345678\n"));
+    QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s), QByteArrayLiteral("{}\n"));
+}
+
+void ShipwrightTest::selftest_failsOnABrokenReceiver_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::newRow("") << 0;
+    for (const QString &defect : ReceiverModel::defectNames())
+        QTest::newRow(qPrintable(defect)) << 11;
+}
+
+void ShipwrightTest::selftest_failsOnABrokenReceiver()
+{
+    QFETCH(int, status);
+    QProcess standIn;
+    const QString defect = QString::fromLatin1(QTest::currentDataTag());
+    standIn.start(QStringLiteral(STANDIN), defect.isEmpty() ? QStringList() : QStringList{defect});
+    QVERIFY(standIn.waitForReadyRead());
+    const Outcome outcome = shipwright({u"selftest"_s, u"--timeout"_s, u"100"_s});
+    standIn.kill();
+    standIn.waitForFinished();
+    QVERIFY2(outcome.status == status, qPrintable(outcome.out + outcome.err));
+    QCOMPARE(outcome.out.contains(u"\nFAIL  "_s) || outcome.out.startsWith(u"FAIL  "_s), status != 0);
+}
+
+void ShipwrightTest::failure_hasItsExitStatus_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("message");
+    const QString path = u"$FILE"_s;
+    QTest::newRow("no command") << QStringList{} << 2 << u"No command given."_s;
+    QTest::newRow("unknown command")
+        << QStringList{u"fly"_s} << 2 << u"\"fly\" is not a command."_s;
+    QTest::newRow("unknown file type") << QStringList{u"send"_s, u"song"_s, path} << 2
+                                       << u"\"song\" is not a file type."_s;
+    QTest::newRow("missing argument") << QStringList{u"send"_s, u"generic"_s} << 2
+                                      << u"Usage: shipwright send configuration|menu|generic|package FILE"_s;
+    QTest::newRow("wrong slot") << QStringList{u"info"_s, u"--slot"_s, u"4"_s} << 2
+                                << u"--slot takes a number from 0 to 3, not \"4\"."_s;
+    QTest::newRow("wrong destination") << QStringList{u"info"_s, u"--destination"_s, u"25"_s} << 2
+                                       << u"--destination takes 26 or 14, not \"25\"."_s;
+    QTest::newRow("wrong time") << QStringList{u"set-time"_s, u"noon"_s} << 2
+                                << u"\"noon\" is not a date and time."_s;
+    QTest::newRow("file missing") << QStringList{u"send"_s, u"menu"_s, u"/nonexistent"_s} << 3
+                                  << u"/nonexistent cannot be read: No such file or directory."_s;
+    QTest::newRow("directory") << QStringList{u"send"_s, u"menu"_s, u"/"_s} << 3
+                               << u"/ is a directory."_s;
+    QTest::newRow("log not writable")
+        << QStringList{u"connect"_s, u"--log"_s, u"/nonexistent/log"_s} << 3
+        << u"The log /nonexistent/log cannot be written: No such file or directory."_s;
+    QTest::newRow("log on a full disk")
+        << QStringList{u"connect"_s, u"--log"_s, u"/dev/full"_s} << 3
+        << u"The log /dev/full cannot be written: No space left on device."_s;
+    QTest::newRow("no such plugin") << QStringList{u"connect"_s, u"--plugin"_s, u"semaphore"_s} << 4
+                                    << u"The CAN plugin \"semaphore\" gives no interface \"can0\": "_s;
+    QTest::newRow("no answer")
+        << QStringList{u"connect"_s, u"--timeout"_s, u"50"_s, u"--fault"_s, u"drop@any"_s} << 6
+        << u"No answer to start of configuration: sent 0F1A02C0#A55A, awaited identifier 0F584000 for "
+           "50 ms; nothing came instead."_s;
+    QTest::newRow("refused") << QStringList{u"connect"_s, u"--fault"_s, u"corrupt@any"_s} << 7
+                             << u"The receiver refused start of configuration with code 186."_s;
+    QTest::newRow("record refused")
+        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"drop@data:1-"_s, u"--retries"_s,
+                       u"1"_s}
+        << 8
+        << u"The receiver refused record 1 of 2 with code 186 in each of 2 attempts: the CRC-32 that it "
+           "computed is not 0x"_s;
+    QTest::newRow("file refused")
+        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"repeat@record-end:1"_s} << 9
+        << u"The CRC-32 of the file differs: 0x"_s;
+    QTest::newRow("abandoned")
+        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"abandon@data:70"_s} << 12
+        << u"Abandoned before sending 1B1AF050#"_s;
+    QTest::newRow("link killed")
+        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"kill@record-start:2"_s} << 4
+        << u"The CAN interface went away."_s;
+}
+
+void ShipwrightTest::failure_hasItsExitStatus()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, status);
+    QFETCH(QString, message);
+    arguments.replaceInStrings(u"$FILE"_s, file(u"sent"_s, pattern(600)));
+    const Outcome outcome = shipwright(arguments);
+    QVERIFY2(outcome.err.startsWith(u"shipwright: "_s + message), qPrintable(outcome.err));
+    QCOMPARE(outcome.status, status);
+}
+
+void ShipwrightTest::failure_noReceiver()
+{
+    stopReceiver();
+    const Outcome outcome = shipwright({u"connect"_s, u"--timeout"_s, u"100"_s});
+    QCOMPARE(outcome.status, 6);
+    QCOMPARE(shipwright({u"selftest"_s, u"--timeout"_s, u"100"_s}).status, 6);
+}
+
+void ShipwrightTest::failure_interfaceCannotBeOpened()
+{
+    qputenv("BENCHBUS_FAULTS", file(u"faults"_s, QByteArrayLiteral("connect\n")).toLocal8Bit());
+    const Outcome outcome = shipwright({u"connect"_s});
+    qunsetenv("BENCHBUS_FAULTS");
+    QCOMPARE(outcome.status, 4);
+    QVERIFY2(outcome.err.startsWith(u"shipwright: The CAN interface cannot be opened: Bench fault: "
+                                    "connect.\nTry: "_s),
+             qPrintable(outcome.err));
+}
+
+void ShipwrightTest::failure_sendBufferStaysFull()
+{
+    qputenv("BENCHBUS_FAULTS", file(u"faults"_s, QByteArrayLiteral("write\n")).toLocal8Bit());
+    const Outcome outcome = shipwright({u"connect"_s, u"--timeout"_s, u"100"_s});
+    qunsetenv("BENCHBUS_FAULTS");
+    QCOMPARE(outcome.status, 5);
+    QVERIFY2(outcome.err.startsWith(u"shipwright: 0F1A02C0#A55A could not be sent for 10"_s),
+             qPrintable(outcome.err));
+    QVERIFY2(outcome.err.contains(u" ms: Bench fault: write.\nTry: "_s), qPrintable(outcome.err));
+}
+
+void ShipwrightTest::interruption_tellsTheReceiversState()
+{
+    const QString path = file(u"sent"_s, pattern(600));
+    QProcess process;
+    startShipwright(process, {u"send"_s, u"generic"_s, path, u"--fault"_s, u"delay=20000@data:70"_s});
+    QByteArray out;
+    while (!out.contains("\n") && process.waitForReadyRead())
+        out += process.readAllStandardOutput();
+    QVERIFY(out.contains("0 %"));
+    // The first record takes no time; then the delay holds the transfer.
+    QTest::qWait(300);
+    ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+    const Outcome outcome = outcomeOf(process);
+    QCOMPARE(outcome.status, 130);
+    QCOMPARE(outcome.err,
+             u"shipwright: Interrupted.\nThe receiver holds an incomplete generic file (1 of 2 records) "
+             "and waits without a time limit; sending the file again replaces it.\n"_s);
+}
+
+QTEST_GUILESS_MAIN(ShipwrightTest)
+#include "tst_shipwright.moc"
