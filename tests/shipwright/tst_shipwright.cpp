@@ -345,7 +345,7 @@ void ShipwrightTest::decode_readsWhatLogWrites()
         u"1B580000  0A 3F E8 03 E8 03 60 EA  Dockhand > Shipwright  P6 Transfer Info answer: code 0 "
         "(success), version 2, flag 1, frame limit 63, parameters 1000, 1000, 60000"_s,
         u"1B1A1000  02 08 00 00 01 00 00 00  Shipwright > Dockhand  P6 Initiate Transfer: file type 2 "
-        "(generic), 1 records, version 2"_s,
+        "(generic), 1 record, version 2"_s,
         u"1B581000  00 00 00 00 00 00 00 00  Dockhand > Shipwright  P6 Initiate Transfer answer: code "
         "0 (success)"_s,
         u"1B1A2000  02 00 00 00 00           Shipwright > Dockhand  P6 Record Start: record 0, 2 frames"_s,

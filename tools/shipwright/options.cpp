@@ -32,8 +32,8 @@ void addCommonOptions(QCommandLineParser &parser)
         {u"plugin"_s, u"Qt CAN bus plugin (default: socketcan)."_s, u"NAME"_s, u"socketcan"_s},
         {u"interface"_s, u"CAN interface (default: can0)."_s, u"NAME"_s, u"can0"_s},
         {u"bitrate"_s,
-         u"Bit rate of the bus in bit/s: set on the adapter (SocketCAN interfaces are set up by the "
-         "system instead) and the measure of the throughput shown."_s, u"RATE"_s},
+         u"Bit rate of the bus in bit/s: the measure of the throughput shown, and set on the adapter "
+         "where the plugin can; a SocketCAN interface that is up keeps its own."_s, u"RATE"_s},
         {u"slot"_s, u"Slot of the commands, 0 to 3 (default: 0)."_s, u"SLOT"_s, u"0"_s},
         {u"destination"_s, u"Node that is addressed, 26 or 14 (default: 26)."_s, u"NODE"_s, u"26"_s},
         {u"timeout"_s,

@@ -46,7 +46,7 @@ void Session::openBus()
     m_device->setConfigurationParameter(QCanBusDevice::CanFdKey, false);
     m_device->setConfigurationParameter(QCanBusDevice::ErrorFilterKey,
                                         QVariant::fromValue(QCanBusFrame::FrameErrors(QCanBusFrame::AnyError)));
-    if (m_options.bitRate && m_options.plugin != u"socketcan")
+    if (m_options.bitRate)
         m_device->setConfigurationParameter(QCanBusDevice::BitRateKey, *m_options.bitRate);
 
     m_link = std::make_unique<Link>(*m_device, m_clock);

@@ -79,6 +79,12 @@ public:
     {
         add(name, static_cast<qint64>(value), text.arg(value));
     }
+    /// A number of things; \a noun is the name of one.
+    void addCount(const QString &name, quint32 value, const QString &noun)
+    {
+        add(name, static_cast<qint64>(value),
+            u"%1 %2%3"_s.arg(QString::number(value), noun, value == 1 ? QString() : u"s"_s));
+    }
     void addCrc(const QString &text)
     {
         const quint32 crc = number<quint32>(0);
@@ -230,7 +236,7 @@ void decodeTransferCommand(Decoded &decoded, Reader &reader, quint32 id)
         decoded.message = u"P6 Transfer Info"_s;
         if (reader.sizeIsAtLeast(Wire::transferInfoMinSize)) {
             reader.addFileType();
-            reader.addNumber(u"fileSize"_s, reader.number<quint32>(Wire::fileSizeOffset), u"%1 bytes"_s);
+            reader.addCount(u"fileSize"_s, reader.number<quint32>(Wire::fileSizeOffset), u"byte"_s);
             readVersion(reader);
         }
         break;
@@ -238,8 +244,8 @@ void decodeTransferCommand(Decoded &decoded, Reader &reader, quint32 id)
         decoded.message = u"P6 Initiate Transfer"_s;
         if (reader.sizeIs(Wire::initTransferSize)) {
             reader.addFileType();
-            reader.addNumber(u"records"_s, reader.number<quint32>(Wire::numberOfBlocksOffset),
-                             u"%1 records"_s);
+            reader.addCount(u"records"_s, reader.number<quint32>(Wire::numberOfBlocksOffset),
+                            u"record"_s);
             readVersion(reader);
         }
         break;
@@ -248,7 +254,7 @@ void decodeTransferCommand(Decoded &decoded, Reader &reader, quint32 id)
         if (reader.sizeIs(Wire::recordStartSize)) {
             const quint32 frames = reader.byte(Wire::framesToFollowOffset);
             reader.addNumber(u"record"_s, reader.number<quint32>(Wire::blockNumberOffset), u"record %1"_s);
-            reader.addNumber(u"frames"_s, frames, u"%1 frames"_s);
+            reader.addCount(u"frames"_s, frames, u"frame"_s);
             if (frames > Wire::recordFrames)
                 reader.setFault(u"at most %1 frames can be numbered"_s.arg(Wire::recordFrames));
         }
