@@ -2,6 +2,11 @@
 
 #include "receivermodel.h"
 
+#include <candump.h>
+
+#include <QCanBus>
+#include <QCanBusDevice>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -88,6 +93,8 @@ private slots:
     void watch_printsTheTrafficUntilInterrupted();
     void decode_readsWhatLogWrites();
     void decode_namesLinesThatAreNoFrames();
+    void recordedSessions_areWhatTheReceiverDoes_data();
+    void recordedSessions_areWhatTheReceiverDoes();
     void log_isReadByCanUtils();
     void json_isOneObjectPerLine();
     void selftest_passesOnTheReceiver();
@@ -373,6 +380,36 @@ void ShipwrightTest::decode_namesLinesThatAreNoFrames()
     QVERIFY2(outcome.err.startsWith(u"shipwright: 2 of its lines are no classic CAN frames in candump's "
                                     "log format: 1, 4.\n"_s),
              qPrintable(outcome.err));
+}
+
+void ShipwrightTest::recordedSessions_areWhatTheReceiverDoes_data()
+{
+    QTest::addColumn<QString>("log");
+    for (const QFileInfo &log : QDir(QStringLiteral(SESSIONS)).entryInfoList({u"*.log"_s}))
+        QTest::newRow(qPrintable(log.baseName())) << log.filePath();
+}
+
+void ShipwrightTest::recordedSessions_areWhatTheReceiverDoes()
+{
+    QFETCH(QString, log);
+    const std::unique_ptr<QCanBusDevice> device(
+        QCanBus::instance()->createDevice(u"socketcan"_s, u"can0"_s));
+    QVERIFY(device && device->connectDevice());
+    QStringList recorded;
+    QStringList answers;
+    for (const QByteArray &line : contentOf(log).split('\n')) {
+        const auto entry = Shipwright::Candump::parse(line);
+        if (!entry)
+            continue;
+        if ((entry->frame.frameId() >> 21 & 0x1F) == 24) {
+            QVERIFY(device->writeFrame(entry->frame));
+            continue;
+        }
+        recorded += entry->frame.toString();
+        QTRY_VERIFY((device->framesAvailable() > 0 && (answers += device->readFrame().toString(), true)));
+    }
+    QVERIFY(!recorded.isEmpty());
+    QCOMPARE(answers, recorded);
 }
 
 void ShipwrightTest::log_isReadByCanUtils()
