@@ -47,7 +47,7 @@ QStringList ReceiverTest::sentFrames()
     return lines;
 }
 
-void ReceiverTest::initTestCase()
+void ReceiverTest::checkSandbox()
 {
     const QString reason = ServiceTree::unsafe();
     QVERIFY2(reason.isEmpty(), qUtf8Printable(reason));

@@ -23,7 +23,8 @@ protected:
     std::unique_ptr<CanBusManager> manager;
     std::unique_ptr<FakeCanDevice> device;
 
-    /// What init() and cleanup() do, for tests with a part of their own in them.
+    /// What initTestCase(), init() and cleanup() do, for tests with a part of their own in them.
+    void checkSandbox();
     void startReceiver();
     void stopReceiver();
     /// Lets the receiver get \a frames from its device, in one signal.
@@ -40,7 +41,7 @@ protected:
     KV_MultiPacket_Transfer &session() { return manager->multiPacketTransfer; }
 
 private slots:
-    void initTestCase();
+    void initTestCase() { checkSandbox(); }
     void init() { startReceiver(); }
     void cleanup() { stopReceiver(); }
 };
