@@ -1,0 +1,56 @@
+#include "record.h"
+
+#include "wire.h"
+
+#include <QtEndian>
+
+#include <algorithm>
+#include <random>
+
+#include <zlib.h>
+
+namespace {
+
+can_frame extended(quint32 id, std::span<const uchar> payload)
+{
+    can_frame frame{};
+    frame.can_id = id | CAN_EFF_FLAG;
+    frame.can_dlc = static_cast<__u8>(payload.size());
+    std::copy(payload.begin(), payload.end(), frame.data);
+    return frame;
+}
+
+can_frame message(quint32 type, std::span<const uchar> payload)
+{
+    return extended(Wire::p6Id(Wire::nodeShipwright, Wire::nodeDockhand, type, 0, 0), payload);
+}
+
+} // namespace
+
+Record::Record()
+{
+    static_assert(dataFrames == Wire::recordFrames && bytes == dataFrames * Wire::frameSize);
+
+    std::array<uchar, bytes> content;
+    std::minstd_rand random; // always the same numbers
+    std::generate(content.begin(), content.end(), [&random] { return uchar(random() >> 8); });
+
+    m_frames.front() = message(Wire::p6RecordStart, std::array<uchar, 5>{dataFrames, 1});
+    for (unsigned i = 0; i < dataFrames; ++i) {
+        m_frames[1 + i] = extended(
+            Wire::p6DataFrameId(Wire::nodeShipwright, Wire::nodeDockhand, i),
+            std::span(content).subspan(i * Wire::frameSize, Wire::frameSize));
+    }
+    std::array<uchar, Wire::crcSize> crc;
+    qToLittleEndian(quint32(crc32(0, content.data(), content.size())), crc.data());
+    m_frames.back() = message(Wire::p6RecordEnd, crc);
+}
+
+can_frame initiatePackage(unsigned records)
+{
+    std::array<uchar, Wire::initTransferSize> payload{};
+    payload[Wire::fileTypeOffset] = Wire::filePackage;
+    payload[Wire::versionOffset] = Wire::versionField.pack(Wire::protocolVersion);
+    qToLittleEndian(quint32(records), payload.data() + Wire::numberOfBlocksOffset);
+    return message(Wire::p6InitTransfer, payload);
+}
