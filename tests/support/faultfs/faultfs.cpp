@@ -1,0 +1,427 @@
+#include "faultfs.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <linux/fs.h>
+
+namespace {
+
+constexpr std::string_view root = "/media/service/korvane/";
+constexpr char environmentName[] = "FAULTFS_CONTROL";
+
+FaultFs::Control *block = nullptr;
+std::array<bool, 1024> ours{}; // file descriptors of files below the root
+
+FaultFs::Control *map(const char *file, int flags)
+{
+    using Open = int (*)(const char *, int, ...);
+    // Not by the functions below: they use the control block.
+    static const auto openFile = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open"));
+    const int fd = openFile(file, flags, 0600);
+    if (fd < 0 || ftruncate(fd, sizeof(FaultFs::Control)) != 0)
+        std::abort();
+    void *const address =
+        mmap(nullptr, sizeof(FaultFs::Control), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (address == MAP_FAILED)
+        std::abort();
+    close(fd);
+    return static_cast<FaultFs::Control *>(address);
+}
+
+/// The C library's own function of that name.
+template<typename Function>
+Function real(const char *name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+#define REAL(name) \
+    static const auto next = real<decltype(&name)>(#name)
+
+/// \a path as seen from the directory \a at; only what is needed to tell where it leads.
+std::string absolute(int at, const char *path)
+{
+    if (!path || *path == '/')
+        return path ? path : "";
+    std::array<char, 4096> directory{};
+    const std::string link = at == AT_FDCWD ? "/proc/self/cwd" : "/proc/self/fd/" + std::to_string(at);
+    REAL(readlink);
+    const ssize_t length = next(link.c_str(), directory.data(), directory.size());
+    return std::string(directory.data(), length > 0 ? size_t(length) : 0) + '/' + path;
+}
+
+bool isOurs(const std::string &path)
+{
+    return std::string_view(path).substr(0, root.size()) == root;
+}
+
+bool isOurs(int fd)
+{
+    return fd >= 0 && size_t(fd) < ours.size() && ours[size_t(fd)];
+}
+
+/// Keeps the first path outside of the tree that the process is about to change.
+void watch(int at, const char *path)
+{
+    FaultFs::Control &control = FaultFs::control();
+    if (!control.watch || !path || control.strayed[0] != '\0')
+        return;
+    const std::string_view name(path);
+    if (name == "Unknown" || isOurs(absolute(at, path)))
+        return;
+    name.copy(control.strayed, sizeof control.strayed - 1);
+}
+
+/// Counts an operation; the action to take on it.
+FaultFs::Action count()
+{
+    FaultFs::Control &control = FaultFs::control();
+    const uint32_t number = ++control.operations;
+    if (control.at == 0 || number < control.at || (number > control.at && !control.lasting))
+        return FaultFs::Action::None;
+    ++control.struck;
+    return control.action;
+}
+
+[[noreturn]] void die()
+{
+    kill(0, SIGKILL);
+    pause();
+    std::abort();
+}
+
+/// For operations that cannot be done by half: whether this one fails; errno is set then.
+bool fails()
+{
+    switch (count()) {
+    case FaultFs::Action::Error:
+        errno = FaultFs::control().error;
+        return true;
+    case FaultFs::Action::Kill:
+        die();
+    case FaultFs::Action::None:
+    case FaultFs::Action::Short:
+        break;
+    }
+    return false;
+}
+
+bool fails(int at, const char *path)
+{
+    return isOurs(absolute(at, path)) && fails();
+}
+
+size_t half(size_t size)
+{
+    return std::max<size_t>(size / 2, std::min<size_t>(size, 1));
+}
+
+int openedAs(int fd, const std::string &path)
+{
+    if (fd >= 0 && size_t(fd) < ours.size())
+        ours[size_t(fd)] = isOurs(path);
+    return fd;
+}
+
+template<typename Next>
+int openAt(Next next, int at, const char *path, int flags)
+{
+    const std::string full = absolute(at, path);
+    if ((flags & (O_WRONLY | O_RDWR | O_CREAT | O_TRUNC)) != 0 && full != "/dev/null")
+        watch(at, path);
+    if (isOurs(full) && fails())
+        return -1;
+    return openedAs(next(), full);
+}
+
+mode_t modeOf(int flags, va_list arguments)
+{
+    return (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+}
+
+} // namespace
+
+FaultFs::Control &FaultFs::control()
+{
+    if (!block) {
+        if (const char *file = std::getenv(environmentName)) {
+            block = map(file, O_RDWR | O_CLOEXEC);
+        } else {
+            static Control own{};
+            block = &own;
+        }
+    }
+    return *block;
+}
+
+void FaultFs::share(const char *file)
+{
+    block = map(file, O_RDWR | O_CREAT | O_CLOEXEC);
+    Dl_info info{};
+    dladdr(reinterpret_cast<void *>(&FaultFs::share), &info);
+    setenv(environmentName, file, 1);
+    setenv("LD_PRELOAD", info.dli_fname, 1);
+}
+
+extern "C" {
+
+#define OPEN_FUNCTION(name)                                                             \
+    int name(const char *path, int flags, ...)                                          \
+    {                                                                                   \
+        va_list arguments;                                                              \
+        va_start(arguments, flags);                                                     \
+        const mode_t mode = modeOf(flags, arguments);                                   \
+        va_end(arguments);                                                              \
+        REAL(name);                                                                     \
+        return openAt([&] { return next(path, flags, mode); }, AT_FDCWD, path, flags);  \
+    }
+OPEN_FUNCTION(open)
+OPEN_FUNCTION(open64)
+
+#define OPENAT_FUNCTION(name)                                                     \
+    int name(int at, const char *path, int flags, ...)                            \
+    {                                                                             \
+        va_list arguments;                                                        \
+        va_start(arguments, flags);                                               \
+        const mode_t mode = modeOf(flags, arguments);                             \
+        va_end(arguments);                                                        \
+        REAL(name);                                                               \
+        return openAt([&] { return next(at, path, flags, mode); }, at, path, flags); \
+    }
+OPENAT_FUNCTION(openat)
+OPENAT_FUNCTION(openat64)
+
+// What a fortified program calls instead.
+int __open_2(const char *path, int flags)
+{
+    return open(path, flags);
+}
+
+int __openat_2(int at, const char *path, int flags)
+{
+    return openat(at, path, flags);
+}
+
+DIR *opendir(const char *path)
+{
+    REAL(opendir);
+    return fails(AT_FDCWD, path) ? nullptr : next(path);
+}
+
+int close(int fd)
+{
+    REAL(close);
+    if (!isOurs(fd))
+        return next(fd);
+    ours[size_t(fd)] = false;
+    const bool failed = fails();
+    const int error = errno;
+    // A descriptor is gone even if closing it reports an error.
+    const int result = next(fd);
+    if (!failed)
+        return result;
+    errno = error;
+    return -1;
+}
+
+ssize_t write(int fd, const void *data, size_t size)
+{
+    REAL(write);
+    if (!isOurs(fd))
+        return next(fd, data, size);
+    switch (count()) {
+    case FaultFs::Action::Error:
+        errno = FaultFs::control().error;
+        return -1;
+    case FaultFs::Action::Short:
+        return next(fd, data, half(size));
+    case FaultFs::Action::Kill:
+        next(fd, data, half(size));
+        die();
+    case FaultFs::Action::None:
+        break;
+    }
+    return next(fd, data, size);
+}
+
+ssize_t read(int fd, void *data, size_t size)
+{
+    REAL(read);
+    if (!isOurs(fd))
+        return next(fd, data, size);
+    switch (count()) {
+    case FaultFs::Action::Error:
+        errno = FaultFs::control().error;
+        return -1;
+    case FaultFs::Action::Short:
+        return next(fd, data, half(size));
+    case FaultFs::Action::Kill:
+        die();
+    case FaultFs::Action::None:
+        break;
+    }
+    return next(fd, data, size);
+}
+
+ssize_t sendfile(int out, int in, off_t *offset, size_t size)
+{
+    REAL(sendfile);
+    if (!isOurs(out))
+        return next(out, in, offset, size);
+    struct stat status{};
+    const auto halfFile = [&] { return fstat(in, &status) == 0 ? half(size_t(status.st_size)) : 1; };
+    switch (count()) {
+    case FaultFs::Action::Error:
+        errno = FaultFs::control().error;
+        return -1;
+    case FaultFs::Action::Short:
+        return next(out, in, offset, halfFile());
+    case FaultFs::Action::Kill:
+        next(out, in, offset, halfFile());
+        die();
+    case FaultFs::Action::None:
+        break;
+    }
+    return next(out, in, offset, size);
+}
+
+int ioctl(int fd, unsigned long request, ...)
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *const argument = va_arg(arguments, void *);
+    va_end(arguments);
+    REAL(ioctl);
+    return request == FICLONE && isOurs(fd) && fails() ? -1 : next(fd, request, argument);
+}
+
+int fdatasync(int fd)
+{
+    REAL(fdatasync);
+    return isOurs(fd) && fails() ? -1 : next(fd);
+}
+
+int fchmod(int fd, mode_t mode)
+{
+    REAL(fchmod);
+    return isOurs(fd) && fails() ? -1 : next(fd, mode);
+}
+
+#define TRUNCATE_FUNCTION(name, offset_type)              \
+    int name(int fd, offset_type size) noexcept           \
+    {                                                     \
+        REAL(name);                                       \
+        return isOurs(fd) && fails() ? -1 : next(fd, size); \
+    }
+TRUNCATE_FUNCTION(ftruncate, off_t)
+TRUNCATE_FUNCTION(ftruncate64, off64_t)
+
+int access(const char *path, int mode) noexcept
+{
+    REAL(access);
+    return fails(AT_FDCWD, path) ? -1 : next(path, mode);
+}
+
+int statx(int at, const char *path, int flags, unsigned int mask, struct statx *status) noexcept
+{
+    REAL(statx);
+    const bool touches = *path == '\0' ? isOurs(at) : isOurs(absolute(at, path));
+    return touches && fails() ? -1 : next(at, path, flags, mask, status);
+}
+
+int unlink(const char *path) noexcept
+{
+    REAL(unlink);
+    watch(AT_FDCWD, path);
+    return fails(AT_FDCWD, path) ? -1 : next(path);
+}
+
+int unlinkat(int at, const char *path, int flags) noexcept
+{
+    REAL(unlinkat);
+    watch(at, path);
+    return fails(at, path) ? -1 : next(at, path, flags);
+}
+
+int rmdir(const char *path) noexcept
+{
+    REAL(rmdir);
+    watch(AT_FDCWD, path);
+    return fails(AT_FDCWD, path) ? -1 : next(path);
+}
+
+int mkdir(const char *path, mode_t mode) noexcept
+{
+    REAL(mkdir);
+    watch(AT_FDCWD, path);
+    return fails(AT_FDCWD, path) ? -1 : next(path, mode);
+}
+
+int mkdirat(int at, const char *path, mode_t mode) noexcept
+{
+    REAL(mkdirat);
+    watch(at, path);
+    return fails(at, path) ? -1 : next(at, path, mode);
+}
+
+int chmod(const char *path, mode_t mode) noexcept
+{
+    REAL(chmod);
+    watch(AT_FDCWD, path);
+    return fails(AT_FDCWD, path) ? -1 : next(path, mode);
+}
+
+int rename(const char *from, const char *to) noexcept
+{
+    REAL(rename);
+    watch(AT_FDCWD, from);
+    watch(AT_FDCWD, to);
+    return fails(AT_FDCWD, to) ? -1 : next(from, to);
+}
+
+int renameat2(int fromAt, const char *from, int toAt, const char *to, unsigned int flags) noexcept
+{
+    REAL(renameat2);
+    watch(fromAt, from);
+    watch(toAt, to);
+    return fails(toAt, to) ? -1 : next(fromAt, from, toAt, to, flags);
+}
+
+int link(const char *from, const char *to) noexcept
+{
+    REAL(link);
+    watch(AT_FDCWD, to);
+    return fails(AT_FDCWD, to) ? -1 : next(from, to);
+}
+
+int linkat(int fromAt, const char *from, int toAt, const char *to, int flags) noexcept
+{
+    REAL(linkat);
+    watch(toAt, to);
+    return fails(toAt, to) ? -1 : next(fromAt, from, toAt, to, flags);
+}
+
+int symlinkat(const char *target, int at, const char *path) noexcept
+{
+    REAL(symlinkat);
+    watch(at, path);
+    return fails(at, path) ? -1 : next(target, at, path);
+}
+
+} // extern "C"

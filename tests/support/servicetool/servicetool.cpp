@@ -1,0 +1,116 @@
+#include "servicetool.h"
+
+#include <QtEndian>
+
+#include <array>
+
+namespace {
+
+constexpr qsizetype recordSize = 512;
+
+template<typename Number>
+QByteArray littleEndian(Number number)
+{
+    QByteArray bytes(sizeof number, '\0');
+    qToLittleEndian(number, bytes.data());
+    return bytes;
+}
+
+QCanBusFrame extendedFrame(quint32 id, const QByteArray &payload)
+{
+    QCanBusFrame frame(id, payload);
+    frame.setExtendedFrameFormat(true);
+    return frame;
+}
+
+constexpr std::array<quint32, 256> crcTable()
+{
+    std::array<quint32, 256> table{};
+    for (quint32 byte = 0; byte < 256; ++byte) {
+        quint32 value = byte;
+        for (int bit = 0; bit < 8; ++bit)
+            value = (value & 1) != 0 ? 0xEDB88320u ^ (value >> 1) : value >> 1;
+        table[byte] = value;
+    }
+    return table;
+}
+
+} // namespace
+
+quint32 ServiceTool::crc32(const QByteArray &data)
+{
+    static constexpr auto table = crcTable();
+    quint32 crc = 0xFFFFFFFFu;
+    for (const char byte : data)
+        crc = table[(crc ^ quint8(byte)) & 0xFFu] ^ (crc >> 8);
+    return ~crc;
+}
+
+QCanBusFrame ServiceTool::p3(quint32 operation, const QByteArray &payload, quint32 slot)
+{
+    return extendedFrame(0x0F1A02C0u | slot << 11 | operation, payload);
+}
+
+QCanBusFrame ServiceTool::p6(quint32 type, const QByteArray &payload, quint32 frameNumber)
+{
+    return extendedFrame(0x1B1A0000u | type << 12 | frameNumber << 4, payload);
+}
+
+QCanBusFrame ServiceTool::startConfiguration(quint32 slot)
+{
+    return p3(0, QByteArrayLiteral("\xA5\x5A"), slot);
+}
+
+QCanBusFrame ServiceTool::endConfiguration()
+{
+    return p3(4, {});
+}
+
+ServiceTool::Frames ServiceTool::setSerialNumber(const QByteArray &serialNumber)
+{
+    Frames frames{p3(2, char(serialNumber.size()) + serialNumber.left(7))};
+    if (serialNumber.size() > 7)
+        frames.append(p3(3, serialNumber.mid(7)));
+    return frames;
+}
+
+QCanBusFrame ServiceTool::transferInfo(quint8 fileType, quint32 fileSize)
+{
+    return p6(0, char(fileType) + QByteArrayLiteral("\x08") + littleEndian(fileSize));
+}
+
+QCanBusFrame ServiceTool::initiateTransfer(quint8 fileType, quint32 records)
+{
+    return p6(1, char(fileType) + QByteArrayLiteral("\x08\0\0") + littleEndian(records));
+}
+
+ServiceTool::Frames ServiceTool::record(quint32 number, const QByteArray &content)
+{
+    const quint32 count = quint32((content.size() + 7) / 8);
+    Frames frames{p6(2, char(count) + littleEndian(number))};
+    for (quint32 frame = 0; frame < count; ++frame)
+        frames.append(p6(15, content.mid(frame * 8, 8), frame));
+    frames.append(p6(3, littleEndian(crc32(content))));
+    return frames;
+}
+
+QCanBusFrame ServiceTool::transferComplete(quint32 crc)
+{
+    return p6(4, littleEndian(crc));
+}
+
+ServiceTool::Frames ServiceTool::transfer(quint8 fileType, const QByteArray &content)
+{
+    const quint32 records = quint32((content.size() + recordSize - 1) / recordSize);
+    Frames frames{transferInfo(fileType, quint32(content.size())),
+                  initiateTransfer(fileType, records)};
+    for (quint32 number = 1; number <= records; ++number)
+        frames += record(number, content.mid((number - 1) * recordSize, recordSize));
+    frames.append(transferComplete(crc32(content)));
+    return frames;
+}
+
+ServiceTool::Frames ServiceTool::configurationDownload(const QByteArray &content)
+{
+    return Frames{startConfiguration()} + transfer(0, content) + Frames{endConfiguration()};
+}
