@@ -1,0 +1,108 @@
+#include "receiverprocess.h"
+
+#include "eventlog.h"
+
+#include <QFile>
+#include <QLoggingCategory>
+
+#include <algorithm>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Longer than any of these processes takes: one that hangs ends here.
+constexpr unsigned patienceSeconds = 60;
+
+} // namespace
+
+Receiver::Receiver()
+{
+    // Thousands of sessions: their traces would cost more than all the rest.
+    QLoggingCategory::setFilterRules(u"default.debug=false"_s);
+    EventLog::start();
+    if (!manager.init())
+        qFatal("The receiver does not start");
+    device.reset(FakeCanDevice::latest);
+    EventLog::take();
+}
+
+QStringList Receiver::receive(const ServiceTool::Frames &frames)
+{
+    for (const QCanBusFrame &frame : frames)
+        device->deliver({frame});
+    QStringList events;
+    const QStringList lines = EventLog::take();
+    for (const QString &line : lines) {
+        if (line.startsWith("sent "_L1))
+            events.append(line.sliced(5).replace(" ext"_L1, QString()));
+        else if (line != "sync"_L1)
+            events.append(line);
+    }
+    return events;
+}
+
+QStringList answersIn(const QStringList &events)
+{
+    QStringList answers;
+    for (const QString &event : events) {
+        if (event.endsWith(u']'))
+            answers.append(event);
+    }
+    return answers;
+}
+
+bool complainsIn(const QStringList &events)
+{
+    return std::any_of(events.cbegin(), events.cend(), [](const QString &event) {
+        return event.startsWith("warning"_L1) || event.startsWith("critical"_L1);
+    });
+}
+
+QString listed(const QStringList &events)
+{
+    return u"\n    "_s + events.join("\n    "_L1) + u'\n';
+}
+
+QString acceptanceOf(const QByteArray &content)
+{
+    QString bytes;
+    const quint32 crc = ServiceTool::crc32(content);
+    for (int shift = 0; shift < 32; shift += 8)
+        bytes += u" %1"_s.arg(crc >> shift & 0xFF, 2, 16, QLatin1Char('0'));
+    return u"1b584000 [%1]"_s.arg(bytes.sliced(1));
+}
+
+ProcessResult inProcess(const std::function<QString()> &body)
+{
+    int ends[2];
+    if (pipe(ends) != 0)
+        qFatal("No pipe");
+    const pid_t child = fork();
+    if (child == 0) {
+        setpgid(0, 0);
+        alarm(patienceSeconds);
+        const QByteArray complaint = body().toUtf8();
+        QFile out;
+        if (out.open(ends[1], QIODevice::WriteOnly))
+            out.write(complaint);
+        out.close();
+        // What is to be cleaned up at exit belongs to the other process.
+        _exit(0);
+    }
+    close(ends[1]);
+    QFile in;
+    if (child < 0 || !in.open(ends[0], QIODevice::ReadOnly, QFile::AutoCloseHandle))
+        qFatal("No process");
+    ProcessResult result;
+    result.complaint = QString::fromUtf8(in.readAll());
+    int status = 0;
+    waitpid(child, &status, 0);
+    result.killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+    if (!result.killed && status != 0)
+        result.complaint += u"the process ended with status %1"_s.arg(status);
+    return result;
+}

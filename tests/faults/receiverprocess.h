@@ -1,0 +1,44 @@
+#pragma once
+
+#include "canbusmanager.h"
+#include "fakecandevice.h"
+#include "servicetool.h"
+
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+/// A receiver that has been started: connected, and with its log and answers gathered.
+class Receiver
+{
+public:
+    Receiver();
+
+    /// Delivers \a frames one by one. Returns the answers, as "identifier [payload]", and the log
+    /// messages that are no debug output, as "level |text|", in their order.
+    QStringList receive(const ServiceTool::Frames &frames);
+
+    CanBusManager manager;
+    std::unique_ptr<FakeCanDevice> device;
+};
+
+/// The answers among what Receiver::receive() returned.
+QStringList answersIn(const QStringList &events);
+/// Whether a message of the level "warning" or "critical" is among \a events.
+bool complainsIn(const QStringList &events);
+/// \a events on lines of their own, for a failure message.
+QString listed(const QStringList &events);
+/// The answer to a Transfer Complete that found \a content intact.
+QString acceptanceOf(const QByteArray &content);
+
+/// How a process ended, and what it had to say.
+struct ProcessResult
+{
+    bool killed = false;
+    QString complaint; ///< empty if all was as it should be
+};
+
+/// Runs \a body in a process, and process group, of its own. \a body returns a complaint, or
+/// nothing.
+ProcessResult inProcess(const std::function<QString()> &body);

@@ -1,0 +1,491 @@
+// Storage that fails: every file operation of every session fails in turn, in every way, or is
+// the process's last; then real file systems that are too small, and read-only.
+#include "faultfs.h"
+#include "receiverprocess.h"
+#include "servicetree.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QTest>
+
+#include <cerrno>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr char factoryConfig[] = "application/factory/main/systemConfig.json";
+constexpr char backupConfig[] = "application/backup/main/systemConfig.json";
+constexpr char liveConfig[] = "application/main/systemConfig.json";
+constexpr char serialNumber[] = "serialNumber";
+
+const QByteArray firstConfig = QByteArray(1200, 'a') + "first";
+const QByteArray nextConfig = QByteArray(900, 'b') + "next";
+const QByteArray oldConfig = "what was there before";
+
+/// What the service tool does, and how to tell that it went by the book.
+struct Session
+{
+    void (*prepare)();
+    QStringList (*act)(Receiver &receiver);
+    QString (*judge)(const QStringList &events); ///< what was not as documented, with a fault
+    QString (*repeat)(Receiver &receiver);       ///< without one; what is not complete
+    QString (*leftBehind)();                     ///< what a killed process must not leave
+};
+
+struct Fault
+{
+    FaultFs::Action action = FaultFs::Action::None;
+    int error = 0;
+    bool lasting = false;
+};
+
+QString compare(QLatin1StringView what, const QByteArray &actual, const QByteArray &expected)
+{
+    if (actual == expected)
+        return {};
+    return u"%1: %2 bytes instead of %3; "_s.arg(what).arg(actual.size()).arg(expected.size());
+}
+
+QString withEvents(const QString &complaint, const QStringList &events)
+{
+    return complaint.isEmpty() ? complaint : complaint + listed(events);
+}
+
+// ---- Configuration download
+
+void prepareConfig()
+{
+    ServiceTree::reset();
+    for (const char *place : {factoryConfig, backupConfig, liveConfig})
+        ServiceTree::write(place, oldConfig);
+    ServiceTree::write("application/main/stats.db", "statistics");
+    ServiceTree::write("application/main/eventlog.db", "events");
+}
+
+QStringList downloadConfig(Receiver &receiver)
+{
+    return receiver.receive(ServiceTool::configurationDownload(firstConfig));
+}
+
+QString judgeConfig(const QStringList &events)
+{
+    const QStringList answers = answersIn(events);
+    const QString complete = answers.value(6);
+    // Storage never shows in the answers to the negotiation and the records.
+    const QStringList others{
+        u"0f584000 [5a a5]"_s,
+        u"1b580000 [0a 3f e8 03 e8 03 60 ea]"_s,
+        u"1b581000 [00 00 00 00 00 00 00 00]"_s,
+        u"1b583000 [00]"_s,
+        u"1b583000 [00]"_s,
+        u"1b583000 [00]"_s,
+        complete,
+        u"0f584000 []"_s,
+    };
+    QString complaint;
+    if (answers != others)
+        complaint += u"answers; "_s;
+    const bool accepted = complete == acceptanceOf(firstConfig);
+    if (!accepted && !complete.startsWith("1b5840ba ["_L1))
+        complaint += u"answer to Transfer Complete; "_s;
+
+    for (const char *place : {backupConfig, liveConfig}) {
+        const QString success = "info |Success! File safely backed up to: \""_L1
+            + ServiceTree::path(place) + "\"|"_L1;
+        const bool copied = ServiceTree::read(place) == firstConfig;
+        if (accepted && events.contains(success) && !copied)
+            complaint += u"success without a copy; "_s;
+        if (!copied && !complainsIn(events))
+            complaint += u"nothing in the log; "_s;
+    }
+    return withEvents(complaint, events);
+}
+
+QString repeatConfig(Receiver &receiver)
+{
+    const QStringList events = receiver.receive(ServiceTool::configurationDownload(nextConfig));
+    QString complaint;
+    if (!answersIn(events).contains(acceptanceOf(nextConfig)))
+        complaint += u"no acceptance; "_s;
+    for (const char *place : {factoryConfig, backupConfig, liveConfig})
+        complaint += compare(QLatin1StringView(place), ServiceTree::read(place), nextConfig);
+    for (const char *directory :
+         {"application/factory/main", "application/backup/main", "application/main"}) {
+        if (ServiceTree::list(directory) != QStringList{u"systemConfig.json"_s})
+            complaint += u"litter; "_s;
+    }
+    return withEvents(complaint, events);
+}
+
+/// Copies appear whole or not at all.
+QString configLeftBehind()
+{
+    QString complaint;
+    for (const char *place : {backupConfig, liveConfig}) {
+        const QByteArray content = ServiceTree::read(place);
+        if (content != oldConfig && content != "(no file)")
+            complaint += compare(QLatin1StringView(place), content, firstConfig);
+    }
+    return complaint;
+}
+
+// ---- Serial number
+
+void prepareSerial()
+{
+    ServiceTree::reset();
+    ServiceTree::write(serialNumber, "OLD\n");
+}
+
+QStringList setSerial(Receiver &receiver)
+{
+    return receiver.receive(ServiceTool::setSerialNumber("SN1234567890"));
+}
+
+QString judgeSerial(const QStringList &events)
+{
+    const QStringList answers = answersIn(events);
+    const bool refused = answers == QStringList{u"0f584000 []"_s, u"0f5840ba []"_s};
+    const bool accepted = answers == QStringList{u"0f584000 []"_s, u"0f584000 []"_s};
+    QString complaint;
+    if (!refused && !accepted)
+        complaint += u"answers; "_s;
+    if (refused && !complainsIn(events))
+        complaint += u"nothing in the log; "_s;
+    return withEvents(complaint, events);
+}
+
+QString repeatSerial(Receiver &receiver)
+{
+    const QStringList events = receiver.receive(ServiceTool::setSerialNumber("NEXT7"));
+    QString complaint =
+        compare(QLatin1StringView(serialNumber), ServiceTree::read(serialNumber), "NEXT7\n");
+    if (answersIn(events) != QStringList{u"0f584000 []"_s})
+        complaint += u"answers; "_s;
+    return withEvents(complaint, events);
+}
+
+/// The file is written in place: a cut leaves the old number or the beginning of the new one.
+QString serialLeftBehind()
+{
+    const QByteArray content = ServiceTree::read(serialNumber);
+    if (content == "OLD\n" || QByteArray("SN1234567890\n").startsWith(content))
+        return {};
+    return u"neither the old number nor a part of the new one"_s;
+}
+
+// ---- Menu archive: transfer and installation
+
+QByteArray menuArchive;
+
+struct MenuDirectory
+{
+    QByteArray path;
+
+    QByteArray below(const char *name) const { return path + name; }
+    QByteArray read(const char *name) const { return ServiceTree::read(below(name).constData()); }
+};
+
+const MenuDirectory menuDirectories[] = {
+    {"application/factory/menu/"}, {"application/backup/menu/"}, {"application/menu/"}};
+
+void prepareMenu()
+{
+    ServiceTree::reset();
+    for (const MenuDirectory &directory : menuDirectories) {
+        for (const char *name : {"menu.db", "menu.json", "images.tar", "menu.tar"})
+            ServiceTree::write(directory.below(name).constData(), "old");
+        QDir().mkpath(ServiceTree::path(directory.below("images/deep").constData()));
+        ServiceTree::write(directory.below("images/deep/old.png").constData(), "old");
+    }
+}
+
+QStringList downloadMenu(Receiver &receiver)
+{
+    QStringList events = receiver.receive(ServiceTool::transfer(1, menuArchive));
+    receiver.manager.processReceivedMenuFile();
+    return events + receiver.receive({ServiceTool::startConfiguration()});
+}
+
+QString judgeMenu(const QStringList &events)
+{
+    QString complaint;
+    if (answersIn(events).constLast() != "0f584000 [5a a5]"_L1)
+        complaint += u"no handshake; "_s;
+    for (const MenuDirectory &directory : menuDirectories) {
+        if (directory.read("menu.json") != "{\"menu\": 2}" && !complainsIn(events))
+            complaint += u"incomplete, and nothing in the log; "_s;
+    }
+    return withEvents(complaint, events);
+}
+
+QString repeatMenu(Receiver &receiver)
+{
+    const QStringList events = downloadMenu(receiver);
+    QString complaint;
+    for (const MenuDirectory &directory : menuDirectories) {
+        complaint += compare("menu.tar"_L1, directory.read("menu.tar"), menuArchive);
+        complaint += compare("menu.json"_L1, directory.read("menu.json"), "{\"menu\": 2}");
+        complaint += compare("menu.db"_L1, directory.read("menu.db"), "database");
+        complaint += compare("image"_L1, directory.read("images/new.png"), QByteArray(300, 'p'));
+        if (ServiceTree::list(directory.path.constData())
+                != QStringList{u"images/"_s, u"menu.db"_s, u"menu.json"_s, u"menu.tar"_s}
+            || ServiceTree::list(directory.below("images").constData())
+                != QStringList{u"new.png"_s})
+            complaint += u"litter; "_s;
+    }
+    return withEvents(complaint, events);
+}
+
+/// The installer clears the directories first: a cut can leave anything that is not complete.
+QString menuLeftBehind()
+{
+    return {};
+}
+
+// ---- Faults
+
+void strike(uint32_t operation, const Fault &fault)
+{
+    FaultFs::Control &control = FaultFs::control();
+    control.operations = 0;
+    control.struck = 0;
+    control.action = fault.action;
+    control.error = fault.error;
+    control.lasting = fault.lasting;
+    control.at = operation;
+}
+
+void heal()
+{
+    FaultFs::control().at = 0;
+}
+
+/// The number of file operations of \a session without a fault, which has to go well.
+uint32_t operationsOf(const Session &session)
+{
+    session.prepare();
+    const ProcessResult result = inProcess([&] {
+        Receiver receiver;
+        strike(0, {});
+        const QStringList events = session.act(receiver);
+        FaultFs::control().at = FaultFs::control().operations;
+        return session.judge(events);
+    });
+    if (!result.complaint.isEmpty())
+        qFatal("Without a fault: %s", qUtf8Printable(result.complaint));
+    return FaultFs::control().at;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Session)
+Q_DECLARE_METATYPE(Fault)
+
+class tst_Storage : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+
+    void faultAtEveryOperation_data();
+    void faultAtEveryOperation();
+    void killedAtEveryOperation_data();
+    void killedAtEveryOperation();
+
+    void fullFileSystem_data();
+    void fullFileSystem();
+    void readOnlyFileSystem_data();
+    void readOnlyFileSystem();
+
+private:
+    static void addSessions(const QList<std::pair<QByteArray, Fault>> &faults);
+};
+
+void tst_Storage::initTestCase()
+{
+    if (const QString reason = ServiceTree::unsafe(); !reason.isEmpty())
+        qFatal("%s", qUtf8Printable(reason));
+
+    QVERIFY(QDir().mkpath(u"archive/images"_s));
+    const auto write = [](const QString &name, const QByteArray &content) {
+        QFile file(u"archive/"_s + name);
+        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+    };
+    QVERIFY(write(u"menu.json"_s, "{\"menu\": 2}"));
+    QVERIFY(write(u"menu.db"_s, "database"));
+    QVERIFY(write(u"images/new.png"_s, QByteArray(300, 'p')));
+    QCOMPARE(QProcess::execute(u"tar"_s, {u"-b1"_s, u"-cf"_s, u"menu.tar"_s, u"-C"_s, u"archive"_s,
+                                          u"menu.json"_s, u"menu.db"_s, u"images"_s}),
+             0);
+    QFile archive(u"menu.tar"_s);
+    QVERIFY(archive.open(QIODevice::ReadOnly));
+    menuArchive = archive.readAll();
+
+    FaultFs::share(qUtf8Printable(QDir::current().absoluteFilePath(u"faultfs"_s)));
+}
+
+void tst_Storage::addSessions(const QList<std::pair<QByteArray, Fault>> &faults)
+{
+    QTest::addColumn<Session>("session");
+    QTest::addColumn<Fault>("fault");
+    const std::pair<QByteArray, Session> sessions[] = {
+        {"configuration",
+         {prepareConfig, downloadConfig, judgeConfig, repeatConfig, configLeftBehind}},
+        {"serial number", {prepareSerial, setSerial, judgeSerial, repeatSerial, serialLeftBehind}},
+        {"menu", {prepareMenu, downloadMenu, judgeMenu, repeatMenu, menuLeftBehind}},
+    };
+    for (const auto &[sessionName, session] : sessions) {
+        for (const auto &[faultName, fault] : faults)
+            QTest::newRow((sessionName + ": " + faultName).constData()) << session << fault;
+    }
+}
+
+void tst_Storage::faultAtEveryOperation_data()
+{
+    addSessions({
+        {"ENOSPC", {FaultFs::Action::Error, ENOSPC, false}},
+        {"EIO", {FaultFs::Action::Error, EIO, false}},
+        {"EROFS", {FaultFs::Action::Error, EROFS, false}},
+        {"EACCES", {FaultFs::Action::Error, EACCES, false}},
+        {"short", {FaultFs::Action::Short, 0, false}},
+        {"ENOSPC from there", {FaultFs::Action::Error, ENOSPC, true}},
+        {"EIO from there", {FaultFs::Action::Error, EIO, true}},
+        {"EROFS from there", {FaultFs::Action::Error, EROFS, true}},
+    });
+}
+
+void tst_Storage::faultAtEveryOperation()
+{
+    QFETCH(const Session, session);
+    QFETCH(const Fault, fault);
+    const uint32_t operations = operationsOf(session);
+    QVERIFY2(operations >= 3, "the operations are not seen");
+
+    for (uint32_t operation = 1; operation <= operations; ++operation) {
+        session.prepare();
+        const ProcessResult result = inProcess([&] {
+            Receiver receiver;
+            strike(operation, fault);
+            const QStringList events = session.act(receiver);
+            heal();
+            QString complaint = session.judge(events);
+            complaint += session.repeat(receiver);
+            complaint += repeatConfig(receiver);
+            return complaint;
+        });
+        QVERIFY2(result.complaint.isEmpty() && !result.killed,
+                 qPrintable(u"operation %1 of %2: %3"_s.arg(operation)
+                                .arg(operations)
+                                .arg(result.complaint)));
+        QVERIFY(FaultFs::control().struck > 0);
+    }
+    qInfo("%u operations", operations);
+}
+
+void tst_Storage::killedAtEveryOperation_data()
+{
+    addSessions({{"killed", {FaultFs::Action::Kill, 0, false}}});
+}
+
+void tst_Storage::killedAtEveryOperation()
+{
+    QFETCH(const Session, session);
+    QFETCH(const Fault, fault);
+    const uint32_t operations = operationsOf(session);
+
+    for (uint32_t operation = 1; operation <= operations; ++operation) {
+        session.prepare();
+        const ProcessResult cut = inProcess([&] {
+            Receiver receiver;
+            strike(operation, fault);
+            return listed(session.act(receiver));
+        });
+        heal();
+        QVERIFY2(cut.killed, qPrintable(cut.complaint));
+        const QString leftBehind = session.leftBehind();
+        const ProcessResult restarted = inProcess([&] {
+            Receiver receiver;
+            QString complaint = session.repeat(receiver);
+            complaint += repeatConfig(receiver);
+            return complaint;
+        });
+        QVERIFY2(leftBehind.isEmpty() && restarted.complaint.isEmpty() && !restarted.killed,
+                 qPrintable(u"operation %1 of %2: left behind: %3; restarted: %4"_s.arg(operation)
+                                .arg(operations)
+                                .arg(leftBehind, restarted.complaint)));
+    }
+    qInfo("%u operations", operations);
+}
+
+void tst_Storage::fullFileSystem_data()
+{
+    QTest::addColumn<QByteArray>("place");
+    QTest::addColumn<QString>("answer");
+    QTest::newRow("for what is received") << QByteArray("application/factory/main")
+                                          << u"1b5840ba ["_s;
+    QTest::newRow("for the backup") << QByteArray("application/backup/main") << u"1b584000 ["_s;
+    QTest::newRow("for the live copy") << QByteArray("application/main") << u"1b584000 ["_s;
+}
+
+void tst_Storage::fullFileSystem()
+{
+    QFETCH(const QByteArray, place);
+    QFETCH(const QString, answer);
+    ServiceTree::reset();
+    const ServiceTree::SmallFileSystem small(place.constData(), 8192);
+    Receiver receiver;
+
+    const QStringList events =
+        receiver.receive(ServiceTool::configurationDownload(QByteArray(20000, 'l')));
+    QVERIFY2(answersIn(events).value(43).startsWith(answer), qPrintable(listed(events)));
+    QVERIFY(complainsIn(events));
+    // Half a copy is none.
+    if (place != "application/factory/main")
+        QCOMPARE(ServiceTree::list(place.constData()), QStringList());
+    QCOMPARE(repeatConfig(receiver), QString());
+}
+
+void tst_Storage::readOnlyFileSystem_data()
+{
+    QTest::addColumn<QByteArray>("place");
+    QTest::addColumn<QString>("answer");
+    QTest::addColumn<QString>("serialAnswer");
+    const QString stored = u"0f584000 []"_s;
+    // What cannot be opened for writing keeps its content, which has another CRC.
+    QTest::newRow("for what is received")
+        << QByteArray("application/factory/main") << u"1b5840ba ["_s << stored;
+    QTest::newRow("for the backup")
+        << QByteArray("application/backup/main") << u"1b584000 ["_s << stored;
+    QTest::newRow("for the live copy")
+        << QByteArray("application/main") << u"1b584000 ["_s << stored;
+    QTest::newRow("everywhere") << QByteArray("") << u"1b5840ba ["_s << u"0f5840ba []"_s;
+}
+
+void tst_Storage::readOnlyFileSystem()
+{
+    QFETCH(const QByteArray, place);
+    QFETCH(const QString, answer);
+    QFETCH(const QString, serialAnswer);
+    prepareConfig();
+    Receiver receiver;
+    {
+        const ServiceTree::ReadOnly readOnly(place.constData());
+        const QStringList events = downloadConfig(receiver);
+        QVERIFY2(answersIn(events).value(6).startsWith(answer), qPrintable(listed(events)));
+        QVERIFY(complainsIn(events));
+        const char *const kept = place.isEmpty() ? "application/main" : place.constData();
+        QCOMPARE(ServiceTree::read((kept + QByteArray("/systemConfig.json")).constData()),
+                 oldConfig);
+        QCOMPARE(answersIn(receiver.receive(ServiceTool::setSerialNumber("SHORT"))),
+                 QStringList{serialAnswer});
+    }
+    QCOMPARE(repeatConfig(receiver), QString());
+    QCOMPARE(repeatSerial(receiver), QString());
+}
+
+QTEST_GUILESS_MAIN(tst_Storage)
+
+#include "tst_storage.moc"
