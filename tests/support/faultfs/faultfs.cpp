@@ -66,9 +66,9 @@ std::string absolute(int at, const char *path)
     return std::string(directory.data(), length > 0 ? size_t(length) : 0) + '/' + path;
 }
 
-bool isOurs(const std::string &path)
+bool isOurs(std::string_view path)
 {
-    return std::string_view(path).substr(0, root.size()) == root;
+    return path.starts_with(root);
 }
 
 bool isOurs(int fd)
@@ -83,7 +83,9 @@ void watch(int at, const char *path)
     if (!control.watch || !path || control.strayed[0] != '\0')
         return;
     const std::string_view name(path);
-    if (name == "Unknown" || isOurs(absolute(at, path)))
+    const std::string full = absolute(at, path);
+    if (name == "Unknown" || isOurs(full)
+        || (control.temporary[0] != '\0' && full.starts_with(control.temporary)))
         return;
     name.copy(control.strayed, sizeof control.strayed - 1);
 }

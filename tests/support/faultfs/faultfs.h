@@ -25,9 +25,10 @@ struct Control
     bool lasting;                     ///< strikes every later operation too
     Action action;
     int error;                        ///< errno for Action::Error
-    /// First path that a process tried to change although it lies neither below the tree nor is
-    /// named "Unknown" in the working directory; empty if there is none. Watched if watch is set.
+    /// With watch set: the first path that a process tried to change although it lies neither
+    /// below the tree nor below temporary, nor is "Unknown" in the working directory. Else empty.
     bool watch;
+    char temporary[256];
     char strayed[256];
 };
 
