@@ -1,4 +1,10 @@
 set(DOCKHAND_SANDBOX "${CMAKE_CURRENT_LIST_DIR}/sandbox")
+set(DOCKHAND_TEST_ENVIRONMENT
+    QT_QPA_PLATFORM=offscreen
+    LC_ALL=C.UTF-8
+    ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1
+    UBSAN_OPTIONS=print_stacktrace=1
+)
 
 # dockhand_add_test(NAME name SOURCES file... [LIBRARIES target...] [BENCH]
 #                   [TIMEOUT seconds] [ENVIRONMENT name=value...])
@@ -35,5 +41,5 @@ function(dockhand_test_properties name timeout)
     set_tests_properties(${name} PROPERTIES
         TIMEOUT ${timeout}
         ENVIRONMENT_MODIFICATION "${unset}"
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;LC_ALL=C.UTF-8;ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1;UBSAN_OPTIONS=print_stacktrace=1;${ARGN}")
+        ENVIRONMENT "${DOCKHAND_TEST_ENVIRONMENT};${ARGN}")
 endfunction()
