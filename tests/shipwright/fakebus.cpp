@@ -48,6 +48,25 @@ bool FakeBus::writeFrame(const QCanBusFrame &frame)
         setError(QStringLiteral("No buffer space available"), WriteError);
         return false;
     }
+    if (queueInterval > 0) {
+        if (!hasOutgoingFrames())
+            m_clock.at(m_clock.now() + queueInterval, [this] { transmitQueued(); });
+        enqueueOutgoingFrame(frame);
+        return true;
+    }
+    transmit(frame);
+    return true;
+}
+
+void FakeBus::transmitQueued()
+{
+    transmit(dequeueOutgoingFrame());
+    if (hasOutgoingFrames())
+        m_clock.at(m_clock.now() + queueInterval, [this] { transmitQueued(); });
+}
+
+void FakeBus::transmit(const QCanBusFrame &frame)
+{
     sent += text(frame);
     QList<QCanBusFrame> answers = receiver.handle(frame);
     if (tamper)
@@ -56,7 +75,6 @@ bool FakeBus::writeFrame(const QCanBusFrame &frame)
         m_clock.at(m_clock.now() + answerDelay, [this, answer] { deliver(answer); });
     if (onWritten)
         onWritten(frame);
-    return true;
 }
 
 QString FakeBus::interpretErrorFrame(const QCanBusFrame &errorFrame)

@@ -37,6 +37,7 @@ public:
     Tamper tamper;
     qint64 answerDelay = 1;   ///< milliseconds between a frame and its answers
     int refusedWrites = 0;    ///< how many calls of writeFrame fail, as with a full buffer
+    qint64 queueInterval = 0; ///< milliseconds a frame takes to leave the queue; 0: there is none
     bool refusesToOpen = false;
     std::function<void(const QCanBusFrame &)> onWritten;
 
@@ -59,6 +60,9 @@ protected:
     void close() override { setState(UnconnectedState); }
 
 private:
+    void transmit(const QCanBusFrame &frame);
+    void transmitQueued();
+
     FakeClock &m_clock;
 };
 

@@ -14,6 +14,8 @@ private slots:
     void fullSendBuffer_isWaitedFor();
     void fullSendBuffer_losesNoFrameOfATransfer();
     void fullSendBuffer_forTooLongNamesTheCause();
+    void slowQueue_doesNotEatTheReceiversTime();
+    void stuckQueue_namesTheCause();
     void receive_takesFramesInOrder();
     void receive_skipsBaseFormatAndErrorFrames();
     void interruption_endsAWait();
@@ -71,6 +73,24 @@ void LinkTest::fullSendBuffer_forTooLongNamesTheCause()
              u"0F1A02C0#A55A could not be sent for 1000 ms: No buffer space available; the controller "
              "is off the bus (bus-off)."_s);
     QVERIFY(failure.hint.contains(u"termination"_s));
+}
+
+void LinkTest::slowQueue_doesNotEatTheReceiversTime()
+{
+    // 66 frames of a record take 3.3 s to leave, more than the second that the answer may take.
+    Bench bench;
+    bench.bus.queueInterval = 50;
+    bench.send(2, pattern(512));
+    QCOMPARE(bench.bus.receiver.file(2), pattern(512));
+}
+
+void LinkTest::stuckQueue_namesTheCause()
+{
+    Bench bench;
+    bench.bus.queueInterval = 1'000'000;
+    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    QCOMPARE(failure.exit, Exit::SendBlocked);
+    QCOMPARE(failure.message, u"Frames (1) stay in the send buffer for 1000 ms."_s);
 }
 
 void LinkTest::receive_takesFramesInOrder()

@@ -129,15 +129,8 @@ void Link::write(const QCanBusFrame &frame)
         const qint64 waited = m_clock.now() - start;
         checkUsable();
         if (waited >= m_sendTimeout) {
-            const QString condition = busCondition();
-            throw Failure(Exit::SendBlocked,
-                          u"%1 could not be sent for %2 ms: %3%4."_s
-                              .arg(describe(frame)).arg(waited)
-                              .arg(m_device.errorString(),
-                                   condition.isEmpty() ? QString() : u"; "_s + condition),
-                          u"Nobody acknowledges frames, or the interface is down: check that the "
-                          "receiver is powered and wired, the termination, and that both sides "
-                          "run at the same bit rate."_s);
+            failToSend(u"%1 could not be sent for %2 ms: %3"_s
+                           .arg(describe(frame), QString::number(waited), m_device.errorString()));
         }
         m_clock.wait(sendBufferPoll);
     }
@@ -147,11 +140,27 @@ void Link::write(const QCanBusFrame &frame)
 void Link::flush()
 {
     // Plugins other than socketcan queue what is written and send it from the event loop.
-    const qint64 deadline = m_clock.now() + m_sendTimeout;
-    while (m_device.framesToWrite() > 0 && m_clock.now() < deadline) {
+    qint64 lastSent = m_clock.now();
+    for (qint64 queued = m_device.framesToWrite(); queued > 0;) {
         checkUsable();
+        if (m_clock.now() - lastSent >= m_sendTimeout) {
+            failToSend(u"Frames (%1) stay in the send buffer for %2 ms"_s
+                           .arg(queued).arg(m_clock.now() - lastSent));
+        }
         m_clock.wait(sendBufferPoll);
+        if (m_device.framesToWrite() < queued)
+            lastSent = m_clock.now();
+        queued = m_device.framesToWrite();
     }
+}
+
+void Link::failToSend(const QString &what) const
+{
+    const QString condition = busCondition();
+    throw Failure(Exit::SendBlocked,
+                  what + (condition.isEmpty() ? QString() : u"; "_s + condition) + u'.',
+                  u"Nobody acknowledges frames, or the interface is down: check that the receiver is "
+                  "powered and wired, the termination, and that both sides run at the same bit rate."_s);
 }
 
 std::optional<QCanBusFrame> Link::takeReceived()

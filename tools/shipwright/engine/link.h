@@ -51,6 +51,7 @@ public:
 
 private:
     void write(const QCanBusFrame &frame);
+    [[noreturn]] void failToSend(const QString &what) const;
     void checkUsable() const;
     std::optional<QCanBusFrame> takeReceived();
     void observe(QCanBusFrame frame, Direction direction) const;

@@ -39,6 +39,8 @@ Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Ex
 {
     m_link.discardReceived();
     m_link.send(frameId, payload);
+    // A whole record may still be queued: the receiver's time begins when it has gone out.
+    m_link.flush();
     const qint64 deadline = m_link.clock().now() + expected.timeout;
     QStringList others;
     qsizetype otherCount = 0;
