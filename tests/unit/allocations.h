@@ -3,10 +3,6 @@
 #include <atomic>
 #include <cstddef>
 
-#if defined(__SANITIZE_ADDRESS__)
-#  include <sanitizer/allocator_interface.h>
-#endif
-
 /// Counts the allocations of the process. To be included in one source of an executable only:
 /// it takes malloc()'s place.
 namespace {
@@ -17,6 +13,10 @@ std::atomic<long> allocationCount = 0;
 inline long allocations();
 
 #if defined(__SANITIZE_ADDRESS__)
+
+// GCC's runtime has it, GCC's headers do not.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(
+    void (*allocated)(const volatile void *, std::size_t), void (*freed)(const volatile void *));
 
 inline long allocations()
 {

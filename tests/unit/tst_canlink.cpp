@@ -361,6 +361,12 @@ void tst_canlink::writeFrameSendsExtendedDataFrames_data()
         sent 0f584000 ext [00 ff 7f 80 01 02 03 04]
         debug |writeFrame: Frame sent with ID: "f584000"|
     )");
+    QTest::newRow("more than a classic frame holds") << 0x0F584000u
+                                                     << QByteArray::fromHex("0102030405060708090a0b0c")
+                                                     << transcript(R"(
+        sent 0f584000 ext fd [01 02 03 04 05 06 07 08 09 0a 0b 0c]
+        debug |writeFrame: Frame sent with ID: "f584000"|
+    )");
     QTest::newRow("identifier that no message has") << 0x7FFu << QByteArray() << transcript(R"(
         sent 000007ff base []
         debug |writeFrame: Frame sent with ID: "7ff"|

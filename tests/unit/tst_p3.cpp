@@ -236,6 +236,15 @@ void tst_p3::commandsAreDispatchedByOperation_data()
         sent 0f584000 ext []
         debug |writeFrame: Frame sent with ID: "f584000"|
     )");
+    QTest::newRow("bits 15, 13 and 10 set, which mean nothing") << frame(0x0F1AA6C4) << transcript(R"(
+        debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  interfaceID:  11 opID:  4|
+        debug |processP3CanCommand: Dockhand received frame on the Shipwright interface|
+        info |processP3CanCommand: End Configuration Command Received|
+        display "Configuration Complete" on "Empty" off 1 on
+        debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  0 frameId:  "f584000"|
+        sent 0f584000 ext []
+        debug |writeFrame: Frame sent with ID: "f584000"|
+    )");
     QTest::newRow("end of configuration") << frame(0x0F1A02C4) << transcript(R"(
         debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  interfaceID:  11 opID:  4|
         debug |processP3CanCommand: Dockhand received frame on the Shipwright interface|
