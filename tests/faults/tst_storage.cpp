@@ -1,7 +1,7 @@
 // Storage that fails: every file operation of every session fails in turn, in every way, or is
 // the process's last; then real file systems that are too small, and read-only.
 #include "faultfs.h"
-#include "receiverprocess.h"
+#include "faulttest.h"
 #include "servicetree.h"
 
 #include <QDir>
@@ -65,7 +65,7 @@ void prepareConfig()
 
 QStringList downloadConfig(Receiver &receiver)
 {
-    return receiver.receive(ServiceTool::configurationDownload(firstConfig));
+    return receiver.receive(ToolFrames::configurationDownload(firstConfig));
 }
 
 QString judgeConfig(const QStringList &events)
@@ -104,7 +104,7 @@ QString judgeConfig(const QStringList &events)
 
 QString repeatConfig(Receiver &receiver)
 {
-    const QStringList events = receiver.receive(ServiceTool::configurationDownload(nextConfig));
+    const QStringList events = receiver.receive(ToolFrames::configurationDownload(nextConfig));
     QString complaint;
     if (!answersIn(events).contains(acceptanceOf(nextConfig)))
         complaint += u"no acceptance; "_s;
@@ -140,7 +140,7 @@ void prepareSerial()
 
 QStringList setSerial(Receiver &receiver)
 {
-    return receiver.receive(ServiceTool::setSerialNumber("SN1234567890"));
+    return receiver.receive(ToolFrames::setSerialNumber("SN1234567890"));
 }
 
 QString judgeSerial(const QStringList &events)
@@ -158,7 +158,7 @@ QString judgeSerial(const QStringList &events)
 
 QString repeatSerial(Receiver &receiver)
 {
-    const QStringList events = receiver.receive(ServiceTool::setSerialNumber("NEXT7"));
+    const QStringList events = receiver.receive(ToolFrames::setSerialNumber("NEXT7"));
     QString complaint =
         compare(QLatin1StringView(serialNumber), ServiceTree::read(serialNumber), "NEXT7\n");
     if (answersIn(events) != QStringList{u"0f584000 []"_s})
@@ -203,9 +203,9 @@ void prepareMenu()
 
 QStringList downloadMenu(Receiver &receiver)
 {
-    QStringList events = receiver.receive(ServiceTool::transfer(1, menuArchive));
+    QStringList events = receiver.receive(ToolFrames::transfer(1, menuArchive));
     receiver.manager.processReceivedMenuFile();
-    return events + receiver.receive({ServiceTool::startConfiguration()});
+    return events + receiver.receive({ToolFrames::startConfiguration()});
 }
 
 QString judgeMenu(const QStringList &events)
@@ -444,7 +444,7 @@ void tst_Storage::fullFileSystem()
     Receiver receiver;
 
     const QStringList events =
-        receiver.receive(ServiceTool::configurationDownload(QByteArray(20000, 'l')));
+        receiver.receive(ToolFrames::configurationDownload(QByteArray(20000, 'l')));
     QVERIFY2(answersIn(events).value(43).startsWith(answer), qPrintable(listed(events)));
     QVERIFY(complainsIn(events));
     // Half a copy is none.
@@ -484,7 +484,7 @@ void tst_Storage::readOnlyFileSystem()
         const char *const kept = place.isEmpty() ? "application/main" : place.constData();
         QCOMPARE(ServiceTree::read((kept + QByteArray("/systemConfig.json")).constData()),
                  oldConfig);
-        QCOMPARE(answersIn(receiver.receive(ServiceTool::setSerialNumber("SHORT"))),
+        QCOMPARE(answersIn(receiver.receive(ToolFrames::setSerialNumber("SHORT"))),
                  QStringList{serialAnswer});
     }
     QCOMPARE(repeatConfig(receiver), QString());

@@ -2,7 +2,7 @@
 // passes both dispatchers, and no record its CRC.
 #include "sequence.h"
 
-#include "servicetool.h"
+#include "toolframes.h"
 
 #include <QtEndian>
 
@@ -62,33 +62,33 @@ private:
     /// Mostly a type that has a place.
     uint8_t fileType() { return below(8) == 0 ? byte() : uint8_t(below(5)); }
 
-    ServiceTool::Frames message()
+    ToolFrames::List message()
     {
         switch (below(12)) {
         case 0:
-            return {ServiceTool::startConfiguration(quint32(below(4)))};
+            return {ToolFrames::startConfiguration(quint32(below(4)))};
         case 1:
-            return {ServiceTool::p3(1, QByteArray{}.append(char(byte())).append(char(below(14)))
+            return {ToolFrames::p3(1, QByteArray{}.append(char(byte())).append(char(below(14)))
                                            .append(char(below(33))).append(char(below(26)))
                                            .append(char(below(62))).append(char(below(62))))};
         case 2:
-            return ServiceTool::setSerialNumber(content(15));
+            return ToolFrames::setSerialNumber(content(15));
         case 3:
-            return {ServiceTool::p3(quint32(below(7)), content(8))};
+            return {ToolFrames::p3(quint32(below(7)), content(8))};
         case 4:
-            return {ServiceTool::transferInfo(fileType(), number())};
+            return {ToolFrames::transferInfo(fileType(), number())};
         case 5:
-            return {ServiceTool::initiateTransfer(fileType(), number())};
+            return {ToolFrames::initiateTransfer(fileType(), number())};
         case 6:
-            return ServiceTool::record(number(), content(below(4) == 0 ? 512 : 40));
+            return ToolFrames::record(number(), content(below(4) == 0 ? 512 : 40));
         case 7:
-            return {ServiceTool::p6(quint32(below(16)), content(8), quint32(below(64)))};
+            return {ToolFrames::p6(quint32(below(16)), content(8), quint32(below(64)))};
         case 8:
-            return {ServiceTool::transferComplete(number())};
+            return {ToolFrames::transferComplete(number())};
         case 9:
-            return {ServiceTool::endConfiguration()};
+            return {ToolFrames::endConfiguration()};
         default:
-            return ServiceTool::transfer(fileType(), content(below(4) == 0 ? 1200 : 100));
+            return ToolFrames::transfer(fileType(), content(below(4) == 0 ? 1200 : 100));
         }
     }
 
@@ -111,7 +111,7 @@ private:
     void insertMessage(size_t place)
     {
         Sequence frames;
-        const ServiceTool::Frames made = message();
+        const ToolFrames::List made = message();
         for (const QCanBusFrame &frame : made)
             frames.push_back(Fuzz::fromQt(frame));
         // The second node that the receiver answers to.
@@ -233,7 +233,7 @@ private:
 
     static void setCrc(can_frame &frame, const QByteArray &bytes)
     {
-        qToLittleEndian(ServiceTool::crc32(bytes), frame.data);
+        qToLittleEndian(ToolFrames::crc32(bytes), frame.data);
         frame.can_dlc = 4;
     }
 

@@ -4,7 +4,7 @@
 #include "eventlog.h"
 #include "fakecandevice.h"
 #include "faultfs.h"
-#include "servicetool.h"
+#include "toolframes.h"
 #include "servicetree.h"
 
 #include <QMetaObject>
@@ -132,7 +132,7 @@ public:
         FakeCanDevice::behaviour.writeError.clear();
         m_device->reportState(QCanBusDevice::ConnectedState);
         m_batching = false;
-        receive(ServiceTool::startConfiguration(2));
+        receive(ToolFrames::startConfiguration(2));
         require(!m_answers.isEmpty() && m_answers.constLast().frameId() == 0x0F585000
                     && m_answers.constLast().payload() == QByteArrayLiteral("\x5A\xA5"),
                 "a handshake is answered");

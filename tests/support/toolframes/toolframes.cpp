@@ -1,4 +1,4 @@
-#include "servicetool.h"
+#include "toolframes.h"
 
 #include <QtEndian>
 
@@ -37,7 +37,7 @@ constexpr std::array<quint32, 256> crcTable()
 
 } // namespace
 
-quint32 ServiceTool::crc32(const QByteArray &data)
+quint32 ToolFrames::crc32(const QByteArray &data)
 {
     static constexpr auto table = crcTable();
     quint32 crc = 0xFFFFFFFFu;
@@ -46,63 +46,63 @@ quint32 ServiceTool::crc32(const QByteArray &data)
     return ~crc;
 }
 
-QCanBusFrame ServiceTool::p3(quint32 operation, const QByteArray &payload, quint32 slot)
+QCanBusFrame ToolFrames::p3(quint32 operation, const QByteArray &payload, quint32 slot)
 {
     return extendedFrame(0x0F1A02C0u | slot << 11 | operation, payload);
 }
 
-QCanBusFrame ServiceTool::p6(quint32 type, const QByteArray &payload, quint32 frameNumber)
+QCanBusFrame ToolFrames::p6(quint32 type, const QByteArray &payload, quint32 frameNumber)
 {
     return extendedFrame(0x1B1A0000u | type << 12 | frameNumber << 4, payload);
 }
 
-QCanBusFrame ServiceTool::startConfiguration(quint32 slot)
+QCanBusFrame ToolFrames::startConfiguration(quint32 slot)
 {
     return p3(0, QByteArrayLiteral("\xA5\x5A"), slot);
 }
 
-QCanBusFrame ServiceTool::endConfiguration()
+QCanBusFrame ToolFrames::endConfiguration()
 {
     return p3(4, {});
 }
 
-ServiceTool::Frames ServiceTool::setSerialNumber(const QByteArray &serialNumber)
+ToolFrames::List ToolFrames::setSerialNumber(const QByteArray &serialNumber)
 {
-    Frames frames{p3(2, char(serialNumber.size()) + serialNumber.left(7))};
+    List frames{p3(2, char(serialNumber.size()) + serialNumber.left(7))};
     if (serialNumber.size() > 7)
         frames.append(p3(3, serialNumber.mid(7)));
     return frames;
 }
 
-QCanBusFrame ServiceTool::transferInfo(quint8 fileType, quint32 fileSize)
+QCanBusFrame ToolFrames::transferInfo(quint8 fileType, quint32 fileSize)
 {
     return p6(0, char(fileType) + QByteArrayLiteral("\x08") + littleEndian(fileSize));
 }
 
-QCanBusFrame ServiceTool::initiateTransfer(quint8 fileType, quint32 records)
+QCanBusFrame ToolFrames::initiateTransfer(quint8 fileType, quint32 records)
 {
     return p6(1, char(fileType) + QByteArrayLiteral("\x08\0\0") + littleEndian(records));
 }
 
-ServiceTool::Frames ServiceTool::record(quint32 number, const QByteArray &content)
+ToolFrames::List ToolFrames::record(quint32 number, const QByteArray &content)
 {
     const quint32 count = quint32((content.size() + 7) / 8);
-    Frames frames{p6(2, char(count) + littleEndian(number))};
+    List frames{p6(2, char(count) + littleEndian(number))};
     for (quint32 frame = 0; frame < count; ++frame)
         frames.append(p6(15, content.mid(frame * 8, 8), frame));
     frames.append(p6(3, littleEndian(crc32(content))));
     return frames;
 }
 
-QCanBusFrame ServiceTool::transferComplete(quint32 crc)
+QCanBusFrame ToolFrames::transferComplete(quint32 crc)
 {
     return p6(4, littleEndian(crc));
 }
 
-ServiceTool::Frames ServiceTool::transfer(quint8 fileType, const QByteArray &content)
+ToolFrames::List ToolFrames::transfer(quint8 fileType, const QByteArray &content)
 {
     const quint32 records = quint32((content.size() + recordSize - 1) / recordSize);
-    Frames frames{transferInfo(fileType, quint32(content.size())),
+    List frames{transferInfo(fileType, quint32(content.size())),
                   initiateTransfer(fileType, records)};
     for (quint32 number = 1; number <= records; ++number)
         frames += record(number, content.mid((number - 1) * recordSize, recordSize));
@@ -110,7 +110,7 @@ ServiceTool::Frames ServiceTool::transfer(quint8 fileType, const QByteArray &con
     return frames;
 }
 
-ServiceTool::Frames ServiceTool::configurationDownload(const QByteArray &content)
+ToolFrames::List ToolFrames::configurationDownload(const QByteArray &content)
 {
-    return Frames{startConfiguration()} + transfer(0, content) + Frames{endConfiguration()};
+    return List{startConfiguration()} + transfer(0, content) + List{endConfiguration()};
 }

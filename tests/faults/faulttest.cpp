@@ -1,4 +1,4 @@
-#include "receiverprocess.h"
+#include "faulttest.h"
 
 #include "eventlog.h"
 
@@ -30,7 +30,7 @@ Receiver::Receiver()
     EventLog::take();
 }
 
-QStringList Receiver::receive(const ServiceTool::Frames &frames)
+QStringList Receiver::receive(const ToolFrames::List &frames)
 {
     for (const QCanBusFrame &frame : frames)
         device->deliver({frame});
@@ -70,7 +70,7 @@ QString listed(const QStringList &events)
 QString acceptanceOf(const QByteArray &content)
 {
     QString bytes;
-    const quint32 crc = ServiceTool::crc32(content);
+    const quint32 crc = ToolFrames::crc32(content);
     for (int shift = 0; shift < 32; shift += 8)
         bytes += u" %1"_s.arg(crc >> shift & 0xFF, 2, 16, QLatin1Char('0'));
     return u"1b584000 [%1]"_s.arg(bytes.sliced(1));

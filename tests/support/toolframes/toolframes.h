@@ -5,9 +5,9 @@
 #include <QList>
 
 /// What a service tool sends, as lists of frames that a test delivers, cuts and spoils.
-namespace ServiceTool {
+namespace ToolFrames {
 
-using Frames = QList<QCanBusFrame>;
+using List = QList<QCanBusFrame>;
 
 /// CRC-32 of \a data, by another way than the receiver's.
 quint32 crc32(const QByteArray &data);
@@ -18,17 +18,17 @@ QCanBusFrame p6(quint32 type, const QByteArray &payload, quint32 frameNumber = 0
 QCanBusFrame startConfiguration(quint32 slot = 0);
 QCanBusFrame endConfiguration();
 /// One or two frames, at most 15 bytes.
-Frames setSerialNumber(const QByteArray &serialNumber);
+List setSerialNumber(const QByteArray &serialNumber);
 
 QCanBusFrame transferInfo(quint8 fileType, quint32 fileSize);
 QCanBusFrame initiateTransfer(quint8 fileType, quint32 records);
 /// Record Start, at most 64 Data Frames and Record End.
-Frames record(quint32 number, const QByteArray &content);
+List record(quint32 number, const QByteArray &content);
 QCanBusFrame transferComplete(quint32 crc);
 
 /// A whole transfer, from Transfer Info to Transfer Complete.
-Frames transfer(quint8 fileType, const QByteArray &content);
+List transfer(quint8 fileType, const QByteArray &content);
 /// A whole session: start of configuration, transfer of a configuration, end of configuration.
-Frames configurationDownload(const QByteArray &content);
+List configurationDownload(const QByteArray &content);
 
-} // namespace ServiceTool
+} // namespace ToolFrames

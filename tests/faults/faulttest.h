@@ -2,7 +2,7 @@
 
 #include "canbusmanager.h"
 #include "fakecandevice.h"
-#include "servicetool.h"
+#include "toolframes.h"
 
 #include <QStringList>
 
@@ -17,7 +17,7 @@ public:
 
     /// Delivers \a frames one by one. Returns the answers, as "identifier [payload]", and the log
     /// messages that are no debug output, as "level |text|", in their order.
-    QStringList receive(const ServiceTool::Frames &frames);
+    QStringList receive(const ToolFrames::List &frames);
 
     CanBusManager manager;
     std::unique_ptr<FakeCanDevice> device;
