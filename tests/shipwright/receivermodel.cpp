@@ -17,6 +17,7 @@ const std::pair<const char *, Defect> defects[] = {
     {"accepts-other-destinations", Defect::AcceptsOtherDestinations},
     {"accepts-other-interfaces", Defect::AcceptsOtherInterfaces},
     {"accepts-other-sources", Defect::AcceptsOtherSources},
+    {"answers-complete-twice", Defect::AnswersCompleteTwice},
     {"answers-from-destination", Defect::AnswersFromDestination},
     {"answers-record-start", Defect::AnswersRecordStart},
     {"answers-unknown-operations", Defect::AnswersUnknownOperations},
@@ -189,7 +190,8 @@ QList<QCanBusFrame> ReceiverModel::handleTransfer(quint32 id, const QByteArray &
             qToBigEndian(crc, data.data());
         else
             qToLittleEndian(has(Defect::EchoesFileCrc) ? crcFrom(payload) : crc, data.data());
-        return answer(isRight ? 0 : 186, data);
+        const QList<QCanBusFrame> answers = answer(isRight ? 0 : 186, data);
+        return has(Defect::AnswersCompleteTwice) ? answers + answers : answers;
     }
     default:
         return has(Defect::AnswersUnknownTypes) ? answer(186, {}) : QList<QCanBusFrame>{};

@@ -21,6 +21,7 @@ public:
         AcceptsOtherDestinations,
         AcceptsOtherInterfaces,
         AcceptsOtherSources,
+        AnswersCompleteTwice,
         AnswersFromDestination,
         AnswersRecordStart,
         AnswersUnknownOperations,

@@ -63,6 +63,7 @@ void ConformanceTest::brokenReceiver_fails_data()
     row("accepts-other-destinations", u"silence: command to node 25"_s);
     row("accepts-other-interfaces", u"silence: command on another interface"_s);
     row("accepts-other-sources", u"silence: command from node 23"_s);
+    row("answers-complete-twice", u"file: empty"_s);
     row("answers-from-destination", u"start of configuration: answered at destination 14"_s);
     row("answers-record-start", u"record: Record Start and Data Frames unanswered"_s);
     row("answers-unknown-operations", u"silence: operations 5 to 63"_s);
