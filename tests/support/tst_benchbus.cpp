@@ -29,6 +29,7 @@ private slots:
     void framesOfAParticipantThatLeftArrive();
     void readerThatVanishesMakesNobodyWait();
     void bitRateLimitsTheFramesPerSecond();
+    void bitRateGivesNoCreditForPauses();
     void bitRateServesSendersInTurn();
     void endsOnSigtermAndRemovesItsSocket();
     void refusesASocketThatIsInUse();
@@ -260,6 +261,24 @@ void TestBenchBus::bitRateLimitsTheFramesPerSecond()
     QVERIFY2(timer.nsecsElapsed() >= 59 * 1'310'000, qPrintable(QString::number(timer.nsecsElapsed())));
 }
 
+void TestBenchBus::bitRateGivesNoCreditForPauses()
+{
+    m_broker = std::make_unique<Broker>(QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
+    BenchClient sender, receiver;
+    QElapsedTimer timer;
+    int paced = 0;
+    for (int i = 0; i < 10; ++i) {
+        QTest::qSleep(4);
+        timer.start();
+        QVERIFY(sender.send("0F1A02C0#0102030405060708 0F1A02C0#0102030405060708 0F1A02C0#0102030405060708"));
+        for (int frame = 0; frame < 3; ++frame)
+            QCOMPARE(receiver.receive(), "0F1A02C0#0102030405060708");
+        paced += timer.nsecsElapsed() >= 2 * 1'310'000;
+    }
+    // On a busy machine the broker may not notice a pause.
+    QVERIFY2(paced >= 5, qPrintable(QString::number(paced)));
+}
+
 void TestBenchBus::bitRateServesSendersInTurn()
 {
     m_broker = std::make_unique<Broker>(QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
@@ -269,7 +288,7 @@ void TestBenchBus::bitRateServesSendersInTurn()
     int fromSecond = 0;
     for (int i = 0; i < 40; ++i)
         fromSecond += receiver.receive().startsWith("00000002#");
-    QVERIFY2(fromSecond >= 15 && fromSecond <= 25, qPrintable(QString::number(fromSecond)));
+    QVERIFY2(fromSecond >= 10 && fromSecond <= 25, qPrintable(QString::number(fromSecond)));
 }
 
 void TestBenchBus::endsOnSigtermAndRemovesItsSocket()

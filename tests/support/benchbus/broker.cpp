@@ -171,8 +171,6 @@ public:
 
     void deliver(const char *bytes, std::size_t count)
     {
-        if (m_deaf)
-            return;
         const bool idle = m_output.isEmpty();
         m_output.append(bytes, count);
         if (idle)
@@ -186,7 +184,6 @@ public:
             m_output.remove(static_cast<std::size_t>(count));
         } else if (!wouldBlock()) {
             // It reads no more, but what it sent before may still wait to be read.
-            m_deaf = true;
             m_output.clear();
         }
     }
@@ -197,7 +194,6 @@ private:
     std::size_t m_whole = 0; ///< bytes of m_input that were handed out as whole frames
     std::size_t m_rest = 0;  ///< bytes of a frame that is still incomplete, after them
     Queue m_output;
-    bool m_deaf = false;
     bool m_gone = false;
 };
 
