@@ -275,8 +275,8 @@ void TestBenchBus::bitRateGivesNoCreditForPauses()
             QCOMPARE(receiver.receive(), "0F1A02C0#0102030405060708");
         paced += timer.nsecsElapsed() >= 2 * 1'310'000;
     }
-    // On a busy machine the broker may not notice a pause.
-    QVERIFY2(paced >= 5, qPrintable(QString::number(paced)));
+    // On a busy machine the broker may miss a pause.
+    QVERIFY2(paced >= 9, qPrintable(QString::number(paced)));
 }
 
 void TestBenchBus::bitRateServesSendersInTurn()
