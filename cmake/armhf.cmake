@@ -30,4 +30,5 @@ set(QT_HOST_PATH /usr)
 set(QT_HOST_PATH_CMAKE_DIR "${host_cmake}")
 set(Qt6LinguistTools_DIR "${host_cmake}/Qt6LinguistTools")
 
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L "${CMAKE_SYSROOT}")
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L "${CMAKE_SYSROOT}"
+    -E "QML2_IMPORT_PATH=${CMAKE_SYSROOT}/usr/lib/${triplet}/qt6/qml")

@@ -11,7 +11,7 @@ set(DOCKHAND_TEST_ENVIRONMENT
 #
 # Makes one QtTest executable and registers it with ctest, which runs it inside the sandbox:
 # own /media, stand-ins for the clock tools, empty working directory. With BENCH a bench bus
-# takes the place of CAN.
+# takes the place of CAN. Cross-built tests run under the toolchain's emulator.
 function(dockhand_add_test)
     cmake_parse_arguments(PARSE_ARGV 0 arg "BENCH" "NAME;TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT")
     if(arg_UNPARSED_ARGUMENTS)
@@ -28,7 +28,8 @@ function(dockhand_add_test)
         set(bench --bench "${PROJECT_BINARY_DIR}")
     endif()
     add_test(NAME ${arg_NAME}
-        COMMAND "${DOCKHAND_SANDBOX}" ${bench} -- $<TARGET_FILE:${arg_NAME}>)
+        COMMAND "${DOCKHAND_SANDBOX}" ${bench} --
+            ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${arg_NAME}>)
     dockhand_test_properties(${arg_NAME} ${arg_TIMEOUT} ${arg_ENVIRONMENT})
 endfunction()
 
