@@ -1,11 +1,9 @@
 // What the receiver's functions cost next to what they are measured against. Each benchmark is a
 // row and reports the CPU time of each side, in nanoseconds; scripts/bench makes the ratios.
 
-#include "candevice.h"
-#include "canbusmanager.h"
 #include "log.h"
 #include "paths.h"
-#include "record.h"
+#include "receiver.h"
 #include "wire.h"
 
 #include <QCoreApplication>
@@ -27,22 +25,7 @@
 
 namespace {
 
-const Record record;
 constexpr unsigned manyRecords = 1'000'000;
-
-/// The logging rules a benchmark runs under, and a handler that drops what passes them.
-class Logging
-{
-public:
-    explicit Logging(bool everything)
-    {
-        QLoggingCategory::setFilterRules(
-            everything ? QStringLiteral("default=true")
-                       : QStringLiteral("default.debug=false\ndefault.info=false"));
-        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    }
-    ~Logging() { qInstallMessageHandler(nullptr); }
-};
 
 double cpuTime()
 {
@@ -76,32 +59,6 @@ void compare(benchmark::State &state, int batches, const std::vector<Side> &side
         state.counters[side.name].flags = benchmark::Counter::kAvgIterations;
 }
 
-/// A receiver on a device in memory.
-struct Receiver
-{
-    CanDevice device;
-    CanBusManager manager;
-
-    Receiver()
-    {
-        device.connectDevice();
-        manager.canDevice = &device;
-        QObject::connect(&device, SIGNAL(framesReceived()), &manager, SLOT(onFramesReceived()));
-        device.receive(record.start());
-    }
-
-    /// A record's data frames, without the cost of a Record Start before them.
-    void receiveData()
-    {
-        manager.multiPacketTransfer.expectedFrameNumber = 0;
-        device.receive(record.data());
-    }
-    bool gotData() const
-    {
-        return manager.multiPacketTransfer.expectedFrameNumber == Record::dataFrames;
-    }
-};
-
 /// What the least reader of the device does.
 void discard(CanDevice &device, std::span<const can_frame> frames)
 {
@@ -114,7 +71,7 @@ void discard(CanDevice &device, std::span<const can_frame> frames)
 
 void dataFrames(benchmark::State &state)
 {
-    const Logging logging(false);
+    const Logging logging(shippedRules);
     Receiver receiver;
     CanDevice device;
     device.connectDevice();
@@ -150,7 +107,7 @@ void writeBare(CanDevice &device, int file)
 
 void records(benchmark::State &state)
 {
-    const Logging logging(false);
+    const Logging logging(shippedRules);
     Receiver receiver;
     receiver.device.receive(std::array{initiatePackage(manyRecords)});
     CanDevice device;
@@ -196,7 +153,7 @@ void logDataFrames()
 
 void loggedDataFrames(benchmark::State &state)
 {
-    const Logging logging(true);
+    const Logging logging(everyLevel);
     Receiver receiver;
     compare(state, 2, {
         {"receiver", [&] { receiver.receiveData(); }},
@@ -210,7 +167,7 @@ QStringList messages;
 /// Whether the messages measured alone are the receiver's.
 bool sameMessages()
 {
-    const Logging logging(true);
+    const Logging logging(everyLevel);
     Receiver receiver;
     qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
         messages.append(QString::number(type) + text);

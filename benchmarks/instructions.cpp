@@ -1,14 +1,13 @@
 // Work of a fixed size for callgrind, which dumps what each piece took under the piece's name.
 // compare-instructions runs it.
 
-#include "candevice.h"
-#include "canbusmanager.h"
-#include "record.h"
+#include "receiver.h"
 
 #include <QCoreApplication>
-#include <QLoggingCategory>
+#include <QSignalBlocker>
 
 #include <array>
+#include <optional>
 
 #include <valgrind/callgrind.h>
 
@@ -16,10 +15,24 @@ namespace {
 
 constexpr unsigned repetitions = 100;
 
-void setEveryLevel(bool on)
+/// Counts what the receiver does with \a frames, but not the device's building of them.
+void handle(Receiver &receiver, std::span<const can_frame> frames)
 {
-    QLoggingCategory::setFilterRules(on ? QStringLiteral("default=true")
-                                        : QStringLiteral("default.debug=false\ndefault.info=false"));
+    {
+        const QSignalBlocker blocker(receiver.device);
+        receiver.device.receive(frames);
+    }
+    CALLGRIND_START_INSTRUMENTATION;
+    emit receiver.device.framesReceived();
+    CALLGRIND_STOP_INSTRUMENTATION;
+}
+
+void handleData(Receiver &receiver)
+{
+    for (unsigned i = 0; i < repetitions; ++i) {
+        receiver.expectData();
+        handle(receiver, record.data());
+    }
 }
 
 } // namespace
@@ -27,44 +40,21 @@ void setEveryLevel(bool on)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    const Record record;
-    CanDevice device;
-    device.connectDevice();
-    CanBusManager manager;
-    manager.canDevice = &device;
-    QObject::connect(&device, SIGNAL(framesReceived()), &manager, SLOT(onFramesReceived()));
-    device.receive(std::array{initiatePackage(repetitions)});
-
-    // Only what the receiver does is counted, not the device's building of frames.
-    const auto handle = [&device](std::span<const can_frame> frames) {
-        {
-            const QSignalBlocker blocker(device);
-            device.receive(frames);
-        }
-        CALLGRIND_START_INSTRUMENTATION;
-        emit device.framesReceived();
-        CALLGRIND_STOP_INSTRUMENTATION;
-    };
-    const auto receiveData = [&] {
-        for (unsigned i = 0; i < repetitions; ++i) {
-            manager.multiPacketTransfer.expectedFrameNumber = 0;
-            handle(record.data());
-        }
-    };
-
-    setEveryLevel(false);
-    device.receive(record.start());
+    std::optional<Logging> logging(std::in_place, shippedRules);
+    Receiver receiver;
+    receiver.device.receive(std::array{initiatePackage(repetitions)});
     CALLGRIND_ZERO_STATS;
-    receiveData();
+    handleData(receiver);
     CALLGRIND_DUMP_STATS_AT("data frames");
 
     for (unsigned i = 0; i < repetitions; ++i)
-        handle(record.all());
+        handle(receiver, record.all());
     CALLGRIND_DUMP_STATS_AT("records");
 
-    setEveryLevel(true);
-    receiveData();
+    logging.emplace(everyLevel);
+    handleData(receiver);
     CALLGRIND_DUMP_STATS_AT("data frames, every level logged");
-    return manager.multiPacketTransfer.outputFile.size() == repetitions * qint64(Record::bytes) ? 0 : 1;
+
+    const qint64 expected = repetitions * qint64(Record::bytes);
+    return receiver.manager.multiPacketTransfer.outputFile.size() == expected ? 0 : 1;
 }

@@ -54,3 +54,25 @@ can_frame initiatePackage(unsigned records)
     qToLittleEndian(quint32(records), payload.data() + Wire::numberOfBlocksOffset);
     return message(Wire::p6InitTransfer, payload);
 }
+
+can_frame announcePackage(unsigned size)
+{
+    std::array<uchar, Wire::transferInfoMinSize> payload{};
+    payload[Wire::fileTypeOffset] = Wire::filePackage;
+    payload[Wire::versionOffset] = Wire::versionField.pack(Wire::protocolVersion);
+    qToLittleEndian(quint32(size), payload.data() + Wire::fileSizeOffset);
+    return message(Wire::p6TransferInfo, payload);
+}
+
+can_frame complete(unsigned crc)
+{
+    std::array<uchar, Wire::crcSize> payload;
+    qToLittleEndian(quint32(crc), payload.data());
+    return message(Wire::p6TransferComplete, payload);
+}
+
+can_frame foreign(bool ofItsProtocol)
+{
+    const quint32 protocol = ofItsProtocol ? Wire::protocolP6 : 1;
+    return extended(Wire::nodesId(protocol, 3, 4), std::array<uchar, Wire::frameSize>{});
+}

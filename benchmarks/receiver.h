@@ -1,0 +1,51 @@
+#pragma once
+
+#include "candevice.h"
+#include "canbusmanager.h"
+#include "record.h"
+
+#include <QLoggingCategory>
+
+inline const Record record;
+
+inline constexpr char shippedRules[] = "*.debug=false\n*.info=false";
+inline constexpr char everyLevel[] = "default=true";
+
+/// The logging rules a benchmark runs under, and a handler that drops what passes them.
+class Logging
+{
+public:
+    explicit Logging(const char *rules)
+    {
+        QLoggingCategory::setFilterRules(QString::fromLatin1(rules));
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    }
+    ~Logging() { qInstallMessageHandler(nullptr); }
+};
+
+/// A receiver on a device in memory.
+struct Receiver
+{
+    CanDevice device;
+    CanBusManager manager;
+
+    Receiver()
+    {
+        device.connectDevice();
+        manager.canDevice = &device;
+        QObject::connect(&device, SIGNAL(framesReceived()), &manager, SLOT(onFramesReceived()));
+        device.receive(record.start());
+    }
+
+    /// Lets a record's data frames come again, without the cost of a Record Start before them.
+    void expectData() { manager.multiPacketTransfer.expectedFrameNumber = 0; }
+    void receiveData()
+    {
+        expectData();
+        device.receive(record.data());
+    }
+    bool gotData() const
+    {
+        return manager.multiPacketTransfer.expectedFrameNumber == Record::dataFrames;
+    }
+};
