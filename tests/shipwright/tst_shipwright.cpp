@@ -95,6 +95,7 @@ private slots:
     void provision_refusesBeforeTheFirstFrame();
     void watch_printsTheTrafficUntilInterrupted();
     void decode_readsWhatLogWrites();
+    void decode_followsAPipe();
     void decode_namesLinesThatAreNoFrames();
     void recordedSessions_areWhatTheReceiverDoes_data();
     void recordedSessions_areWhatTheReceiverDoes();
@@ -374,6 +375,20 @@ void ShipwrightTest::decode_readsWhatLogWrites()
     QCOMPARE(messages, expected);
     QCOMPARE(shipwright({u"decode"_s}, contentOf(log)).out, fromFile.out);
     QCOMPARE(shipwright({u"decode"_s, u"-"_s}, contentOf(log)).out, fromFile.out);
+}
+
+void ShipwrightTest::decode_followsAPipe()
+{
+    QProcess process;
+    startShipwright(process, {u"decode"_s});
+    process.write("(1.000000) can0 0F1A02C4#\n(2.000000) can0 0F58");
+    QVERIFY(process.waitForReadyRead(20'000));
+    QCOMPARE(process.readAllStandardOutput().count('\n'), 1);
+    process.write("4000#\n");
+    QVERIFY(process.waitForReadyRead(20'000));
+    QVERIFY(process.readAllStandardOutput().endsWith("P3 response: slot 0, code 0 (success)\n"));
+    process.closeWriteChannel();
+    QCOMPARE(outcomeOf(process).status, 0);
 }
 
 void ShipwrightTest::decode_namesLinesThatAreNoFrames()

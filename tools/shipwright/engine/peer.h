@@ -1,5 +1,7 @@
 #pragma once
 
+#include <wire.h>
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QString>
@@ -16,7 +18,7 @@ class Link;
 struct PeerSettings
 {
     quint32 slot = 0;
-    quint32 destination = 26;
+    quint32 destination = Wire::nodeDockhand;
     std::optional<qint64> timeout; ///< milliseconds; replaces the receiver's own limits
     int retries = 5;               ///< times that a record is sent again
 };

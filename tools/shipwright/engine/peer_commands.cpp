@@ -4,8 +4,6 @@
 #include "failure.h"
 #include "link.h"
 
-#include <wire.h>
-
 #include <QCanBusFrame>
 
 namespace Shipwright {
