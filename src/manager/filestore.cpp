@@ -78,7 +78,8 @@ quint32 CanBusManager::CalculateCRC32(QByteArray data, long offset, quint32 leng
     const quint32 begin = quint32(offset);
     if (begin + length <= begin || offset < 0 || offset >= data.size())
         return 0;
-    const auto available = std::min<qsizetype>(length, data.size() - offset);
+    // In 64 bits: a length above 2 GiB does not fit a 32-bit qsizetype.
+    const auto available = std::min<qint64>(length, data.size() - offset);
     return quint32(crc32_z(0, reinterpret_cast<const Bytef *>(data.constData()) + offset,
                            z_size_t(available)));
 }
