@@ -19,7 +19,7 @@ constexpr unsigned patienceSeconds = 60;
 
 } // namespace
 
-Receiver::Receiver()
+StartedReceiver::StartedReceiver()
 {
     // Thousands of sessions: their traces would cost more than all the rest.
     QLoggingCategory::setFilterRules(u"default.debug=false"_s);
@@ -30,7 +30,7 @@ Receiver::Receiver()
     EventLog::take();
 }
 
-QStringList Receiver::receive(const ToolFrames::List &frames)
+QStringList StartedReceiver::receive(const ToolFrames::List &frames)
 {
     for (const QCanBusFrame &frame : frames)
         device->deliver({frame});

@@ -10,10 +10,10 @@
 #include <memory>
 
 /// A receiver that has been started: connected, and with its log and answers gathered.
-class Receiver
+class StartedReceiver
 {
 public:
-    Receiver();
+    StartedReceiver();
 
     /// Delivers \a frames one by one. Returns the answers, as "identifier [payload]", and the log
     /// messages that are no debug output, as "level |text|", in their order.
@@ -23,7 +23,7 @@ public:
     std::unique_ptr<FakeCanDevice> device;
 };
 
-/// The answers among what Receiver::receive() returned.
+/// The answers among what StartedReceiver::receive() returned.
 QStringList answersIn(const QStringList &events);
 /// Whether a message of the level "warning" or "critical" is among \a events.
 bool complainsIn(const QStringList &events);

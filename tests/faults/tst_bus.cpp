@@ -65,7 +65,7 @@ private slots:
     void floodForOthers();
 
 private:
-    static void verifyDownload(Receiver &receiver);
+    static void verifyDownload(StartedReceiver &receiver);
 };
 
 void tst_Bus::initTestCase()
@@ -74,7 +74,7 @@ void tst_Bus::initTestCase()
         qFatal("%s", qUtf8Printable(reason));
 }
 
-void tst_Bus::verifyDownload(Receiver &receiver)
+void tst_Bus::verifyDownload(StartedReceiver &receiver)
 {
     const QStringList events = receiver.receive(ToolFrames::configurationDownload(nextConfig));
     QVERIFY2(answersIn(events) == answersToNextConfig(), qPrintable(listed(events)));
@@ -83,7 +83,7 @@ void tst_Bus::verifyDownload(Receiver &receiver)
 
 void tst_Bus::errorFramesBetweenAnyTwoFrames()
 {
-    Receiver receiver;
+    StartedReceiver receiver;
     ToolFrames::List frames;
     for (const QCanBusFrame &frame : ToolFrames::configurationDownload(nextConfig))
         frames << errorFrame() << frame;
@@ -111,7 +111,7 @@ void tst_Bus::deviceErrorsBetweenAnyTwoFrames()
 {
     QFETCH(const QCanBusDevice::CanBusError, error);
     QFETCH(const QString, message);
-    Receiver receiver;
+    StartedReceiver receiver;
     QStringList events;
     const ToolFrames::List frames = ToolFrames::configurationDownload(nextConfig);
     for (const QCanBusFrame &frame : frames) {
@@ -125,7 +125,7 @@ void tst_Bus::deviceErrorsBetweenAnyTwoFrames()
 
 void tst_Bus::deviceThatRefusesToWrite()
 {
-    Receiver receiver;
+    StartedReceiver receiver;
     FakeCanDevice::behaviour.writeError = u"No buffer space available"_s;
     const QStringList events = receiver.receive(ToolFrames::configurationDownload(firstConfig));
     FakeCanDevice::behaviour.writeError.clear();
@@ -141,7 +141,7 @@ void tst_Bus::deviceThatRefusesToWrite()
 void tst_Bus::deviceThatRefusesEachAnswerInTurn()
 {
     for (qsizetype refused = 0; refused < answersToNextConfig().size(); ++refused) {
-        Receiver receiver;
+        StartedReceiver receiver;
         QStringList expected = answersToNextConfig();
         expected.removeAt(refused);
         QStringList events;
@@ -165,14 +165,14 @@ void tst_Bus::deviceThatGoesDownAtEachFrameStaysDown()
     const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
     for (qsizetype cut = 0; cut < frames.size(); ++cut) {
         {
-            Receiver receiver;
+            StartedReceiver receiver;
             receiver.receive(frames.first(cut));
             receiver.device->reportState(QCanBusDevice::UnconnectedState);
             const QStringList events = receiver.receive(frames.sliced(cut));
             QCOMPARE(events, QStringList{u"info |canStateChanged: New CAN State "
                                          "QCanBusDevice::UnconnectedState|"_s});
         }
-        Receiver restarted;
+        StartedReceiver restarted;
         verifyDownload(restarted);
         if (QTest::currentTestFailed())
             QFAIL(qPrintable(u"after %1 frames"_s.arg(cut)));
@@ -181,7 +181,7 @@ void tst_Bus::deviceThatGoesDownAtEachFrameStaysDown()
 
 void tst_Bus::peerThatVanishesAtEachFrameAndComesBack()
 {
-    Receiver receiver;
+    StartedReceiver receiver;
     const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
     for (qsizetype cut = 0; cut <= frames.size(); ++cut) {
         receiver.receive(frames.first(cut));
@@ -193,7 +193,7 @@ void tst_Bus::peerThatVanishesAtEachFrameAndComesBack()
 
 void tst_Bus::peerThatVanishesAtEachFrameOfAnotherFile()
 {
-    Receiver receiver;
+    StartedReceiver receiver;
     for (const auto fileType : {quint8(1), quint8(2), quint8(3), quint8(200)}) {
         const ToolFrames::List frames = ToolFrames::transfer(fileType, firstConfig);
         for (qsizetype cut = 0; cut <= frames.size(); ++cut) {
@@ -209,7 +209,7 @@ void tst_Bus::peerThatVanishesAtEachFrameOfAnotherFile()
 /// a file taken that is not the one sent.
 void tst_Bus::peerThatLosesEachFrameInTurn()
 {
-    Receiver receiver;
+    StartedReceiver receiver;
     const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
     const qsizetype sessionFrames[] = {0, frames.size() - 1};
     for (qsizetype lost = 0; lost < frames.size(); ++lost) {
@@ -232,7 +232,7 @@ void tst_Bus::peerThatLosesEachFrameInTurn()
 /// over the file tells, except after the last record: it ends at the announced size.
 void tst_Bus::peerThatSendsEachFrameTwice()
 {
-    Receiver receiver;
+    StartedReceiver receiver;
     const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
     for (qsizetype repeated = 0; repeated < frames.size(); ++repeated) {
         ServiceTree::reset();
@@ -261,7 +261,7 @@ void tst_Bus::floodForOthers_data()
 void tst_Bus::floodForOthers()
 {
     QFETCH(const int, framesBetween);
-    Receiver receiver;
+    StartedReceiver receiver;
     const ToolFrames::List session = ToolFrames::configurationDownload(nextConfig);
     // Other protocols, other nodes, other interfaces, unknown messages.
     const ToolFrames::List foreign{

@@ -59,7 +59,7 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
     const qint64 tolerance = 1024;
 
     ServiceTree::reset();
-    Receiver receiver;
+    StartedReceiver receiver;
     // Every message is made, and kept nowhere.
     QLoggingCategory::setFilterRules(QString());
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {

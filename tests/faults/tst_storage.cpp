@@ -27,9 +27,9 @@ const QByteArray oldConfig = "what was there before";
 struct Session
 {
     void (*prepare)();
-    QStringList (*act)(Receiver &receiver);
+    QStringList (*act)(StartedReceiver &receiver);
     QString (*judge)(const QStringList &events); ///< what was not as documented, with a fault
-    QString (*repeat)(Receiver &receiver);       ///< without one; what is not complete
+    QString (*repeat)(StartedReceiver &receiver);       ///< without one; what is not complete
     QString (*leftBehind)();                     ///< what a killed process must not leave
 };
 
@@ -63,7 +63,7 @@ void prepareConfig()
     ServiceTree::write("application/main/eventlog.db", "events");
 }
 
-QStringList downloadConfig(Receiver &receiver)
+QStringList downloadConfig(StartedReceiver &receiver)
 {
     return receiver.receive(ToolFrames::configurationDownload(firstConfig));
 }
@@ -102,7 +102,7 @@ QString judgeConfig(const QStringList &events)
     return withEvents(complaint, events);
 }
 
-QString repeatConfig(Receiver &receiver)
+QString repeatConfig(StartedReceiver &receiver)
 {
     const QStringList events = receiver.receive(ToolFrames::configurationDownload(nextConfig));
     QString complaint;
@@ -138,7 +138,7 @@ void prepareSerial()
     ServiceTree::write(serialNumber, "OLD\n");
 }
 
-QStringList setSerial(Receiver &receiver)
+QStringList setSerial(StartedReceiver &receiver)
 {
     return receiver.receive(ToolFrames::setSerialNumber("SN1234567890"));
 }
@@ -156,7 +156,7 @@ QString judgeSerial(const QStringList &events)
     return withEvents(complaint, events);
 }
 
-QString repeatSerial(Receiver &receiver)
+QString repeatSerial(StartedReceiver &receiver)
 {
     const QStringList events = receiver.receive(ToolFrames::setSerialNumber("NEXT7"));
     QString complaint =
@@ -201,7 +201,7 @@ void prepareMenu()
     }
 }
 
-QStringList downloadMenu(Receiver &receiver)
+QStringList downloadMenu(StartedReceiver &receiver)
 {
     QStringList events = receiver.receive(ToolFrames::transfer(1, menuArchive));
     receiver.manager.processReceivedMenuFile();
@@ -220,7 +220,7 @@ QString judgeMenu(const QStringList &events)
     return withEvents(complaint, events);
 }
 
-QString repeatMenu(Receiver &receiver)
+QString repeatMenu(StartedReceiver &receiver)
 {
     const QStringList events = downloadMenu(receiver);
     QString complaint;
@@ -267,7 +267,7 @@ uint32_t operationsOf(const Session &session)
 {
     session.prepare();
     const ProcessResult result = inProcess([&] {
-        Receiver receiver;
+        StartedReceiver receiver;
         strike(0, {});
         const QStringList events = session.act(receiver);
         FaultFs::control().at = FaultFs::control().operations;
@@ -369,7 +369,7 @@ void tst_Storage::faultAtEveryOperation()
     for (uint32_t operation = 1; operation <= operations; ++operation) {
         session.prepare();
         const ProcessResult result = inProcess([&] {
-            Receiver receiver;
+            StartedReceiver receiver;
             strike(operation, fault);
             const QStringList events = session.act(receiver);
             heal();
@@ -404,7 +404,7 @@ void tst_Storage::killedAtEveryOperation()
     for (uint32_t operation = 1; operation <= operations; ++operation) {
         session.prepare();
         const ProcessResult cut = inProcess([&] {
-            Receiver receiver;
+            StartedReceiver receiver;
             strike(operation, fault);
             return listed(session.act(receiver));
         });
@@ -412,7 +412,7 @@ void tst_Storage::killedAtEveryOperation()
         QVERIFY2(cut.killed, qPrintable(cut.complaint));
         const QString leftBehind = session.leftBehind();
         const ProcessResult restarted = inProcess([&] {
-            Receiver receiver;
+            StartedReceiver receiver;
             QString complaint = session.repeat(receiver);
             complaint += repeatConfig(receiver);
             return complaint;
@@ -441,7 +441,7 @@ void tst_Storage::fullFileSystem()
     QFETCH(const QString, answer);
     ServiceTree::reset();
     const ServiceTree::SmallFileSystem small(place.constData(), 8192);
-    Receiver receiver;
+    StartedReceiver receiver;
 
     const QStringList events =
         receiver.receive(ToolFrames::configurationDownload(QByteArray(20000, 'l')));
@@ -475,7 +475,7 @@ void tst_Storage::readOnlyFileSystem()
     QFETCH(const QString, answer);
     QFETCH(const QString, serialAnswer);
     prepareConfig();
-    Receiver receiver;
+    StartedReceiver receiver;
     {
         const ServiceTree::ReadOnly readOnly(place.constData());
         const QStringList events = downloadConfig(receiver);

@@ -60,9 +60,9 @@ std::string absolute(int at, const char *path)
     if (!path || *path == '/')
         return path ? path : "";
     std::array<char, 4096> directory{};
-    const std::string link = at == AT_FDCWD ? "/proc/self/cwd" : "/proc/self/fd/" + std::to_string(at);
+    const std::string place = at == AT_FDCWD ? "/proc/self/cwd" : "/proc/self/fd/" + std::to_string(at);
     REAL(readlink);
-    const ssize_t length = next(link.c_str(), directory.data(), directory.size());
+    const ssize_t length = next(place.c_str(), directory.data(), directory.size());
     return std::string(directory.data(), length > 0 ? size_t(length) : 0) + '/' + path;
 }
 
