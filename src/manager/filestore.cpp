@@ -75,7 +75,7 @@ QString CanBusManager::getFilePathString(quint32 fileType)
 
 quint32 CanBusManager::CalculateCRC32(QByteArray data, long offset, quint32 length)
 {
-    const quint32 begin = quint32(offset);
+    const auto begin = quint32(offset);
     if (begin + length <= begin || offset < 0 || offset >= data.size())
         return 0;
     // In 64 bits: a length above 2 GiB does not fit a 32-bit qsizetype.
