@@ -16,7 +16,7 @@ void FakeClock::wait(qint64 milliseconds)
 void FakeClock::at(qint64 time, std::function<void()> action)
 {
     // QMultiMap puts the newest of equal keys first; the order of arrival has to stay.
-    auto place = m_events.upperBound(time);
+    const auto place = std::as_const(m_events).upperBound(time);
     m_events.insert(place, time, std::move(action));
 }
 

@@ -33,7 +33,7 @@ int main(int argc, char *argv[])
                 device->writeFrame(answer);
         }
     });
-    const auto sayReady = [&app] {
+    const auto sayReady = [] {
         std::puts("ready");
         std::fflush(stdout);
     };

@@ -447,7 +447,7 @@ void tst_filestore::configurationKnowsNoWildcard()
     ServiceTree::write("application/main/nvParameters.conf", "kept");
     ServiceTree::write("application/main/nvParameters.conf.1", "kept too");
     manager->processReceivedConfigFile();
-    QCOMPARE(events().first(), u"debug |Cleanup Note: File did not exist, skipping: "
+    QCOMPARE(events().constFirst(), u"debug |Cleanup Note: File did not exist, skipping: "
                                "\"/media/service/korvane/application/main/nvParameters.conf*\"|"_s);
     QCOMPARE(ServiceTree::read("application/main/nvParameters.conf"), "kept");
     QCOMPARE(ServiceTree::read("application/main/nvParameters.conf.1"), "kept too");

@@ -455,7 +455,7 @@ void tst_p3_settings::serialLengthIsAByte()
 {
     call("processP3SetSerialResponse", frame(0x0F1A02C2, "ff41424344454647"));
     QCOMPARE(manager->serialNumberLength, 255u);
-    QCOMPARE(events().first(), u"debug |processP3SetSerialResponse: received  7 bytes of  255 : "
+    QCOMPARE(events().constFirst(), u"debug |processP3SetSerialResponse: received  7 bytes of  255 : "
                                "rcvSerialNumber  \"ABCDEFG\"|"_s);
     QCOMPARE(ServiceTree::read("serialNumber"), "(no file)");
 }

@@ -167,7 +167,7 @@ void tst_p6_records::recordStartShowsTheTypeOfTheFile()
     session().fileType = fileType;
     session().numberOfBlocks = 1;
     call("processP6RecordStartCommand", frame(0x1B1A2000, "0101000000"));
-    QCOMPARE(events().last(), u"display \"%1\" on \"Empty String\" off 1 on"_s.arg(text));
+    QCOMPARE(events().constLast(), u"display \"%1\" on \"Empty String\" off 1 on"_s.arg(text));
 }
 
 void tst_p6_records::recordStartShowsTheProgress_data()
@@ -194,7 +194,7 @@ void tst_p6_records::recordStartShowsTheProgress()
     QFETCH(QString, progress);
     session().numberOfBlocks = records;
     call("processP6RecordStartCommand", frame(0x1B1A2000, payload.constData()));
-    QCOMPARE(events().last(),
+    QCOMPARE(events().constLast(),
              u"display \"Receiving Configuration File\" on \"Empty String\" off %1 on"_s.arg(
                  progress));
 }
