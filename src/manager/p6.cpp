@@ -2,6 +2,7 @@
 #include "log.h"
 #include "wire.h"
 
+#include <QStringBuilder>
 #include <QtEndian>
 
 #include <algorithm>
@@ -182,7 +183,8 @@ void CanBusManager::processP6RecordStartCommand(QCanBusFrame frame)
     const double progress =
         double(multiPacketTransfer.currentBlockNumber) / double(multiPacketTransfer.numberOfBlocks);
     emit statusUpdated(
-        QStringLiteral("Receiving %1 File").arg(getFileTypeString(multiPacketTransfer.fileType)),
+        QStringLiteral("Receiving ") % getFileTypeString(multiPacketTransfer.fileType)
+            % QStringLiteral(" File"),
         true, QStringLiteral("Empty String"), false, progress, true);
 }
 
