@@ -188,11 +188,17 @@ def main():
 
     bench = Bench(arguments.build, arguments.quick)
     results = []
+    failed = False
     print(f"{'what':29}{'against':24}{'figure':>8} {'unit':10}{'mark':10}{'':8}made of")
     for name, against, unit, mark, measure in rows(bench):
         if arguments.rows and not any(name.startswith(row) for row in arguments.rows):
             continue
-        figure, made_of = measure()
+        try:
+            figure, made_of = measure()
+        except (RuntimeError, subprocess.CalledProcessError) as error:
+            print(f"{name:29}{against:24}not measured: {error}", flush=True)
+            failed = True
+            continue
         print(f"{name:29}{against:24}{figure:8.2f} {unit:10}{mark_text(mark):10}"
               f"{verdict(figure, mark):8}{made_of}", flush=True)
         results.append({"what": name, "against": against, "figure": figure, "unit": unit,
@@ -205,7 +211,8 @@ def main():
     if arguments.growth:
         import growth
         growth.draw(bench, arguments.output)
+    return 1 if failed else 0
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

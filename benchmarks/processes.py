@@ -127,7 +127,8 @@ def package_memory(runs, size):
     results = {"idle": [], "after": []}
     for _ in range(runs):
         with running("dockhand") as process:
-            time.sleep(2.5)
+            wait_for_answer()
+            time.sleep(2)
             results["idle"].append(process.resident())
             send("package", package)
             time.sleep(0.5)
@@ -151,8 +152,8 @@ def download(runs):
     make_file(configuration, size)
 
     def measure():
-        with running("dockhand") as process:
-            time.sleep(1)
+        with running("dockhand"):
+            wait_for_answer()
             sent = send("configuration", configuration)
             frames = size // 8 + 2 * sent["records"]
             return frames / (sent["milliseconds"] / 1000)
@@ -167,7 +168,8 @@ def display_cpu(runs):
     def cost(name, screen="offscreen"):
         def measure():
             with running(name, screen=screen) as process:
-                time.sleep(1.5)
+                wait_for_answer()
+                time.sleep(1)
                 before = process.cpu_seconds()
                 begin = time.perf_counter()
                 send("package", file)
@@ -186,6 +188,15 @@ def make_file(path, size):
         for _ in range(0, size, 1 << 20):
             file.write(os.urandom(min(size, 1 << 20)))
         file.truncate(size)
+
+
+def wait_for_answer():
+    """Until the receiver, just started, reads its frames."""
+    asking = [program("shipwright"), "--timeout", "200", "info"]
+    for _ in range(5 * READY_TIMEOUT):
+        if subprocess.run(asking, capture_output=True, env=environment()).returncode == 0:
+            return
+    raise RuntimeError("the receiver does not answer")
 
 
 def send(kind, path):
