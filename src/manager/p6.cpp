@@ -218,11 +218,8 @@ void CanBusManager::processP6RecordEndCommand(QCanBusFrame frame)
     qCDebug(logCategory) << "processP6RecordEndCommand: Caclulated CRC:" << calculated
                          << "Received CRC:" << received;
 
-    QByteArray response(Wire::recordEndReplySize, Wire::recordRejected);
-    quint32 result = Wire::resultFailure;
-    if (calculated == received) {
-        response[0] = Wire::recordAccepted;
-        result = Wire::resultSuccess;
+    const bool accepted = calculated == received;
+    if (accepted) {
         if (!multiPacketTransfer.outputFile.isOpen()) {
             qCCritical(logCategory) << "Cannot write block data; output file is not open!";
         } else {
@@ -238,8 +235,11 @@ void CanBusManager::processP6RecordEndCommand(QCanBusFrame frame)
             }
         }
     }
-    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6RecordEnd, 0, result,
-                          response);
+    // Refers to the constant: a record's answer needs no memory of its own.
+    const QByteArray response = QByteArray::fromRawData(
+        accepted ? &Wire::recordAccepted : &Wire::recordRejected, Wire::recordEndReplySize);
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6RecordEnd, 0,
+                          accepted ? Wire::resultSuccess : Wire::resultFailure, response);
 }
 
 void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
