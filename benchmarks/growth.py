@@ -10,7 +10,7 @@ PLOTS = {
     "records": ("records in the file", "CPU time a record [µs]",
                 lambda x: 1e3 * x, "set logscale x 2"),
     "size": ("file size [B]", "CPU time of the check, a byte [ns]",
-             lambda x: x, "set logscale x 2; set format x '%.0b %Bi'"),
+             lambda x: x, "set logscale x 2; set format x '%.0b %B'"),
     "level": ("lowest level that is logged", "CPU time a data frame [µs]",
               lambda _: 64e3, "set xtics ('warning' 0, 'info' 1, 'debug' 2); set xrange [-0.5:2.5]"),
     "foreign": ("foreign frames before each record", "CPU time a record [µs]",
