@@ -72,7 +72,7 @@ void discard(CanDevice &device, std::span<const can_frame> frames)
 void dataFrames(benchmark::State &state)
 {
     const Logging logging(shippedRules);
-    Receiver receiver;
+    BenchReceiver receiver;
     CanDevice device;
     device.connectDevice();
     compare(state, 32, {
@@ -108,7 +108,7 @@ void writeBare(CanDevice &device, int file)
 void records(benchmark::State &state)
 {
     const Logging logging(shippedRules);
-    Receiver receiver;
+    BenchReceiver receiver;
     receiver.device.receive(std::array{initiatePackage(manyRecords)});
     CanDevice device;
     device.connectDevice();
@@ -154,7 +154,7 @@ void logDataFrames()
 void loggedDataFrames(benchmark::State &state)
 {
     const Logging logging(everyLevel);
-    Receiver receiver;
+    BenchReceiver receiver;
     compare(state, 2, {
         {"receiver", [&] { receiver.receiveData(); }},
         {"messages", logDataFrames},
@@ -168,7 +168,7 @@ QStringList messages;
 bool sameMessages()
 {
     const Logging logging(everyLevel);
-    Receiver receiver;
+    BenchReceiver receiver;
     qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &, const QString &text) {
         messages.append(QString::number(type) + text);
     });

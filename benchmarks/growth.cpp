@@ -18,7 +18,7 @@ namespace {
 void recordsPerFile(benchmark::State &state)
 {
     const Logging logging(shippedRules);
-    Receiver receiver;
+    BenchReceiver receiver;
     const auto records = unsigned(state.range(0));
     for (auto _ : state) {
         receiver.device.receive(std::array{announcePackage(records * unsigned(Record::bytes)),
@@ -55,7 +55,7 @@ BENCHMARK(fileSize)->Name("size/check")->RangeMultiplier(8)->Range(4096, 256 << 
 void logLevel(benchmark::State &state, const char *rules)
 {
     const Logging logging(rules);
-    Receiver receiver;
+    BenchReceiver receiver;
     for (auto _ : state)
         receiver.receiveData();
 }
@@ -67,7 +67,7 @@ BENCHMARK_CAPTURE(logLevel, debug, everyLevel)->Name("level/debug/2");
 void foreignFrames(benchmark::State &state, bool ofItsProtocol)
 {
     const Logging logging(shippedRules);
-    Receiver receiver;
+    BenchReceiver receiver;
     receiver.device.receive(std::array{initiatePackage(1'000'000)});
     std::vector<can_frame> frames(std::size_t(state.range(0)), foreign(ofItsProtocol));
     frames.insert(frames.end(), record.all().begin(), record.all().end());

@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned repetitions = 100;
 
 /// Counts what the receiver does with \a frames, but not the device's building of them.
-void handle(Receiver &receiver, std::span<const can_frame> frames)
+void handle(BenchReceiver &receiver, std::span<const can_frame> frames)
 {
     {
         const QSignalBlocker blocker(receiver.device);
@@ -27,7 +27,7 @@ void handle(Receiver &receiver, std::span<const can_frame> frames)
     CALLGRIND_STOP_INSTRUMENTATION;
 }
 
-void handleData(Receiver &receiver)
+void handleData(BenchReceiver &receiver)
 {
     for (unsigned i = 0; i < repetitions; ++i) {
         receiver.expectData();
@@ -41,7 +41,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     std::optional<Logging> logging(std::in_place, shippedRules);
-    Receiver receiver;
+    BenchReceiver receiver;
     receiver.device.receive(std::array{initiatePackage(repetitions)});
     CALLGRIND_ZERO_STATS;
     handleData(receiver);

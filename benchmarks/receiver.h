@@ -24,12 +24,12 @@ public:
 };
 
 /// A receiver on a device in memory.
-struct Receiver
+struct BenchReceiver
 {
     CanDevice device;
     CanBusManager manager;
 
-    Receiver()
+    BenchReceiver()
     {
         device.connectDevice();
         manager.canDevice = &device;

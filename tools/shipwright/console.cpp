@@ -2,6 +2,7 @@
 
 #include <QJsonDocument>
 
+#include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -42,7 +43,7 @@ QString count(quint64 number, const QString &noun)
 
 QString duration(double seconds)
 {
-    const auto whole = static_cast<qint64>(seconds + 0.5);
+    const auto whole = std::llround(seconds);
     return u"%1:%2"_s.arg(whole / 60).arg(whole % 60, 2, 10, QLatin1Char('0'));
 }
 

@@ -32,7 +32,7 @@ void watchSignals()
         return;
     struct sigaction action = {};
     action.sa_handler = onSignal;
-    action.sa_flags = SA_RESETHAND;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }
@@ -72,7 +72,7 @@ int main(int argc, char *argv[])
     parser.addVersionOption();
     addCommonOptions(parser);
     // The command's own options are known once the command is.
-    parser.parse(app.arguments());
+    parser.parse(QCoreApplication::arguments());
     const Command *command = findCommand(parser.positionalArguments().value(0));
     parser.clearPositionalArguments();
     if (command) {

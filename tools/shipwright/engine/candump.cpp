@@ -50,7 +50,7 @@ std::optional<Entry> parse(const QByteArray &line)
     const QString data = match.captured(5);
     if ((id & errorFlag) != 0) {
         frame.setFrameType(QCanBusFrame::ErrorFrame);
-        frame.setError(QCanBusFrame::FrameErrors::fromInt(static_cast<int>(id & ~errorFlag)));
+        frame.setError(QCanBusFrame::FrameErrors::fromInt(id & ~errorFlag));
     } else {
         frame.setFrameId(id);
         frame.setExtendedFrameFormat(idText.size() == 8);

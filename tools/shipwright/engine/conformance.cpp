@@ -50,7 +50,7 @@ QByteArray littleEndian(quint32 number)
 }
 
 /// Different bytes for each \a seed, so that no content passes for another.
-QByteArray content(qsizetype size, int seed = 0)
+QByteArray content(qsizetype size, qsizetype seed = 0)
 {
     QByteArray bytes(size, '\0');
     for (qsizetype i = 0; i < size; ++i)
@@ -187,7 +187,7 @@ public:
         const auto records = static_cast<quint32>((data.size() + 511) / 512);
         open(fileType, static_cast<quint32>(data.size()), records);
         for (quint32 i = 0; i < records; ++i)
-            record(data.mid(i * 512, 512), i);
+            record(data.mid(qsizetype(i) * 512, 512), i);
         close(data);
     }
     /// Ends a transfer whose file must now hold \a data.
@@ -444,7 +444,7 @@ void refuseThenRecover(Probe &probe, const QList<quint32> &numbers)
     probe.open(generic, 27, 1);
     probe.recordStart(4);
     for (const quint32 number : numbers)
-        probe.dataFrame(number, data.mid(number * 8, 8));
+        probe.dataFrame(number, data.mid(qsizetype(number) * 8, 8));
     probe.recordEnd(crcOf(data));
     probe.expectRecordRefused();
     probe.record(data);
@@ -581,7 +581,7 @@ void lowBitsOfDataFrame(Probe &probe)
     probe.recordStart(2);
     for (quint32 i = 0; i < 2; ++i) {
         probe.send(Wire::p6DataFrameId(Wire::nodeShipwright, Wire::nodeDockhand, i) | 0xF,
-                   data.mid(i * 8, 8));
+                   data.mid(qsizetype(i) * 8, 8));
     }
     probe.recordEnd(crcOf(data));
     probe.expectRecordAccepted();

@@ -87,7 +87,7 @@ public:
     }
     void addCrc(const QString &text)
     {
-        const quint32 crc = number<quint32>(0);
+        const auto crc = number<quint32>(0);
         add(u"crc"_s, u"%1"_s.arg(crc, 8, 16, QLatin1Char('0')), text.arg(hexNumber(crc)));
     }
     void addFileType()

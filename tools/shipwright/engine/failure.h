@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <exception>
+#include <utility>
 
 namespace Shipwright {
 
@@ -27,8 +28,8 @@ enum class Exit : int {
 class Failure : public std::exception
 {
 public:
-    Failure(Exit status, const QString &text, const QString &advice = {})
-        : exit(status), message(text), hint(advice), m_what(text.toUtf8())
+    Failure(Exit status, QString text, QString advice = {})
+        : exit(status), message(std::move(text)), hint(std::move(advice)), m_what(message.toUtf8())
     {
     }
 

@@ -84,7 +84,7 @@ void FaultPlan::add(const QString &text)
         refuse(u"it does not have the form ACTION[=MS]@FRAMES[:FIRST[-LAST]]"_s);
 
     const QString action = match.captured(1);
-    const auto known = std::find_if(std::begin(actions), std::end(actions),
+    const auto *const known = std::find_if(std::begin(actions), std::end(actions),
                                     [&action](const auto &a) { return action == a.first; });
     if (known == std::end(actions))
         refuse(u"the action is one of %1"_s.arg(actionNames().join(u", "_s)));

@@ -73,8 +73,8 @@ Peer::Answer Peer::transferMessage(quint32 type, const QByteArray &payload, cons
 {
     const quint32 id = Wire::p6Id(Wire::nodeShipwright, m_settings.destination, type, 0, 0);
     const quint32 answerId = Wire::p6Id(Wire::nodeDockhand, Wire::nodeShipwright, type, 0, 0);
-    const Answer answer = exchange(id, payload,
-                                   {~Wire::responseNumber.mask(), answerId, what, timeout});
+    Answer answer = exchange(id, payload,
+                             {~Wire::responseNumber.mask(), answerId, what, timeout});
     if (answer.payload.size() != answerSize) {
         throw Failure(Exit::BadAnswer, u"The answer to %1 has %2 bytes (%3) where %4 were expected."_s
                                            .arg(what)
@@ -202,7 +202,7 @@ TransferResult Peer::sendFile(quint32 fileType, QIODevice &file, const ProgressH
     const Answer answer = transferMessage(Wire::p6TransferComplete, crcPayload(crc),
                                           u"Transfer Complete"_s,
                                           limit(m_parameters.completeTimeout), Wire::crcSize);
-    const quint32 receiverCrc = qFromLittleEndian<quint32>(answer.payload.constData());
+    const auto receiverCrc = qFromLittleEndian<quint32>(answer.payload.constData());
     if (answer.code != Wire::resultSuccess || receiverCrc != crc) {
         m_transferState = u"The receiver closed the %1 file with a wrong content and did not install "
                           "it; sending the file again replaces it."_s.arg(fileTypeName(fileType));
