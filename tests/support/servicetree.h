@@ -1,50 +1,53 @@
 #pragma once
 
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
+#include <QByteArray>
+#include <QByteArrayList>
+#include <QString>
+#include <QStringList>
 
-/// The service tree of the sandbox that the test runs in.
+/// The files below /media/service/korvane, for tests that run in the sandbox.
 namespace ServiceTree {
 
-inline QString path(const QString &name)
-{
-    return QStringLiteral("/media/service/korvane/") + name;
-}
+/// Why it would not be safe to write to /media or to start the clock tools; empty in the sandbox.
+QString unsafe();
 
-/// Removes all files and leaves the directories.
-inline void clear()
-{
-    QDirIterator files(path({}), QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext())
-        QFile::remove(files.next());
-}
+/// Empties the tree and creates the directories that an appliance has.
+void reset();
 
-/// All files, by name.
-inline QStringList files()
-{
-    QStringList result;
-    QDirIterator found(path({}), QDir::Files, QDirIterator::Subdirectories);
-    while (found.hasNext())
-        result.append(QDir(path({})).relativeFilePath(found.next()));
-    result.sort();
-    return result;
-}
+/// \a path below the root of the tree.
+QString path(const char *path);
+/// Replaces the file \a path below the root; the directory has to exist.
+void write(const char *path, const QByteArray &content);
+/// Content of the file \a path below the root; "(no file)" if there is none.
+QByteArray read(const char *path);
+/// Names in the directory \a path below the root, sorted; directories end in "/".
+QStringList list(const char *path);
+/// All files of the tree, as paths below the root, sorted.
+QByteArrayList files();
 
-/// A file's content; a null array if there is none, an empty one if it is empty.
-inline QByteArray read(const QString &name)
+/// Makes the directory \a path below the root read-only, for root too, as long as it lives.
+class ReadOnly
 {
-    QFile file(path(name));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QByteArray content = file.readAll();
-    return content.isEmpty() ? QByteArray("") : content;
-}
+public:
+    explicit ReadOnly(const char *path);
+    ~ReadOnly();
+    Q_DISABLE_COPY_MOVE(ReadOnly)
 
-inline bool write(const QString &name, const QByteArray &content)
+private:
+    const QByteArray m_path;
+};
+
+/// Puts an empty file system with room for \a bytes (rounded up to pages) at the directory
+/// \a path below the root, as long as it lives.
+class SmallFileSystem
 {
-    QFile file(path(name));
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush();
-}
+public:
+    SmallFileSystem(const char *path, int bytes);
+    ~SmallFileSystem();
+    Q_DISABLE_COPY_MOVE(SmallFileSystem)
+
+private:
+    const QByteArray m_path;
+};
 
 } // namespace ServiceTree

@@ -51,7 +51,7 @@ QByteArrayList transcript()
 
 void TestLog::init()
 {
-    ServiceTree::clear();
+    ServiceTree::reset();
     m_tool = std::make_unique<ServiceTool>();
     m_receiver = std::make_unique<Receiver>();
     m_receiver->setVariable(u"BENCHBUS_FAULTS"_s, m_receiver->directory() + u"/faults"_s);
@@ -76,7 +76,7 @@ void TestLog::setFaults(const QByteArray &lines)
 /// A configuration of two frames, clock and serial number, and what has no answer.
 void TestLog::playSession()
 {
-    QVERIFY(ServiceTree::write(u"application/main/stats.db"_s, ""));
+    ServiceTree::write("application/main/stats.db", "");
     QVERIFY(m_receiver->start());
     QCOMPARE(m_tool->request("0F1A02C0#A55A"), "0F584000#5AA5");
     QCOMPARE(m_tool->request("1B1A0000#00080D000000"), "1B580000#0A3FE803E80360EA");

@@ -50,9 +50,9 @@ const QByteArray infoAccepted = "1B580000#0A3FE803E80360EA";
 const QByteArray initiateAccepted = "1B581000#0000000000000000";
 const QByteArray recordAccepted = "1B583000#00";
 
-const auto factory = u"application/factory/main/systemConfig.json"_s;
-const auto backup = u"application/backup/main/systemConfig.json"_s;
-const auto live = u"application/main/systemConfig.json"_s;
+constexpr char factory[] = "application/factory/main/systemConfig.json";
+constexpr char backup[] = "application/backup/main/systemConfig.json";
+constexpr char live[] = "application/main/systemConfig.json";
 
 /// Bytes in which no record and no frame is like its neighbour.
 QByteArray contentOf(int size)
@@ -67,12 +67,12 @@ QByteArray contentOf(int size)
 
 void TestTransfer::initTestCase()
 {
-    QCOMPARE(ServiceTool::crc32("123456789"), 0xCBF43926u);
+    QCOMPARE(ToolFrames::crc32("123456789"), 0xCBF43926u);
 }
 
 void TestTransfer::init()
 {
-    ServiceTree::clear();
+    ServiceTree::reset();
     m_tool = std::make_unique<ServiceTool>();
     QVERIFY(m_tool->isConnected());
     m_receiver = std::make_unique<Receiver>();
@@ -95,15 +95,15 @@ void TestTransfer::startReceiver()
 QByteArray TestTransfer::sendFile(quint8 fileType, const QByteArray &content)
 {
     const auto records = quint32((content.size() + 511) / 512);
-    if (m_tool->request(ServiceTool::transferInfo(fileType, quint32(content.size()))) != infoAccepted
-        || m_tool->request(ServiceTool::initiateTransfer(fileType, records)) != initiateAccepted)
+    if (m_tool->request({ToolFrames::transferInfo(fileType, quint32(content.size()))}) != infoAccepted
+        || m_tool->request({ToolFrames::initiateTransfer(fileType, records)}) != initiateAccepted)
         return "not accepted";
     for (quint32 record = 0; record < records; ++record) {
         const QByteArray data = content.mid(512 * record, 512);
-        if (m_tool->request(ServiceTool::record(record + 1, data)) != recordAccepted)
+        if (m_tool->request(ToolFrames::record(record + 1, data)) != recordAccepted)
             return "record " + QByteArray::number(record + 1) + " not accepted";
     }
-    return m_tool->request(ServiceTool::transferComplete(ServiceTool::crc32(content)));
+    return m_tool->request({ToolFrames::transferComplete(ToolFrames::crc32(content))});
 }
 
 void TestTransfer::configurationOfOneRecord()
@@ -120,7 +120,7 @@ void TestTransfer::configurationOfOneRecord()
     QCOMPARE(m_tool->request("0F1A02C4#"), "0F584000#");
     QVERIFY(m_tool->isSilent());
 
-    QCOMPARE(ServiceTree::files(), (QStringList{backup, factory, live}));
+    QCOMPARE(ServiceTree::files(), (QByteArrayList{backup, factory, live}));
     QCOMPARE(ServiceTree::read(factory), "{\"volume\":11}");
     QCOMPARE(ServiceTree::read(backup), "{\"volume\":11}");
     QCOMPARE(ServiceTree::read(live), "{\"volume\":11}");
@@ -145,7 +145,7 @@ void TestTransfer::configurationOfAnySize()
     const QByteArray content = contentOf(size);
     startReceiver();
     QTEST(sendFile(0, content), "answer");
-    QCOMPARE(ServiceTree::files(), (QStringList{backup, factory, live}));
+    QCOMPARE(ServiceTree::files(), (QByteArrayList{backup, factory, live}));
     QVERIFY(ServiceTree::read(factory) == content);
     QVERIFY(ServiceTree::read(backup) == content);
     QVERIFY(ServiceTree::read(live) == content);
@@ -154,40 +154,40 @@ void TestTransfer::configurationOfAnySize()
 
 void TestTransfer::replacesAnEarlierConfiguration()
 {
-    for (const QString &name : {factory, backup, live})
-        QVERIFY(ServiceTree::write(name, "a much longer configuration than the one that comes"));
-    QVERIFY(ServiceTree::write(u"application/main/stats.db"_s, "removed"));
-    QVERIFY(ServiceTree::write(u"application/main/eventlog.db"_s, "removed"));
-    QVERIFY(ServiceTree::write(u"application/main/settingsChangeLog.db"_s, "removed"));
-    QVERIFY(ServiceTree::write(u"application/main/nvParameters.conf*"_s, "removed"));
-    QVERIFY(ServiceTree::write(u"application/main/nvParameters.conf.1"_s, "kept"));
-    QVERIFY(ServiceTree::write(u"application/main/other.db"_s, "kept"));
+    for (const char *name : {factory, backup, live})
+        ServiceTree::write(name, "a much longer configuration than the one that comes");
+    ServiceTree::write("application/main/stats.db", "removed");
+    ServiceTree::write("application/main/eventlog.db", "removed");
+    ServiceTree::write("application/main/settingsChangeLog.db", "removed");
+    ServiceTree::write("application/main/nvParameters.conf*", "removed");
+    ServiceTree::write("application/main/nvParameters.conf.1", "kept");
+    ServiceTree::write("application/main/other.db", "kept");
     startReceiver();
     QCOMPARE(sendFile(0, "{\"volume\":11}"), "1B584000#32B85095");
     QCOMPARE(ServiceTree::files(),
-             (QStringList{backup, factory, u"application/main/nvParameters.conf.1"_s,
-                          u"application/main/other.db"_s, live}));
-    for (const QString &name : {factory, backup, live})
+             (QByteArrayList{backup, factory, "application/main/nvParameters.conf.1",
+                             "application/main/other.db", live}));
+    for (const char *name : {factory, backup, live})
         QCOMPARE(ServiceTree::read(name), "{\"volume\":11}");
 }
 
 void TestTransfer::fileOfEachType_data()
 {
     QTest::addColumn<quint8>("fileType");
-    QTest::addColumn<QString>("file");
-    QTest::newRow("menu") << quint8(1) << u"application/factory/menu/menu.tar"_s;
-    QTest::newRow("generic") << quint8(2) << u"pendingUpdates/file.log"_s;
-    QTest::newRow("package") << quint8(3) << u"pendingUpdates/package.tar"_s;
+    QTest::addColumn<QByteArray>("file");
+    QTest::newRow("menu") << quint8(1) << QByteArray("application/factory/menu/menu.tar");
+    QTest::newRow("generic") << quint8(2) << QByteArray("pendingUpdates/file.log");
+    QTest::newRow("package") << quint8(3) << QByteArray("pendingUpdates/package.tar");
 }
 
 /// Types other than the configuration are left where they land.
 void TestTransfer::fileOfEachType()
 {
     QFETCH(quint8, fileType);
-    QFETCH(QString, file);
+    QFETCH(QByteArray, file);
     startReceiver();
     QCOMPARE(sendFile(fileType, contentOf(1000)), "1B584000#6898F8BA");
-    QCOMPARE(ServiceTree::files(), QStringList{file});
+    QCOMPARE(ServiceTree::files(), QByteArrayList{file});
     QVERIFY(ServiceTree::read(file) == contentOf(1000));
     QVERIFY(m_receiver->log().contains(
         "info|default|processP6TransferCompleteCommand: Unkown file type received"));
@@ -197,7 +197,7 @@ void TestTransfer::unknownTypeLandsInTheWorkingDirectory()
 {
     startReceiver();
     QCOMPARE(sendFile(4, contentOf(1000)), "1B584000#6898F8BA");
-    QCOMPARE(ServiceTree::files(), QStringList());
+    QCOMPARE(ServiceTree::files(), QByteArrayList());
     QCOMPARE(QDir(m_receiver->directory()).entryList(QDir::Files), QStringList{u"Unknown"_s});
     QFile file(m_receiver->directory() + u"/Unknown"_s);
     QVERIFY(file.open(QIODevice::ReadOnly));
@@ -224,16 +224,16 @@ void TestTransfer::repeatsARecordThatArrivedBroken()
     QCOMPARE(m_tool->request("1B1A0000#020801000000"), infoAccepted);
     QCOMPARE(m_tool->request("1B1A1000#0208000001000000"), initiateAccepted);
     QCOMPARE(m_tool->request("1B1A2000#0101000000 1B1AF000#02 1B1A3000#37BE0B4B"), "1B5830BA#01");
-    QCOMPARE(ServiceTree::read(u"pendingUpdates/file.log"_s), "");
+    QCOMPARE(ServiceTree::read("pendingUpdates/file.log"), "");
     QCOMPARE(m_tool->request("1B1A2000#0101000000 1B1AF000#03 1B1A3000#37BE0B4B"), "1B583000#00");
     QCOMPARE(m_tool->request("1B1A4000#37BE0B4B"), "1B584000#37BE0B4B");
-    QCOMPARE(ServiceTree::read(u"pendingUpdates/file.log"_s), "\x03");
+    QCOMPARE(ServiceTree::read("pendingUpdates/file.log"), "\x03");
 }
 
 void TestTransfer::installsNothingIfTheFileIsBroken()
 {
-    QVERIFY(ServiceTree::write(live, "live"));
-    QVERIFY(ServiceTree::write(u"application/main/stats.db"_s, "stats"));
+    ServiceTree::write(live, "live");
+    ServiceTree::write("application/main/stats.db", "stats");
     startReceiver();
     QCOMPARE(m_tool->request("1B1A0000#000801000000"), infoAccepted);
     QCOMPARE(m_tool->request("1B1A1000#0008000001000000"), initiateAccepted);
@@ -244,12 +244,12 @@ void TestTransfer::installsNothingIfTheFileIsBroken()
     QCOMPARE(ServiceTree::read(live), "live");
     QCOMPARE(ServiceTree::read(factory), "\x03");
     QCOMPARE(ServiceTree::files(),
-             (QStringList{factory, u"application/main/stats.db"_s, live}));
+             (QByteArrayList{factory, "application/main/stats.db", live}));
 }
 
 void TestTransfer::leavesItToTheLogThatAFileCannotBeOpened()
 {
-    const QDir tree(ServiceTree::path({}));
+    const QDir tree(ServiceTree::path(""));
     QVERIFY(QDir().rename(tree.filePath(u"pendingUpdates"_s), tree.filePath(u"away"_s)));
     startReceiver();
     const QByteArray answer = m_tool->request("1B1A1000#0208000001000000");
@@ -268,10 +268,10 @@ void TestTransfer::writesEachRecordBeforeItAnswers()
     startReceiver();
     QCOMPARE(m_tool->request("1B1A1000#0208000003000000"), initiateAccepted);
     const QByteArray content = contentOf(1024);
-    QCOMPARE(m_tool->request(ServiceTool::record(1, content.left(512))), "1B583000#00");
-    QVERIFY(ServiceTree::read(u"pendingUpdates/file.log"_s) == content.left(512));
-    QCOMPARE(m_tool->request(ServiceTool::record(2, content.mid(512))), "1B583000#00");
-    QVERIFY(ServiceTree::read(u"pendingUpdates/file.log"_s) == content);
+    QCOMPARE(m_tool->request(ToolFrames::record(1, content.left(512))), "1B583000#00");
+    QVERIFY(ServiceTree::read("pendingUpdates/file.log") == content.left(512));
+    QCOMPARE(m_tool->request(ToolFrames::record(2, content.mid(512))), "1B583000#00");
+    QVERIFY(ServiceTree::read("pendingUpdates/file.log") == content);
 }
 
 void TestTransfer::setsTheClock()
@@ -308,12 +308,12 @@ void TestTransfer::storesTheSerialNumber()
 {
     startReceiver();
     QCOMPARE(m_tool->request("0F1A02C2#054142434445"), "0F584000#");
-    QCOMPARE(ServiceTree::read(u"serialNumber"_s), "ABCDE\n");
+    QCOMPARE(ServiceTree::read("serialNumber"), "ABCDE\n");
     QCOMPARE(m_tool->request("0F1A02C2#0C534E3132333435"), "0F584000#");
-    QCOMPARE(ServiceTree::read(u"serialNumber"_s), "ABCDE\n");
+    QCOMPARE(ServiceTree::read("serialNumber"), "ABCDE\n");
     QCOMPARE(m_tool->request("0F1A02C3#3637383930"), "0F584000#");
-    QCOMPARE(ServiceTree::read(u"serialNumber"_s), "SN1234567890\n");
-    QCOMPARE(ServiceTree::files(), QStringList{u"serialNumber"_s});
+    QCOMPARE(ServiceTree::read("serialNumber"), "SN1234567890\n");
+    QCOMPARE(ServiceTree::files(), QByteArrayList{"serialNumber"});
 }
 
 void TestTransfer::ignoresFramesInBaseFormat()

@@ -1,11 +1,13 @@
 #include "servicetree.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QStandardPaths>
 
 #include <sys/mount.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -88,6 +90,17 @@ QStringList ServiceTree::list(const char *path)
                                                      QDir::Name);
     for (const QFileInfo &entry : entries)
         names.append(entry.isDir() ? entry.fileName() + u'/' : entry.fileName());
+    return names;
+}
+
+QByteArrayList ServiceTree::files()
+{
+    const QDir tree(path(""));
+    QByteArrayList names;
+    QDirIterator found(tree.path(), QDir::Files, QDirIterator::Subdirectories);
+    while (found.hasNext())
+        names.append(tree.relativeFilePath(found.next()).toUtf8());
+    std::sort(names.begin(), names.end());
     return names;
 }
 
