@@ -6,6 +6,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -203,7 +204,11 @@ void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
         || offset + Wire::frameSize > multiPacketTransfer.blockBuffer.size())
         return;
 
-    std::copy(payload.cbegin(), payload.cend(), multiPacketTransfer.blockBuffer.begin() + offset);
+    char *const out = multiPacketTransfer.blockBuffer.data() + offset;
+    if (payload.size() == Wire::frameSize)
+        std::memcpy(out, payload.constData(), Wire::frameSize); // a size known here: a move, no call
+    else
+        std::memcpy(out, payload.constData(), size_t(payload.size()));
     multiPacketTransfer.blockDataLength -= qint32(Wire::frameSize - payload.size());
     multiPacketTransfer.expectedFrameNumber = frameNumber + 1;
 }
