@@ -1,6 +1,7 @@
-// What a log line says has happened when it appears.
+// What has happened, and what has not, when a log line appears.
 #include "receivertest.h"
 
+#include <QFile>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -25,6 +26,8 @@ class tst_logtiming : public ReceiverTest
 private slots:
     void serialNumberIsStoredWhenTheLogSaysSo();
     void outputFileIsClosedWhenTheLogSaysSo();
+    void recordIsFlushedAfterItsLogLine();
+    void hwclockIsStartedAfterTheLogLineOnTimedatectl();
 };
 
 void tst_logtiming::serialNumberIsStoredWhenTheLogSaysSo()
@@ -52,6 +55,40 @@ void tst_logtiming::outputFileIsClosedWhenTheLogSaysSo()
     receive({frame(0x1B1A4000, "00 00 00 00")});
     QVERIFY(seen);
     QVERIFY(!open);
+}
+
+void tst_logtiming::recordIsFlushedAfterItsLogLine()
+{
+    QByteArray stored;
+    awaited = u"Successfully appended"_s;
+    look = [&stored] { stored = ServiceTree::read("pendingUpdates/file.log"); };
+    receive({frame(0x1B1A1000, "02 08 00 00 01 00 00 00"), frame(0x1B1A2000, "01 00 00 00 00"),
+             frame(0x1B1AF000, "03")});
+    stored = "no log line";
+    qInstallMessageHandler(takeMessage);
+    receive({frame(0x1B1A3000, "37 BE 0B 4B")});
+    QCOMPARE(stored, "");
+    QCOMPARE(ServiceTree::read("pendingUpdates/file.log"), "\x03");
+}
+
+void tst_logtiming::hwclockIsStartedAfterTheLogLineOnTimedatectl()
+{
+    const auto started = [] {
+        QFile log(u"stand-ins"_s);
+        return log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
+    };
+    QFile::remove(u"stand-ins"_s);
+    QByteArray before;
+    awaited = u"processP3SetDateTimeResponse: Updated Linux system UTC time to:"_s;
+    look = [&] {
+        QTRY_VERIFY(!started().isEmpty());
+        QTest::qWait(300); // for one that must not come
+        before = started();
+    };
+    qInstallMessageHandler(takeMessage);
+    receive({frame(0x0F1A02C1, "18 03 05 0E 07 09")});
+    QCOMPARE(before, "timedatectl\tset-time\t2024-03-05 14:07:09 UTC\n");
+    QTRY_COMPARE(started(), before + "hwclock\t--systohc\n");
 }
 
 QTEST_GUILESS_MAIN(tst_logtiming)

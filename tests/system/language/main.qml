@@ -1,5 +1,8 @@
 import QtQuick 2.12
 
 Item {
-    Component.onCompleted: console.log(qsTr("no catalogue"))
+    Component.onCompleted: {
+        console.log(qsTr("no catalogue"))
+        Qt.quit()
+    }
 }
