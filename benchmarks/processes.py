@@ -13,7 +13,7 @@ import sys
 import time
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
-SHIPPED_ENVIRONMENT = REPOSITORY / "deploy" / "dockhand.default"
+DEPLOY = REPOSITORY / "deploy"
 CONNECTED = b"ConnectedState"
 FRAME = b"Frame rendered"
 SCREENS = {"offscreen": "offscreen", "framebuffer": "vnc:size=1024x600"}
@@ -28,13 +28,21 @@ def program(name):
 
 
 def shipped_rules():
-    return re.search(r'^QT_LOGGING_RULES="(.*)"', SHIPPED_ENVIRONMENT.read_text(), re.M)[1]
+    return re.search(r'^QT_LOGGING_RULES="(.*)"', (DEPLOY / "dockhand.default").read_text(), re.M)[1]
+
+
+def hide_paths():
+    """Keeps from all processes, in the sandbox, what the service keeps from the receiver."""
+    for path in re.findall(r"^InaccessiblePaths=-(.*)$", (DEPLOY / "dockhand.service").read_text(), re.M):
+        if os.path.isdir(path):
+            subprocess.run(["mount", "-t", "tmpfs", "tmpfs", path], check=True)
 
 
 def environment(screen="offscreen", rules=None):
     kept = {name: os.environ[name] for name in ("BENCHBUS_SOCKET", "HOME", "PATH")}
     return kept | {"QT_QPA_PLATFORM": SCREENS[screen], "QT_QUICK_BACKEND": "software",
                    "XDG_RUNTIME_DIR": os.getcwd(), "LC_ALL": "C.UTF-8",
+                   "FONTCONFIG_FILE": str(DEPLOY / "fonts.conf"),
                    "QT_LOGGING_RULES": rules or shipped_rules()}
 
 
@@ -222,4 +230,5 @@ SECTIONS = {
 
 if __name__ == "__main__":
     build = pathlib.Path(sys.argv[1])
+    hide_paths()
     json.dump(SECTIONS[sys.argv[2]](int(sys.argv[3])), sys.stdout)
