@@ -14,12 +14,12 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <functional>
 #include <random>
 #include <vector>
 
 #include <fcntl.h>
-#include <time.h>
 #include <unistd.h>
 #include <zlib.h>
 

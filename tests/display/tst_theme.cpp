@@ -6,7 +6,7 @@
 
 #include <memory>
 
-using Qt::StringLiterals::operator""_s;
+using namespace Qt::StringLiterals;
 
 class ThemeTest : public QObject
 {

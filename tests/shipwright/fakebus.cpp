@@ -13,11 +13,11 @@ void FakeClock::wait(qint64 milliseconds)
     action();
 }
 
-void FakeClock::at(qint64 time, std::function<void()> action)
+void FakeClock::at(qint64 time, const std::function<void()> &action)
 {
     // QMultiMap puts the newest of equal keys first; the order of arrival has to stay.
     const auto place = std::as_const(m_events).upperBound(time);
-    m_events.insert(place, time, std::move(action));
+    m_events.insert(place, time, action);
 }
 
 FakeBus::FakeBus(FakeClock &clock) : m_clock(clock) {}

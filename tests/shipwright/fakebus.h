@@ -17,7 +17,7 @@ public:
     void wait(qint64 milliseconds) override;
 
     /// Calls \a action once at \a time; a wait that reaches it ends there.
-    void at(qint64 time, std::function<void()> action);
+    void at(qint64 time, const std::function<void()> &action);
 
 private:
     qint64 m_now = 0;

@@ -13,7 +13,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     ReceiverModel receiver;
-    for (const QString &name : app.arguments().mid(1)) {
+    for (const QString &name : QCoreApplication::arguments().mid(1)) {
         const auto defect = ReceiverModel::defectFromName(name);
         if (!defect) {
             std::fprintf(stderr, "standin: the defects are %s\n",
@@ -41,5 +41,5 @@ int main(int argc, char *argv[])
         sayReady();
     else
         QObject::connect(device.get(), &QCanBusDevice::stateChanged, &app, sayReady);
-    return app.exec();
+    return QCoreApplication::exec();
 }

@@ -30,12 +30,10 @@ bool isMountPoint(const QByteArray &path)
     if (!file.open(QIODevice::ReadOnly))
         return false;
     const QList<QByteArray> mounts = file.readAll().split('\n');
-    for (const QByteArray &mount : mounts) {
+    return std::any_of(mounts.cbegin(), mounts.cend(), [&path](const QByteArray &mount) {
         // mount identifier, parent, device, root, mount point
-        if (mount.split(' ').value(4) == path)
-            return true;
-    }
-    return false;
+        return mount.split(' ').value(4) == path;
+    });
 }
 
 } // namespace

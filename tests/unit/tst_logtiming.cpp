@@ -59,12 +59,11 @@ void tst_logtiming::outputFileIsClosedWhenTheLogSaysSo()
 
 void tst_logtiming::recordIsFlushedAfterItsLogLine()
 {
-    QByteArray stored;
-    awaited = u"Successfully appended"_s;
-    look = [&stored] { stored = ServiceTree::read("pendingUpdates/file.log"); };
     receive({frame(0x1B1A1000, "02 08 00 00 01 00 00 00"), frame(0x1B1A2000, "01 00 00 00 00"),
              frame(0x1B1AF000, "03")});
-    stored = "no log line";
+    QByteArray stored = "no log line";
+    awaited = u"Successfully appended"_s;
+    look = [&stored] { stored = ServiceTree::read("pendingUpdates/file.log"); };
     qInstallMessageHandler(takeMessage);
     receive({frame(0x1B1A3000, "37 BE 0B 4B")});
     QCOMPARE(stored, "");

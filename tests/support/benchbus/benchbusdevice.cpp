@@ -56,8 +56,8 @@ bool wouldBlock()
 
 } // namespace
 
-BenchBusDevice::BenchBusDevice(const QString &interfaceName, std::unique_ptr<FaultFile> faultFile)
-    : m_interfaceName(interfaceName), m_faultFile(std::move(faultFile))
+BenchBusDevice::BenchBusDevice(QString interfaceName, std::unique_ptr<FaultFile> faultFile)
+    : m_interfaceName(std::move(interfaceName)), m_faultFile(std::move(faultFile))
 {
     // What Qt's SocketCAN device starts with.
     QCanBusDevice::setConfigurationParameter(LoopbackKey, true);

@@ -18,7 +18,7 @@ class BenchBusDevice : public QCanBusDevice
     Q_OBJECT
 
 public:
-    BenchBusDevice(const QString &interfaceName, std::unique_ptr<FaultFile> faultFile);
+    BenchBusDevice(QString interfaceName, std::unique_ptr<FaultFile> faultFile);
     ~BenchBusDevice() override;
 
     static QCanBusDeviceInfo deviceInfoOf(const QString &interfaceName);

@@ -52,7 +52,7 @@ Function real(const char *name)
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 #define REAL(name) \
-    static const auto next = real<decltype(&name)>(#name)
+    static const auto next = real<decltype(&(name))>(#name)
 
 /// \a path as seen from the directory \a at; only what is needed to tell where it leads.
 std::string absolute(int at, const char *path)

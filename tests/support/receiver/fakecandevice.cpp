@@ -6,14 +6,16 @@
 #include <QSignalBlocker>
 #include <QtPlugin>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 FakeCanDevice::Behaviour FakeCanDevice::behaviour;
 QStringList FakeCanDevice::requests;
 FakeCanDevice *FakeCanDevice::latest = nullptr;
 
-FakeCanDevice::FakeCanDevice(const QString &interfaceName)
-    : m_interfaceName(interfaceName)
+FakeCanDevice::FakeCanDevice(QString interfaceName)
+    : m_interfaceName(std::move(interfaceName))
 {
     latest = this;
 }

@@ -30,7 +30,7 @@ public:
     /// The device created last.
     static FakeCanDevice *latest;
 
-    explicit FakeCanDevice(const QString &interfaceName);
+    explicit FakeCanDevice(QString interfaceName);
     ~FakeCanDevice() override;
 
     /// What was configured, in order.

@@ -86,7 +86,7 @@ QCanBusFrame ToolFrames::initiateTransfer(quint8 fileType, quint32 records)
 
 ToolFrames::List ToolFrames::record(quint32 number, const QByteArray &content)
 {
-    const quint32 count = quint32((content.size() + 7) / 8);
+    const auto count = quint32((content.size() + 7) / 8);
     List frames{p6(2, char(count) + littleEndian(number))};
     for (quint32 frame = 0; frame < count; ++frame)
         frames.append(p6(15, content.mid(frame * 8, 8), frame));
@@ -101,7 +101,7 @@ QCanBusFrame ToolFrames::transferComplete(quint32 crc)
 
 ToolFrames::List ToolFrames::transfer(quint8 fileType, const QByteArray &content)
 {
-    const quint32 records = quint32((content.size() + recordSize - 1) / recordSize);
+    const auto records = quint32((content.size() + recordSize - 1) / recordSize);
     List frames{transferInfo(fileType, quint32(content.size())),
                   initiateTransfer(fileType, records)};
     for (quint32 number = 1; number <= records; ++number)
