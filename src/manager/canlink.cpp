@@ -63,10 +63,12 @@ void CanBusManager::writeFrame(quint32 frameId, const QByteArray &payload)
 
 void CanBusManager::onFramesReceived()
 {
-    // A device that is not connected keeps its queue: readFrame() would take nothing from it.
-    while (canDevice->framesAvailable() > 0
-           && canDevice->state() == QCanBusDevice::ConnectedState) {
+    while (canDevice->framesAvailable() > 0) {
         QCanBusFrame frame = canDevice->readFrame();
+        // A device that is not connected reports an error and keeps its queue.
+        if (frame.frameType() == QCanBusFrame::InvalidFrame
+            && canDevice->state() != QCanBusDevice::ConnectedState)
+            return;
         const quint32 id = frame.frameId();
         qCDebug(logCategory) << "onFramesReceived: Frame: 0x" << QString::number(id, 16).toUpper()
                              << "Payload:" << frame.payload().toHex('-').toUpper();

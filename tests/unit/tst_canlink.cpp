@@ -55,6 +55,7 @@ private slots:
     void payloadIsLoggedInUpperCaseWithHyphens();
     void burstIsHandledInOneCallInOrder();
     void frameQueuedMeanwhileIsHandledInTheSameCall();
+    void invalidFrameIsRoutedLikeAnyOther();
     void queueOfALostDeviceIsLeft();
     void deviceLostDuringABurstEndsTheDrain();
     void p3ResponseIsLoggedOnly_data();
@@ -572,13 +573,28 @@ void tst_canlink::frameQueuedMeanwhileIsHandledInTheSameCall()
     )"));
 }
 
+void tst_canlink::invalidFrameIsRoutedLikeAnyOther()
+{
+    QCanBusFrame invalid = frame(0x14000000);
+    invalid.setFrameType(QCanBusFrame::InvalidFrame);
+    receive({invalid, frame(0x10000000)});
+    QCOMPARE(eventsButDebug(), transcript(R"(
+        info |onFramesReceived: Config File Transfer CAN Message|
+        warning |processP5CanMessage: Config File P5 Message Frame sent to Dockhand  - No Action|
+        warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  4|
+    )"));
+}
+
 void tst_canlink::queueOfALostDeviceIsLeft()
 {
     device->queue({frame(0x14000000)});
     device->reportState(QCanBusDevice::UnconnectedState);
     events();
     emit device->framesReceived();
-    QCOMPARE(events(), QStringList());
+    QCOMPARE(events(), transcript(R"(
+        warning(qt.canbus) |Cannot read frame as device is not connected.|
+        critical |canFrameError: CAN Error QCanBusDevice::OperationError|
+    )"));
     QCOMPARE(device->framesAvailable(), 1);
 }
 
@@ -594,6 +610,8 @@ void tst_canlink::deviceLostDuringABurstEndsTheDrain()
         display "Configuration Complete" on "Empty" off 1 on
         info |canStateChanged: New CAN State QCanBusDevice::UnconnectedState|
         sent 0f584000 ext []
+        warning(qt.canbus) |Cannot read frame as device is not connected.|
+        critical |canFrameError: CAN Error QCanBusDevice::OperationError|
     )"));
     QCOMPARE(device->framesAvailable(), 1);
 }
