@@ -108,7 +108,7 @@ class Bench:
             m["receiver"], m["bare"])
 
     def start(self, section, against="bare"):
-        m = self.processes(section, 30)
+        m = self.processes(section, 100)
         return m["receiver"] / m[against], "{:.1f} ms against {:.1f} ms".format(
             m["receiver"] * 1000, m[against] * 1000)
 
@@ -145,6 +145,8 @@ def rows(bench):
         ("CRC of 256 MiB, memory", "nothing done", "MiB more", 1.0, bench.crc_memory),
         ("start to connected device", "bare Qt Gui", "times", 1.2,
          lambda: bench.start("connected")),
+        ("start to connected device", "bare Gui with engine", "times", None,
+         lambda: bench.start("connected", "engine")),
         ("start to frame, offscreen", "bare window", "times", 1.15,
          lambda: bench.start("first frame, offscreen")),
         ("start to frame, framebuffer", "bare window", "times", 1.15,

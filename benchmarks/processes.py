@@ -107,7 +107,8 @@ def until(name, text, **how):
 def connected(runs):
     rules = "default.info=true"
     return in_turns(runs, {"receiver": until("dockhand", CONNECTED, rules=rules),
-                           "bare": until("bare_gui", CONNECTED, rules=rules)})
+                           "bare": until("bare_gui", CONNECTED, rules=rules),
+                           "engine": until("bare_engine", CONNECTED, rules=rules)})
 
 
 def first_frame(runs, screen):
