@@ -8,8 +8,13 @@
 #include <QTranslator>
 #include <QUrl>
 
+#include <malloc.h>
+
 int main(int argc, char *argv[])
 {
+    // One heap for all: that of the thread which loads QML would grow page by page.
+    mallopt(M_ARENA_MAX, 1);
+
     QGuiApplication app(argc, argv);
 
     QTranslator translator;
