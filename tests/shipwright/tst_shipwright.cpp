@@ -397,7 +397,7 @@ void ShipwrightTest::decode_namesLinesThatAreNoFrames()
         {u"decode"_s}, QByteArrayLiteral("hello\n(1.000000) can0 0F1A02C4#\n\n(2.000000) can0 1##11\n"));
     QCOMPARE(outcome.status, 3);
     QCOMPARE(outcome.out.count(u'\n'), 1);
-    QVERIFY2(outcome.err.startsWith(u"shipwright: 2 of its lines are no classic CAN frames in candump's "
+    QVERIFY2(outcome.err.startsWith(u"shipwright: 2 of the lines hold no classic CAN frame in candump's "
                                     "log format: 1, 4.\n"_s),
              qPrintable(outcome.err));
 }
@@ -520,6 +520,10 @@ void ShipwrightTest::failure_hasItsExitStatus_data()
     QTest::newRow("no command") << QStringList{} << 2 << u"No command given."_s;
     QTest::newRow("unknown command")
         << QStringList{u"fly"_s} << 2 << u"\"fly\" is not a command."_s;
+    QTest::newRow("unknown option") << QStringList{u"info"_s, u"--loud"_s} << 2
+                                    << u"Unknown option 'loud'.\nTry: shipwright info --help\n"_s;
+    QTest::newRow("missing value") << QStringList{u"provision"_s, u"--time"_s} << 2
+                                   << u"Missing value after '--time'."_s;
     QTest::newRow("unknown file type") << QStringList{u"send"_s, u"song"_s, path} << 2
                                        << u"\"song\" is not a file type."_s;
     QTest::newRow("missing argument") << QStringList{u"send"_s, u"generic"_s} << 2

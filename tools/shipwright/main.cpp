@@ -41,9 +41,9 @@ QString commandList()
 {
     QString text = u"\n\nCommands:\n"_s;
     for (const Command *command : allCommands()) {
-        text += u"  %1 %2\n      %3\n"_s.arg(QLatin1StringView(command->name),
-                                          QLatin1StringView(command->arguments),
-                                          QLatin1StringView(command->summary));
+        const QString call = u"%1 %2"_s.arg(QLatin1StringView(command->name),
+                                            QLatin1StringView(command->arguments));
+        text += u"  %1\n      %2\n"_s.arg(call.trimmed(), QLatin1StringView(command->summary));
     }
     return text.trimmed().prepend(u"\n\n"_s);
 }
@@ -90,24 +90,31 @@ int main(int argc, char *argv[])
                                                    "tells more."_s,
                                      u"COMMAND [ARGUMENTS]"_s);
     }
-    parser.process(app);
+    const bool parsed = parser.parse(QCoreApplication::arguments());
+    if (parser.isSet(u"version"_s))
+        parser.showVersion();
+    if (parser.isSet(u"help"_s) || parser.isSet(u"help-all"_s))
+        parser.showHelp();
 
     Console console(parser.isSet(u"json"_s), Console::terminalColumns());
     std::optional<Session> session;
     try {
         QStringList arguments = parser.positionalArguments();
-        if (!command) {
-            throw Failure(Exit::Usage,
-                          arguments.isEmpty() ? u"No command given."_s
-                                              : u"\"%1\" is not a command."_s.arg(arguments.first()),
-                          u"shipwright --help"_s);
-        }
+        const QString help = command
+            ? u"shipwright %1 --help"_s.arg(QLatin1StringView(command->name))
+            : u"shipwright --help"_s;
+        if (!arguments.isEmpty() && !command)
+            throw Failure(Exit::Usage, u"\"%1\" is not a command."_s.arg(arguments.first()), help);
+        if (!parsed)
+            throw Failure(Exit::Usage, parser.errorText(), help);
+        if (!command)
+            throw Failure(Exit::Usage, u"No command given."_s, help);
         arguments.removeFirst();
         if (arguments.size() < command->leastArguments || arguments.size() > command->mostArguments) {
             throw Failure(Exit::Usage,
                           u"Usage: shipwright %1 %2"_s.arg(QLatin1StringView(command->name),
                                                           QLatin1StringView(command->arguments)),
-                          u"shipwright %1 --help"_s.arg(QLatin1StringView(command->name)));
+                          help);
         }
         const Options options = readCommonOptions(parser);
         session.emplace(options, parser, console);

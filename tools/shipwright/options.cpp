@@ -44,7 +44,7 @@ void addCommonOptions(QCommandLineParser &parser)
          u"FILE"_s},
         {u"json"_s, u"Print one JSON object per event."_s},
         {u"fault"_s,
-         u"Disturb frames on purpose, ACTION[=MS]@FRAMES[:FIRST[-LAST]]; may be given often. "
+         u"Disturb frames on purpose, ACTION[=MS]@FRAMES[:FIRST[-LAST]]; may be given more than once. "
          "Actions: %1. Frames: %2."_s
              .arg(FaultPlan::actionNames().join(u", "_s), FaultPlan::frameNames().join(u", "_s)),
          u"FAULT"_s},

@@ -46,7 +46,7 @@ Exit run(Session &session, const QStringList &arguments)
         const qsizetype shown = 10;
         const QString more = undecoded.size() > shown ? u", ..."_s : QString();
         throw Failure(Exit::LocalFile,
-                      u"%1 of its lines are no classic CAN frames in candump's log format: %2%3."_s
+                      u"%1 of the lines hold no classic CAN frame in candump's log format: %2%3."_s
                           .arg(undecoded.size())
                           .arg(undecoded.mid(0, shown).join(u", "_s), more),
                       u"Record with candump -L or with shipwright --log."_s);

@@ -49,7 +49,8 @@ void Link::open()
     if (m_device.state() != QCanBusDevice::ConnectedState) {
         throw Failure(Exit::Interface,
                       u"The CAN interface cannot be opened: %1."_s.arg(m_device.errorString()),
-                      u"Check the interface's name (ip link show type can) and that it is up "
+                      u"Check that the kernel has CAN (modprobe can-raw), the interface's name "
+                      "(ip link show type can) and that it is up "
                       "(ip link set can0 up type can bitrate 1000000)."_s);
     }
 }
