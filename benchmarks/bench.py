@@ -188,9 +188,12 @@ def main():
     parser.add_argument("--growth", action="store_true")
     parser.add_argument("rows", nargs="*")
     arguments = parser.parse_intermixed_args()
+    bench = Bench(arguments.build, arguments.quick)
+    for row in arguments.rows:
+        if not any(name.startswith(row) for name, *_ in rows(bench)):
+            parser.error(f"no row's name begins with \"{row}\"")
     arguments.output.mkdir(parents=True, exist_ok=True)
 
-    bench = Bench(arguments.build, arguments.quick)
     results = []
     failed = False
     print(f"{'what':29}{'against':24}{'figure':>8} {'unit':10}{'mark':10}{'':8}made of")
