@@ -7,6 +7,8 @@
 #include <QScreen>
 #include <QTranslator>
 
+#include <cstdlib>
+#include <ctime>
 #include <limits>
 
 class MainTest : public QObject
@@ -14,7 +16,6 @@ class MainTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void init();
 
     void resourcesHoldTheDisplayAndTheCatalogue();
@@ -31,6 +32,8 @@ private slots:
     void versionIsInTheBottomRightCorner();
     void themeIsAnItemOfTheWindow();
 
+    void everyTextButTheVersionIsTranslated();
+    void clockShowsLocalTimeAfterASecond_data();
     void clockShowsLocalTimeAfterASecond();
 
     void emissionSetsAllSixValues();
@@ -51,9 +54,6 @@ private slots:
     void barIsNotPaintedBesideItsPlace();
     void barSurvives_data();
     void barSurvives();
-
-private:
-    int m_hoursFromUtc = 0;
 };
 
 // A picture of the progress bar.
@@ -103,13 +103,6 @@ private:
     QString m_entry;
     QStringList *m_log;
 };
-
-void MainTest::initTestCase()
-{
-    // An hour after noon is what tells 24-hour time from 12-hour time.
-    m_hoursFromUtc = 15 - QDateTime::currentDateTimeUtc().time().hour();
-    qputenv("TZ", "TEST" + QByteArray::number(-m_hoursFromUtc));
-}
 
 void MainTest::init()
 {
@@ -272,8 +265,52 @@ void MainTest::themeIsAnItemOfTheWindow()
     QCOMPARE(display.item(u"pi_progress"_s)->property("pColor").value<QColor>(), QColor(Qt::blue));
 }
 
+// Shows where a text is translated and in what context.
+class MarkingTranslator : public QTranslator
+{
+    Q_OBJECT
+
+public:
+    bool isEmpty() const override { return false; }
+    QString translate(const char *context, const char *source, const char *, int) const override
+    {
+        return u"%1<%2>"_s.arg(QLatin1StringView(context), QLatin1StringView(source));
+    }
+};
+
+void MainTest::everyTextButTheVersionIsTranslated()
+{
+    MarkingTranslator translator;
+    QCoreApplication::installTranslator(&translator);
+    const StatusDisplay display;
+    const auto text = [&display](const QString &id) { return display.item(id)->property("text").toString(); };
+    QCOMPARE(display.window->title(), u"main<Dockhand Application>"_s);
+    QCOMPARE(text(u"tb_ProgramTitle"_s), u"main<Saltmarsh Lumenfold Dockhand>"_s);
+    QCOMPARE(text(u"tb_TimeDisplay"_s), u"main<00:01>"_s);
+    QCOMPARE(text(u"tb_ActionName1"_s), u"main<Waiting for Connection...>"_s);
+    QCOMPARE(text(u"tb_ActionName2"_s), u"main<Action 2 Name Goes Here>"_s);
+    QCOMPARE(text(u"tb_VersionLabel"_s), u"v01.02.000"_s);
+}
+
+void MainTest::clockShowsLocalTimeAfterASecond_data()
+{
+    QTest::addColumn<QTime>("time");
+    // Hour and minute of one digit show the zeros, an hour after noon tells 24-hour time from 12-hour
+    // time.
+    QTest::newRow("morning") << QTime(5, 7);
+    QTest::newRow("afternoon") << QTime(15, 30);
+}
+
 void MainTest::clockShowsLocalTimeAfterASecond()
 {
+    QFETCH(QTime, time);
+    const QTime utc = QDateTime::currentDateTimeUtc().time();
+    const int offset = (time.hour() - utc.hour()) * 60 + time.minute() - utc.minute();
+    const int distance = std::abs(offset);
+    // What is ahead of UTC has a minus there.
+    qputenv("TZ", u"TEST%1%2:%3"_s.arg(offset > 0 ? u"-"_s : u"+"_s).arg(distance / 60).arg(distance % 60).toLatin1());
+    tzset();
+
     QElapsedTimer elapsed;
     elapsed.start();
     StatusDisplay display;
@@ -286,7 +323,7 @@ void MainTest::clockShowsLocalTimeAfterASecond()
     QSignalSpy changes(display.item(u"tb_TimeDisplay"_s), SIGNAL(textChanged(QString)));
     QTRY_COMPARE_WITH_TIMEOUT(changes.count(), 1, 3000);
     QCOMPARE_GE(elapsed.elapsed(), 900);
-    const QDateTime now = QDateTime::currentDateTimeUtc().addSecs(m_hoursFromUtc * 3600);
+    const QDateTime now = QDateTime::currentDateTimeUtc().addSecs(offset * 60);
     const QStringList thisMinuteOrTheLast{ now.toString(u"hh:mm"_s), now.addSecs(-2).toString(u"hh:mm"_s) };
     QVERIFY2(thisMinuteOrTheLast.contains(text()), qPrintable(text()));
 

@@ -7,6 +7,12 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+// Written before there is a message pattern, by builds with QML debugging.
+constexpr QByteArrayView qmlDebugging =
+    "QML debugging is enabled. Only use this in a safe environment.";
+} // namespace
+
 Receiver::Receiver(const QString &program, const QStringList &arguments)
 {
     QDir(m_directory.path()).mkdir(u"work"_s);
@@ -61,13 +67,24 @@ int Receiver::exitCode() const
 
 QByteArrayList Receiver::log() const
 {
+    QByteArrayList lines = output();
+    lines.removeAll(qmlDebugging);
+    return lines;
+}
+
+bool Receiver::announcesQmlDebugging() const
+{
+    return output().value(0) == qmlDebugging;
+}
+
+/// Each complete line of standard error.
+QByteArrayList Receiver::output() const
+{
     QFile file(m_directory.filePath(u"log"_s));
     if (!file.open(QIODevice::ReadOnly))
         return {};
     QByteArrayList lines = file.readAll().split('\n');
     lines.removeLast(); // empty, or not complete yet
-    // Written before there is a message pattern, by builds with QML debugging.
-    lines.removeAll("QML debugging is enabled. Only use this in a safe environment.");
     return lines;
 }
 

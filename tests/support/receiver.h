@@ -25,10 +25,14 @@ public:
     /// What was logged: "level|category|text" in each line.
     QByteArrayList log() const;
     bool waitForLog(const QByteArray &line);
+    /// Whether Qt's first line, which log() leaves out, says that QML can be debugged.
+    bool announcesQmlDebugging() const;
 
     QString directory() const { return m_directory.filePath(QStringLiteral("work")); }
 
 private:
+    QByteArrayList output() const;
+
     QTemporaryDir m_directory;
     QProcess m_process;
 };

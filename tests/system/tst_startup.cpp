@@ -26,6 +26,8 @@ private slots:
     void endsIfTheDisplayIsBroken();
     void picksTheFirstLanguageThatHasACatalogue_data();
     void picksTheFirstLanguageThatHasACatalogue();
+    void destroysTheManagerBeforeTheEngine();
+    void announcesQmlDebuggingIfBuiltWithIt();
 
 private:
     static void setFault(Receiver &receiver, const QByteArray &fault);
@@ -185,6 +187,20 @@ void TestStartup::picksTheFirstLanguageThatHasACatalogue()
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 0);
     QVERIFY2(receiver.log().contains("debug|qml|" + text), receiver.log().join('\n'));
+}
+
+void TestStartup::destroysTheManagerBeforeTheEngine()
+{
+    Receiver receiver(QStringLiteral(LANGUAGE_EXECUTABLE));
+    QVERIFY(receiver.run());
+    QCOMPARE(receiver.log().constLast(), "debug|qml|at the end null");
+}
+
+void TestStartup::announcesQmlDebuggingIfBuiltWithIt()
+{
+    Receiver receiver;
+    QVERIFY(receiver.start());
+    QCOMPARE(receiver.announcesQmlDebugging(), bool(QML_DEBUG));
 }
 
 QTEST_GUILESS_MAIN(TestStartup)

@@ -21,6 +21,7 @@ private slots:
     void membersStandInOrder();
     void metaObjectHasOneSignalAnd24SlotsInOrder();
     void signalNamesItsParameters();
+    void deviceSlotsNameTheirParameters();
     void slotsCannotBeCalledFromOutside();
     void ordinaryMethodsAreNotInvokable();
 
@@ -29,7 +30,8 @@ private slots:
     void initAsksForSocketCanOnCan0();
     void initLogsTheDeviceAndItsStates();
     void initSetsReceiverParametersAndSerialPlaceholder();
-    void initConfiguresTheDeviceInOrder();
+    void initConfiguresTheDevice();
+    void initDoesItsStepsInOrder();
     void initConnectsEachSignalOnce();
     void initWithoutDeviceSetsNothing();
     void initWithRefusedConnectionSetsEverything();
@@ -89,6 +91,8 @@ void tst_canlink::membersAndOrdinaryMethodsArePublic()
     [[maybe_unused]] void (M::*const menu)() = &M::processReceivedMenuFile;
     [[maybe_unused]] void (M::*const unpack)(QString) = &M::DecompressMenuFile;
     [[maybe_unused]] void (M::*const cleanUp)(QString) = &M::CleanUpMenuDirectory;
+    [[maybe_unused]] void (M::*const status)(QString, bool, QString, bool, double, bool) =
+        &M::statusUpdated;
 }
 
 void tst_canlink::membersStandInOrder()
@@ -155,6 +159,17 @@ void tst_canlink::signalNamesItsParameters()
                                 "progressInd_visible"}));
     QCOMPARE(signal.parameterTypes(),
              (QList<QByteArray>{"QString", "bool", "QString", "bool", "double", "bool"}));
+}
+
+void tst_canlink::deviceSlotsNameTheirParameters()
+{
+    const auto names = [](const char *slot) {
+        const QMetaObject &meta = CanBusManager::staticMetaObject;
+        return meta.method(meta.indexOfMethod(slot)).parameterNames();
+    };
+    QCOMPARE(names("canFramesWritten(quint64)"), QList<QByteArray>{"framesCount"});
+    QCOMPARE(names("canFrameError(QCanBusDevice::CanBusError)"), QList<QByteArray>{"error"});
+    QCOMPARE(names("canStateChanged(QCanBusDevice::CanBusDeviceState)"), QList<QByteArray>{"state"});
 }
 
 template<typename T>
@@ -234,16 +249,22 @@ void tst_canlink::initSetsReceiverParametersAndSerialPlaceholder()
     QVERIFY(!session().transferInProgress);
 }
 
-void tst_canlink::initConfiguresTheDeviceInOrder()
+void tst_canlink::initDoesItsStepsInOrder()
 {
-    QList<QCanBusDevice::ConfigurationKey> keys;
-    for (const auto &[key, value] : std::as_const(device->configuration))
-        keys.append(key);
-    // Before init() the device sets nothing itself.
-    QCOMPARE(keys, (QList<QCanBusDevice::ConfigurationKey>{
-                       QCanBusDevice::RawFilterKey, QCanBusDevice::LoopbackKey,
-                       QCanBusDevice::ReceiveOwnKey, QCanBusDevice::CanFdKey}));
+    const auto set = [](QCanBusDevice::ConfigurationKey key) { return u"set %1"_s.arg(key); };
+    CanBusManager fresh(nullptr);
+    QVERIFY(fresh.init());
+    QCOMPARE(FakeCanDevice::latest->steps,
+             (QStringList{u"info"_s, set(QCanBusDevice::RawFilterKey),
+                          set(QCanBusDevice::LoopbackKey), set(QCanBusDevice::ReceiveOwnKey),
+                          set(QCanBusDevice::CanFdKey), u"connect framesReceived"_s,
+                          u"connect framesWritten"_s, u"connect errorOccurred"_s,
+                          u"connect stateChanged"_s, u"open"_s}));
+}
 
+void tst_canlink::initConfiguresTheDevice()
+{
+    QCOMPARE(device->configuration.size(), 4);
     const QVariant filterValue = device->configuration.at(0).second;
     QCOMPARE(filterValue.metaType(), QMetaType::fromType<QList<QCanBusDevice::Filter>>());
     const auto filters = filterValue.value<QList<QCanBusDevice::Filter>>();
@@ -671,7 +692,7 @@ void tst_canlink::filteredLevelsEvaluateNothing()
     QVERIFY(fresh.init());
     const std::unique_ptr<FakeCanDevice> itsDevice(FakeCanDevice::latest);
     // The name of the device is asked for when its line is built.
-    QCOMPARE(itsDevice->deviceInfoCalls, 0);
+    QVERIFY(!itsDevice->steps.contains(u"info"_s));
     QCOMPARE(events(), QStringList());
 
     // A data frame of a transfer costs no memory: the lines of its way are not built.

@@ -3,6 +3,7 @@
 #include "eventlog.h"
 
 #include <QCanBusFactory>
+#include <QMetaMethod>
 #include <QSignalBlocker>
 #include <QtPlugin>
 
@@ -49,13 +50,14 @@ void FakeCanDevice::reportState(CanBusDeviceState state)
 
 QCanBusDeviceInfo FakeCanDevice::deviceInfo() const
 {
-    ++deviceInfoCalls;
+    steps.append(u"info"_s);
     return createDeviceInfo(u"socketcan"_s, u"name of "_s + m_interfaceName, false, false);
 }
 
 void FakeCanDevice::setConfigurationParameter(ConfigurationKey key, const QVariant &value)
 {
     configuration.append({key, value});
+    steps.append(u"set %1"_s.arg(key));
     QCanBusDevice::setConfigurationParameter(key, value);
 }
 
@@ -80,6 +82,7 @@ QString FakeCanDevice::interpretErrorFrame(const QCanBusFrame &)
 
 bool FakeCanDevice::open()
 {
+    steps.append(u"open"_s);
     if (behaviour.refusesConnection) {
         setError(u"No such device"_s, ConnectionError);
         return false;
@@ -91,6 +94,11 @@ bool FakeCanDevice::open()
 void FakeCanDevice::close()
 {
     setState(UnconnectedState);
+}
+
+void FakeCanDevice::connectNotify(const QMetaMethod &signal)
+{
+    steps.append(u"connect "_s + QLatin1StringView(signal.name()));
 }
 
 /// Linked into the executable, it comes after Qt's own plugin of that key, and takes its place.

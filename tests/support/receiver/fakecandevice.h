@@ -35,7 +35,8 @@ public:
 
     /// What was configured, in order.
     QList<std::pair<ConfigurationKey, QVariant>> configuration;
-    mutable int deviceInfoCalls = 0;
+    /// What was asked of the device, in order: "info", "set KEY", "connect SIGNAL", "open".
+    mutable QStringList steps;
 
     /// Puts \a frames into the receive queue and signals them once.
     void deliver(const QList<QCanBusFrame> &frames);
@@ -52,6 +53,7 @@ public:
 protected:
     bool open() override;
     void close() override;
+    void connectNotify(const QMetaMethod &signal) override;
 
 private:
     const QString m_interfaceName;

@@ -5,4 +5,6 @@ Item {
         console.log(qsTr("no catalogue"))
         Qt.quit()
     }
+    // The engine outlives what it was given.
+    Component.onDestruction: console.log("at the end", myCanBusManager) // qmllint disable unqualified
 }
