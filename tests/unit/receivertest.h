@@ -37,6 +37,11 @@ protected:
     QStringList eventsButDebug();
     /// The last of these lines that tell of frames sent.
     QStringList sentFrames();
+    /// Begins a transfer, so that each field of the session that anything uses holds something,
+    /// and gives the receiver a serial number. Leaves the event log empty.
+    void beginTransfer();
+    /// Every value that the receiver keeps, one in a line.
+    QStringList state();
 
     KV_MultiPacket_Transfer &session() { return manager->multiPacketTransfer; }
 

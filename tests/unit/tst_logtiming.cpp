@@ -1,8 +1,11 @@
 // What has happened, and what has not, when a log line appears.
 #include "receivertest.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTest>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -15,6 +18,17 @@ void takeMessage(QtMsgType, const QMessageLogContext &, const QString &text)
 {
     if (text.startsWith(awaited))
         look();
+}
+
+/// Whether this process has the file \a path below the service tree's root open.
+bool isOpen(const char *path)
+{
+    const QDir descriptors(u"/proc/self/fd"_s);
+    const QStringList names =
+        descriptors.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    return std::any_of(names.cbegin(), names.cend(), [&](const QString &name) {
+        return QFile::symLinkTarget(descriptors.filePath(name)) == ServiceTree::path(path);
+    });
 }
 
 } // namespace
@@ -34,10 +48,15 @@ void tst_logtiming::serialNumberIsStoredWhenTheLogSaysSo()
 {
     QByteArray stored;
     awaited = u"processP3SetSerialResponse: Successfully wrote serial number to storage:"_s;
-    look = [&stored] { stored = ServiceTree::read("serialNumber"); };
+    bool open = true;
+    look = [&] {
+        open = isOpen("serialNumber");
+        stored = ServiceTree::read("serialNumber");
+    };
     qInstallMessageHandler(takeMessage);
     receive({frame(0x0F1A02C2, "03 41 42 43")});
     QCOMPARE(stored, "ABC\n");
+    QVERIFY(!open);
 }
 
 void tst_logtiming::outputFileIsClosedWhenTheLogSaysSo()

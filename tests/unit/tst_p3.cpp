@@ -36,9 +36,11 @@ private slots:
     void startConfigWithoutHandshakeFails_data();
     void startConfigWithoutHandshakeFails();
     void startConfigDuringATransferLeavesTheDisplay();
+    void startConfigBeforeTheFirstRecordIsShown();
     void startConfigMayBeRepeated();
     void endConfigurationIsAlwaysAccepted_data();
     void endConfigurationIsAlwaysAccepted();
+    void sessionCommandsChangeNoState_data();
     void sessionCommandsChangeNoState();
     void responsesUseTheSlotOfTheCommand_data();
     void responsesUseTheSlotOfTheCommand();
@@ -147,6 +149,11 @@ void tst_p3::eventSenderPacksItsFields_data()
         debug |sendP3ResposesMessage: src:  32  dest:  32  eventNum:  16384 frameId:  "c000000"|
         sent 0c000000 ext []
         debug |writeFrame: Frame sent with ID: "c000000"|
+    )");
+    QTest::newRow("every bit") << QList<quint32>(3, 4294967295u) << transcript(R"(
+        debug |sendP3ResposesMessage: src:  4294967295  dest:  4294967295  eventNum:  4294967295 frameId:  "fff3fff"|
+        sent 0fff3fff ext []
+        debug |writeFrame: Frame sent with ID: "fff3fff"|
     )");
 }
 
@@ -298,6 +305,10 @@ void tst_p3::foreignCommandsAreNotServed_data()
         debug |processP3CanCommand: Received P3 Frame srcID:  23  destID:  14  interfaceID:  11 opID:  4|
         warning |processP3CanCommand: Frame received by Shipwright on unhandled Interface ID: "e"|
     )");
+    QTest::newRow("to the second destination on another interface") << 0x0F0E0280u << transcript(R"(
+        debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  14  interfaceID:  10 opID:  0|
+        warning |processP3CanCommand: Frame received by Shipwright on unhandled Interface ID: "e"|
+    )");
     QTest::newRow("all of it") << 0x0FFF03FFu << transcript(R"(
         debug |processP3CanCommand: Received P3 Frame srcID:  31  destID:  31  interfaceID:  15 opID:  63|
         warning |processP3CanCommand: Frame received by Shipwright on unhandled Interface ID: "1f"|
@@ -313,26 +324,34 @@ void tst_p3::foreignCommandsAreNotServed()
 
 void tst_p3::unknownOperationsAreNotAnswered_data()
 {
-    QTest::addColumn<quint32>("identifier");
-    QTest::addColumn<QStringList>("expected");
+    QTest::addColumn<quint32>("operation");
+    QTest::addColumn<QString>("number");
 
-    QTest::newRow("5") << 0x0F1A02C5u << transcript(R"(
-        debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  interfaceID:  11 opID:  5|
-        debug |processP3CanCommand: Dockhand received frame on the Shipwright interface|
-        warning |processP3CanCommand: Simple Op ID received that is unknown:  "5"|
-    )");
-    QTest::newRow("63") << 0x0F1A02FFu << transcript(R"(
-        debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  interfaceID:  11 opID:  63|
-        debug |processP3CanCommand: Dockhand received frame on the Shipwright interface|
-        warning |processP3CanCommand: Simple Op ID received that is unknown:  "3f"|
-    )");
+    const QStringList numbers = u"5 6 7 8 9 a b c d e f "
+                                "10 11 12 13 14 15 16 17 18 19 1a 1b 1c 1d 1e 1f "
+                                "20 21 22 23 24 25 26 27 28 29 2a 2b 2c 2d 2e 2f "
+                                "30 31 32 33 34 35 36 37 38 39 3a 3b 3c 3d 3e 3f"_s.split(u' ');
+    quint32 operation = 5;
+    for (const QString &number : numbers) {
+        QTest::addRow("%u", operation) << operation << number;
+        ++operation;
+    }
+    QCOMPARE(operation, 64u);
 }
 
 void tst_p3::unknownOperationsAreNotAnswered()
 {
-    QFETCH(quint32, identifier);
-    call("processP3CanCommand", frame(identifier, "a55a"));
-    QTEST(events(), "expected");
+    QFETCH(quint32, operation);
+    QFETCH(QString, number);
+    call("processP3CanCommand", frame(0x0F1A02C0 + operation, "a55a"));
+    QStringList expected = transcript(R"(
+        debug |processP3CanCommand: Dockhand received frame on the Shipwright interface|
+    )");
+    expected.prepend(u"debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  "
+                     "interfaceID:  11 opID:  %1|"_s.arg(operation));
+    expected.append(u"warning |processP3CanCommand: Simple Op ID received that is unknown:  \"%1\"|"_s
+                        .arg(number));
+    QCOMPARE(events(), expected);
 }
 
 void tst_p3::errorFrameIsAForeignCommand()
@@ -371,6 +390,8 @@ void tst_p3::startConfigWithoutHandshakeFails_data()
     QTest::addColumn<QByteArray>("payload");
 
     QTest::newRow("half of it") << QByteArray("a5");
+    QTest::newRow("another first byte") << QByteArray("a45a");
+    QTest::newRow("another second byte") << QByteArray("a55b");
     QTest::newRow("empty") << QByteArray("");
     QTest::newRow("the answer") << QByteArray("5aa5");
     QTest::newRow("later in the payload") << QByteArray("00a55a");
@@ -394,6 +415,18 @@ void tst_p3::startConfigDuringATransferLeavesTheDisplay()
     call("processP3StartConfigResponse", frame(0x0F1A02C0, "a55a"));
     QCOMPARE(eventsButDebug(), transcript("sent 0f584000 ext [5a a5]"));
     QVERIFY(session().transferInProgress);
+}
+
+void tst_p3::startConfigBeforeTheFirstRecordIsShown()
+{
+    receive({frame(0x1B1A1000, "0208000001000000")});
+    QVERIFY(session().outputFile.isOpen());
+    events();
+    call("processP3StartConfigResponse", frame(0x0F1A02C0, "a55a"));
+    QCOMPARE(eventsButDebug(), transcript(R"(
+        display "Connected to Shipwright" on "Waiting for transfer" on 0 on
+        sent 0f584000 ext [5a a5]
+    )"));
 }
 
 void tst_p3::startConfigMayBeRepeated()
@@ -436,19 +469,25 @@ void tst_p3::endConfigurationIsAlwaysAccepted()
     QCOMPARE(session().transferInProgress, transferInProgress);
 }
 
+void tst_p3::sessionCommandsChangeNoState_data()
+{
+    QTest::addColumn<QCanBusFrame>("command");
+    QTest::addColumn<QString>("sent");
+
+    QTest::newRow("start") << frame(0x0F1A02C0, "a55a") << u"sent 0f584000 ext [5a a5]"_s;
+    QTest::newRow("start without handshake") << frame(0x0F1A02C0) << u"sent 0f5840ba ext []"_s;
+    QTest::newRow("end") << frame(0x0F1A02C4) << u"sent 0f584000 ext []"_s;
+}
+
 void tst_p3::sessionCommandsChangeNoState()
 {
-    session().transferInProgress = true;
-    session().fileType = 3;
-    session().fileSize = 17;
-    manager->serialNumber = u"kept"_s;
-    manager->serialNumberLength = 4;
-    receive({frame(0x0F1A02C0, "a55a"), frame(0x0F1A02C4)});
-    QCOMPARE(session().transferInProgress, true);
-    QCOMPARE(session().fileType, 3u);
-    QCOMPARE(session().fileSize, 17u);
-    QCOMPARE(manager->serialNumber, u"kept"_s);
-    QCOMPARE(manager->serialNumberLength, 4u);
+    QFETCH(QCanBusFrame, command);
+    QFETCH(QString, sent);
+    beginTransfer();
+    const QStringList before = state();
+    receive({command});
+    QCOMPARE(sentFrames(), QStringList{sent});
+    QCOMPARE(state(), before);
 }
 
 void tst_p3::responsesUseTheSlotOfTheCommand_data()

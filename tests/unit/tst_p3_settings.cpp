@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <algorithm>
@@ -23,11 +25,18 @@ private slots:
     void dateTimeIsTakenAsUtc();
     void impossibleDateTimeIsRejected_data();
     void impossibleDateTimeIsRejected();
+    void dateTimeStartsBothClockToolsBeforeItIsShown();
+    void dateTimeSucceedsWithoutClockTools_data();
     void dateTimeSucceedsWithoutClockTools();
     void dateTimeDoesNotWaitForClockTools();
+    void dateTimeDetachesTheClockTools();
+
+    void settingsAreShownDuringATransferToo_data();
+    void settingsAreShownDuringATransferToo();
 
     void shortSerialIsStoredAtOnce();
     void serialOfSevenBytesNeedsOneFrame();
+    void serialOfEightBytesNeedsTwoFrames();
     void longSerialComesInTwoFrames();
     void repeatedSerialExtAppendsAgain();
     void serialFrameTooShortForALongNumberFails();
@@ -36,6 +45,7 @@ private slots:
     void serialOfNoBytesIsEmpty();
     void serialBytesBeyondTheLengthAreIgnored_data();
     void serialBytesBeyondTheLengthAreIgnored();
+    void serialIsUtf8_data();
     void serialIsUtf8();
     void serialOfTwentyBytesCannotBeCompleted();
     void serialExtAfterACompleteNumberAppendsSevenBytes();
@@ -51,6 +61,7 @@ private slots:
 
 private:
     QByteArray standIns() const;
+    void replaceClockTools(const QByteArray &script) const;
 
     QByteArray m_path;
 };
@@ -77,6 +88,19 @@ QByteArray tst_p3_settings::standIns() const
     QList<QByteArray> lines = log.readAll().split('\n');
     std::sort(lines.begin(), lines.end());
     return lines.join(' ').trimmed();
+}
+
+/// Puts \a script in the place of both clock tools until the test function has ended.
+void tst_p3_settings::replaceClockTools(const QByteArray &script) const
+{
+    QVERIFY(QDir().mkpath(u"programs"_s));
+    for (const QString &tool : {u"timedatectl"_s, u"hwclock"_s}) {
+        QFile program(u"programs/"_s + tool);
+        QVERIFY(program.open(QIODevice::WriteOnly));
+        program.write("#!/bin/sh\n" + script);
+        QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+    qputenv("PATH", QFile::encodeName(QDir(u"programs"_s).absolutePath()) + ":" + m_path);
 }
 
 // ---- Date and time
@@ -137,6 +161,8 @@ void tst_p3_settings::impossibleDateTimeIsRejected_data()
     QTest::newRow("5 bytes") << QByteArray("1803050e07") << u"sent 0f5840ba ext [18 03 05 0e 07]"_s;
     QTest::newRow("7 bytes") << QByteArray("1803050e070900")
                              << u"sent 0f5840ba ext [18 03 05 0e 07 09 00]"_s;
+    QTest::newRow("8 bytes") << QByteArray("1803050e07090000")
+                             << u"sent 0f5840ba ext [18 03 05 0e 07 09 00 00]"_s;
     QTest::newRow("month 0") << QByteArray("1800050e0709")
                              << u"sent 0f5840ba ext [18 00 05 0e 07 09]"_s;
     QTest::newRow("month 13") << QByteArray("180d050e0709")
@@ -172,30 +198,55 @@ void tst_p3_settings::impossibleDateTimeIsRejected()
     QCOMPARE(standIns(), "hwclock\t--systohc timedatectl\tset-time\t2000-01-01 00:00:00 UTC");
 }
 
+void tst_p3_settings::dateTimeStartsBothClockToolsBeforeItIsShown()
+{
+    // The answer comes after the display.
+    QByteArray started;
+    connect(manager.get(), &CanBusManager::statusUpdated, this, [&] {
+        started = QTest::qWaitFor([&] { return standIns().contains("hwclock"); }) ? standIns()
+                                                                                  : "none";
+    });
+    call("processP3SetDateTimeResponse", frame(0x0F1A02C1, "1803050e0709"));
+    QVERIFY2(started.contains("hwclock\t--systohc"), started.constData());
+    // The next test would take a late one for its own.
+    QTRY_VERIFY(standIns().contains("timedatectl"));
+}
+
+void tst_p3_settings::dateTimeSucceedsWithoutClockTools_data()
+{
+    QTest::addColumn<QStringList>("tools");
+    QTest::addColumn<QByteArray>("started");
+
+    QTest::newRow("none") << QStringList() << QByteArray();
+    QTest::newRow("hwclock only") << QStringList{u"hwclock"_s} << QByteArray("hwclock\t--systohc");
+    QTest::newRow("timedatectl only") << QStringList{u"timedatectl"_s}
+                                      << QByteArray("timedatectl\tset-time\t2024-03-05 14:07:09 UTC");
+}
+
 void tst_p3_settings::dateTimeSucceedsWithoutClockTools()
 {
-    QVERIFY(QDir().mkpath(u"no-programs"_s));
-    qputenv("PATH", QFile::encodeName(QDir(u"no-programs"_s).absolutePath()));
+    QFETCH(QStringList, tools);
+    QFETCH(QByteArray, started);
+    const QTemporaryDir programs;
+    for (const QString &tool : tools)
+        QVERIFY(QFile::link(QStandardPaths::findExecutable(tool), programs.filePath(tool)));
+    qputenv("PATH", QFile::encodeName(programs.path()));
     call("processP3SetDateTimeResponse", frame(0x0F1A02C1, "1803050e0709"));
-    QCOMPARE(eventsButDebug(), transcript(R"(
+    QCOMPARE(events(), transcript(R"(
+        debug |processP3SetDateTimeResponse: Updated Linux system UTC time to: "2024-03-05 14:07:09 UTC"|
         display "Received Date Time Command" on "dateString" on 0 off
+        debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  0 frameId:  "f584000"|
         sent 0f584000 ext [18 03 05 0e 07 09]
+        debug |writeFrame: Frame sent with ID: "f584000"|
     )"));
-    QVERIFY(standIns().isEmpty());
+    QTRY_COMPARE(standIns(), started);
 }
 
 void tst_p3_settings::dateTimeDoesNotWaitForClockTools()
 {
     // Both tools wait until the test has seen the answer.
-    QVERIFY(QDir().mkpath(u"slow-programs"_s));
-    for (const QString &tool : {u"timedatectl"_s, u"hwclock"_s}) {
-        QFile script(u"slow-programs/"_s + tool);
-        QVERIFY(script.open(QIODevice::WriteOnly));
-        script.write("#!/bin/sh\nwhile ! [ -e answered ]; do sleep 0.01; done\n"
-                     "echo ${0##*/} >> \"$DOCKHAND_STAND_IN_LOG\"\nexit 1\n");
-        QVERIFY(script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-    }
-    qputenv("PATH", QFile::encodeName(QDir(u"slow-programs"_s).absolutePath()) + ":" + m_path);
+    replaceClockTools("while ! [ -e answered ]; do sleep 0.01; done\n"
+                      "echo ${0##*/} >> \"$DOCKHAND_STAND_IN_LOG\"\nexit 1\n");
     call("processP3SetDateTimeResponse", frame(0x0F1A02C1, "1803050e0709"));
     QCOMPARE(sentFrames(), QStringList{u"sent 0f584000 ext [18 03 05 0e 07 09]"_s});
     QVERIFY(standIns().isEmpty());
@@ -203,6 +254,57 @@ void tst_p3_settings::dateTimeDoesNotWaitForClockTools()
     QVERIFY(answered.open(QIODevice::WriteOnly));
     QTRY_COMPARE(standIns(), "hwclock timedatectl");
     QCOMPARE(events(), QStringList());
+}
+
+void tst_p3_settings::dateTimeDetachesTheClockTools()
+{
+    // Both tools log their session, which stands in the sixth field.
+    replaceClockTools("read -r _ _ _ _ _ session _ < /proc/self/stat\n"
+                      "echo \"${0##*/} $session\" >> \"$DOCKHAND_STAND_IN_LOG\"\n");
+    QFile own(u"/proc/self/stat"_s);
+    QVERIFY(own.open(QIODevice::ReadOnly));
+    const QByteArray session = own.readAll().split(' ').value(5);
+    QVERIFY(!session.isEmpty());
+    call("processP3SetDateTimeResponse", frame(0x0F1A02C1, "1803050e0709"));
+    QTRY_VERIFY(standIns().contains("hwclock ") && standIns().contains("timedatectl "));
+    const QByteArrayList words = standIns().split(' ');
+    QCOMPARE(words.size(), 4);
+    QVERIFY2(words[1] != session, "hwclock");
+    QVERIFY2(words[3] != session, "timedatectl");
+}
+
+// ---- The display during a transfer
+
+void tst_p3_settings::settingsAreShownDuringATransferToo_data()
+{
+    QTest::addColumn<QCanBusFrame>("command");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("date and time") << frame(0x0F1A02C1, "1803050e0709") << transcript(R"(
+        info |processP3CanCommand: Set Date Time Command Received|
+        display "Received Date Time Command" on "dateString" on 0 off
+        sent 0f584000 ext [18 03 05 0e 07 09]
+    )");
+    QTest::newRow("serial number") << frame(0x0F1A02C2, "0141") << transcript(R"(
+        info |processP3CanCommand: Set Serial Command Received|
+        display "Received Serial Command" on "A" on 0 off
+        sent 0f584000 ext []
+    )");
+    QTest::newRow("rest of the serial number") << frame(0x0F1A02C3, "42") << transcript(R"(
+        info |processP3CanCommand: Set Serial Ext Command Received|
+        display "Received Serial Command" on "NotReceivedB" on 0 off
+        sent 0f584000 ext []
+    )");
+}
+
+void tst_p3_settings::settingsAreShownDuringATransferToo()
+{
+    QFETCH(QCanBusFrame, command);
+    session().transferInProgress = true;
+    manager->serialNumberLength = 8;
+    call("processP3CanCommand", command);
+    QTEST(eventsButDebug(), "expected");
+    QVERIFY(session().transferInProgress);
 }
 
 // ---- Serial number
@@ -231,6 +333,20 @@ void tst_p3_settings::serialOfSevenBytesNeedsOneFrame()
         sent 0f584000 ext []
     )"));
     QCOMPARE(ServiceTree::read("serialNumber"), "1234567\n");
+}
+
+void tst_p3_settings::serialOfEightBytesNeedsTwoFrames()
+{
+    call("processP3SetSerialResponse", frame(0x0F1A02C2, "0841424344454647"));
+    QCOMPARE(eventsButDebug(), transcript("sent 0f584000 ext []"));
+    QCOMPARE(ServiceTree::read("serialNumber"), "(no file)");
+
+    call("processP3SetSerialExtResponse", frame(0x0F1A02C3, "48"));
+    QCOMPARE(eventsButDebug(), transcript(R"(
+        display "Received Serial Command" on "ABCDEFGH" on 0 off
+        sent 0f584000 ext []
+    )"));
+    QCOMPARE(ServiceTree::read("serialNumber"), "ABCDEFGH\n");
 }
 
 void tst_p3_settings::longSerialComesInTwoFrames()
@@ -362,12 +478,34 @@ void tst_p3_settings::serialBytesBeyondTheLengthAreIgnored()
     QTEST(ServiceTree::read("serialNumber"), "stored");
 }
 
+void tst_p3_settings::serialIsUtf8_data()
+{
+    QTest::addColumn<QByteArray>("first");
+    QTest::addColumn<QByteArray>("rest");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QByteArray>("stored");
+
+    QTest::newRow("in the first frame") << QByteArray("04c3a4c39f") << QByteArray()
+                                        << u"\u00e4\u00df"_s << QByteArray("\xc3\xa4\xc3\x9f\n");
+    QTest::newRow("in the second frame") << QByteArray("0941424344454647") << QByteArray("c3a4")
+                                         << u"ABCDEFG\u00e4"_s << QByteArray("ABCDEFG\xc3\xa4\n");
+    // Each frame is decoded by itself.
+    QTest::newRow("split between the frames")
+        << QByteArray("08414243444546c3") << QByteArray("a4") << u"ABCDEF\ufffd\ufffd"_s
+        << QByteArray("ABCDEF\xef\xbf\xbd\xef\xbf\xbd\n");
+}
+
 void tst_p3_settings::serialIsUtf8()
 {
-    call("processP3SetSerialResponse", frame(0x0F1A02C2, "04c3a4c39f"));
-    QCOMPARE(manager->serialNumber, u"\u00e4\u00df"_s);
-    QCOMPARE(ServiceTree::read("serialNumber"), "\xc3\xa4\xc3\x9f\n");
-    QVERIFY(events().contains(u"display \"Received Serial Command\" on \"\u00e4\u00df\" on 0 off"_s));
+    QFETCH(QByteArray, first);
+    QFETCH(QByteArray, rest);
+    QFETCH(QString, text);
+    call("processP3SetSerialResponse", frame(0x0F1A02C2, first.constData()));
+    if (!rest.isEmpty())
+        call("processP3SetSerialExtResponse", frame(0x0F1A02C3, rest.constData()));
+    QCOMPARE(manager->serialNumber, text);
+    QTEST(ServiceTree::read("serialNumber"), "stored");
+    QVERIFY(events().contains(u"display \"Received Serial Command\" on \"%1\" on 0 off"_s.arg(text)));
 }
 
 void tst_p3_settings::serialOfTwentyBytesCannotBeCompleted()
@@ -440,6 +578,7 @@ void tst_p3_settings::serialExtTooShortStoresTheFirstPart()
         sent 0f584000 ext []
     )"));
     QCOMPARE(manager->serialNumber, u"SN12345"_s);
+    QCOMPARE(manager->serialNumberLength, 12u);
     QCOMPARE(ServiceTree::read("serialNumber"), "SN12345\n");
 }
 
@@ -463,18 +602,41 @@ void tst_p3_settings::serialLengthIsAByte()
 void tst_p3_settings::serialWithoutItsDirectoryFails_data()
 {
     QTest::addColumn<QByteArray>("handler");
+    QTest::addColumn<quint32>("length");
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<QStringList>("expected");
 
-    QTest::newRow("first frame") << QByteArray("processP3SetSerialResponse") << QByteArray("0141") << transcript(R"(
+    QTest::newRow("first frame") << QByteArray("processP3SetSerialResponse") << 0u << QByteArray("0141") << transcript(R"(
         debug |processP3SetSerialResponse: received  1 bytes of  1 : rcvSerialNumber  "A"|
         warning |processP3SetSerialResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
         debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
         sent 0f5840ba ext []
         debug |writeFrame: Frame sent with ID: "f5840ba"|
     )");
-    QTest::newRow("second frame") << QByteArray("processP3SetSerialExtResponse") << QByteArray("4142") << transcript(R"(
+    QTest::newRow("first frame that is too short") << QByteArray("processP3SetSerialResponse") << 0u << QByteArray("0241") << transcript(R"(
+        warning |processP3SetSerialResponse: Not enough data to parse serial string:  2|
+        warning |processP3SetSerialResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
+        debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
+        sent 0f5840ba ext []
+        debug |writeFrame: Frame sent with ID: "f5840ba"|
+    )");
+    QTest::newRow("second frame") << QByteArray("processP3SetSerialExtResponse") << 8u << QByteArray("4142") << transcript(R"(
         debug |processP3SetSerialExtResponse: received  2 bytes of  8 : rcvSerialNumber  "NotReceivedA"|
+        warning |processP3SetSerialExtResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
+        debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
+        sent 0f5840ba ext []
+        debug |writeFrame: Frame sent with ID: "f5840ba"|
+    )");
+    QTest::newRow("second frame that is too short") << QByteArray("processP3SetSerialExtResponse") << 9u << QByteArray("41") << transcript(R"(
+        warning |processP3SetSerialExtResponse: Not enough data to parse serial string:  1|
+        warning |processP3SetSerialExtResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
+        debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
+        sent 0f5840ba ext []
+        debug |writeFrame: Frame sent with ID: "f5840ba"|
+    )");
+    QTest::newRow("second frame after a complete number") << QByteArray("processP3SetSerialExtResponse") << 3u << QByteArray("31323334353637") << transcript(R"(
+        warning |processP3SetSerialExtResponse: Something has gone wrong, I have already received the full serial. I should not get this:  7|
+        debug |processP3SetSerialExtResponse: received  7 bytes of  3 : rcvSerialNumber  "NotReceived1234567"|
         warning |processP3SetSerialExtResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
         debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
         sent 0f5840ba ext []
@@ -485,9 +647,10 @@ void tst_p3_settings::serialWithoutItsDirectoryFails_data()
 void tst_p3_settings::serialWithoutItsDirectoryFails()
 {
     QFETCH(QByteArray, handler);
+    QFETCH(quint32, length);
     QFETCH(QByteArray, payload);
     QVERIFY(QDir(ServiceTree::path("")).removeRecursively());
-    manager->serialNumberLength = 8;
+    manager->serialNumberLength = length;
     call(handler.constData(), frame(0x0F1A02C2, payload.constData()));
     QTEST(events(), "expected");
     QVERIFY(!QFile::exists(ServiceTree::path("")));

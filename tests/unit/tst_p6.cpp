@@ -19,6 +19,8 @@ private slots:
     void messagesAreDispatchedByType();
     void secondDestinationIsServedAlike();
     void commandResponseBitIsNotLookedAt();
+    void bitsWithoutMeaningAreNotLookedAt_data();
+    void bitsWithoutMeaningAreNotLookedAt();
     void foreignMessagesAreDropped_data();
     void foreignMessagesAreDropped();
     void unknownTypesAreNotAnswered_data();
@@ -48,6 +50,7 @@ private slots:
     void initTransferReportsAMissingDirectoryInTheLogOnly();
     void initTransferReportsAReadOnlyDirectoryInTheLogOnly();
     void initTransferClosesTheFileOfAnUnfinishedTransfer();
+    void initTransferLeavesRecordAndDisplay_data();
     void initTransferLeavesRecordAndDisplay();
 
     void completeConfigurationIsInstalled();
@@ -157,6 +160,48 @@ void tst_p6::commandResponseBitIsNotLookedAt()
     QVERIFY(lines.contains(u"sent 1b580000 ext [0a 3f e8 03 e8 03 60 ea]"_s));
 }
 
+// Bits 11 and 9 to 0 of the identifier; in a Data Frame 9 to 4 are its number.
+void tst_p6::bitsWithoutMeaningAreNotLookedAt_data()
+{
+    QTest::addColumn<QCanBusFrame>("message");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("Transfer Info") << frame(0x1B1A0BFF, "000810270000") << transcript(R"(
+        info |processP6CanCommand: P6 Message Type Transfer Info received|
+        sent 1b580000 ext [0a 3f e8 03 e8 03 60 ea]
+    )");
+    QTest::newRow("Initiate Transfer") << frame(0x1B1A1BFF, "0208000001000000") << transcript(R"(
+        info |processP6CanCommand: P6 Message Type Initiate Transfer received|
+        info |Successfully initialized output file: "/media/service/korvane/pendingUpdates/file.log"|
+        sent 1b581000 ext [00 00 00 00 00 00 00 00]
+    )");
+    QTest::newRow("Record Start") << frame(0x1B1A2BFF, "0105000000") << transcript(R"(
+        info |processP6CanCommand: P6 Message Type Record Start received|
+        display "Receiving Configuration File" on "Empty String" off inf on
+    )");
+    QTest::newRow("Record End") << frame(0x1B1A3BFF, "01000000") << transcript(R"(
+        info |processP6CanCommand: P6 Message Type Record End received|
+        sent 1b5830ba ext [01]
+    )");
+    QTest::newRow("Transfer Complete") << frame(0x1B1A4BFF, "01000000") << transcript(R"(
+        info |processP6CanCommand: P6 Message Type Transfer Complete received|
+        display "Received Configuration File" on "Checking" on 1 on
+        warning |QFSFileEngine::open: No file name specified|
+        critical |CalculateCRC32 Error: Failed to open file: "No file name specified"|
+        info |processP6TransferCompleteCommand: Received CRC:  1 Calculated CRC:  0|
+        critical |processP6TransferCompleteCommand: CRCs dont match!|
+        sent 1b5840ba ext [00 00 00 00]
+        display "Received Configuration File" on "Done" on 1 on
+    )");
+}
+
+void tst_p6::bitsWithoutMeaningAreNotLookedAt()
+{
+    QFETCH(QCanBusFrame, message);
+    call("processP6CanMessage", message);
+    QTEST(eventsButDebug(), "expected");
+}
+
 void tst_p6::foreignMessagesAreDropped_data()
 {
     QTest::addColumn<quint32>("identifier");
@@ -167,6 +212,9 @@ void tst_p6::foreignMessagesAreDropped_data()
     )");
     QTest::newRow("to another destination") << 0x1B190000u << transcript(R"(
         debug |processP6CanCommand: Received P6 Frame srcID:  24  destID:  25  p6Type:  0 cmdResp:  0|
+    )");
+    QTest::newRow("to the second destination from another source") << 0x1AEE0000u << transcript(R"(
+        debug |processP6CanCommand: Received P6 Frame srcID:  23  destID:  14  p6Type:  0 cmdResp:  0|
     )");
     QTest::newRow("unknown type from another source") << 0x1AFA5400u << transcript(R"(
         debug |processP6CanCommand: Received P6 Frame srcID:  23  destID:  26  p6Type:  5 cmdResp:  1|
@@ -202,11 +250,13 @@ void tst_p6::unknownTypesAreNotAnswered()
 {
     QFETCH(quint32, identifier);
     QFETCH(QString, number);
+    beginTransfer();
+    const QStringList before = state();
     call("processP6CanMessage", frame(identifier, "0008102700000000"));
     QCOMPARE(eventsButDebug(),
              QStringList{u"warning |processP6CanCommand: P6 Message Type received that is "
                          "unknown:  \"%1\"|"_s.arg(number)});
-    QCOMPARE(session().fileSize, 0u);
+    QCOMPARE(state(), before);
 }
 
 void tst_p6::errorFrameIsDropped()
@@ -580,8 +630,18 @@ void tst_p6::initTransferClosesTheFileOfAnUnfinishedTransfer()
     QCOMPARE(ServiceTree::read("pendingUpdates/package.tar"), "new");
 }
 
+void tst_p6::initTransferLeavesRecordAndDisplay_data()
+{
+    QTest::addColumn<bool>("transferInProgress");
+
+    QTest::newRow("before a transfer") << false;
+    QTest::newRow("during a transfer") << true;
+}
+
 void tst_p6::initTransferLeavesRecordAndDisplay()
 {
+    QFETCH(bool, transferInProgress);
+    session().transferInProgress = transferInProgress;
     session().blockDataLength = 3;
     session().blockBuffer = "abc";
     session().expectedFrameNumber = 7;
@@ -589,7 +649,7 @@ void tst_p6::initTransferLeavesRecordAndDisplay()
     session().framesToFollow = 5;
     call("processP6InitTransferCommand", frame(0x1B1A1000, "0208000001000000"));
     QVERIFY(events().filter(u"display "_s).isEmpty());
-    QVERIFY(!session().transferInProgress);
+    QCOMPARE(session().transferInProgress, transferInProgress);
     QCOMPARE(session().blockDataLength, 3);
     QCOMPARE(session().blockBuffer, "abc");
     QCOMPARE(session().expectedFrameNumber, 7u);
