@@ -59,6 +59,7 @@ private slots:
     void completeWithWrongCrcInstallsNothing();
     void completeWithoutACrcCountsAsCrc0_data();
     void completeWithoutACrcCountsAsCrc0();
+    void completeWithoutACrcMatchesCrc0();
     void completeWithoutATransferMatchesCrc0();
     void completeOfAVanishedFileFails();
     void completeChecksTheAnnouncedSizeOnly();
@@ -778,6 +779,12 @@ void tst_p6::completeWithoutACrcCountsAsCrc0()
         sent 1b5840ba ext [26 39 f4 cb]
         display "Received Generic File" on "Done" on 1 on
     )"));
+}
+
+void tst_p6::completeWithoutACrcMatchesCrc0()
+{
+    call("processP6TransferCompleteCommand", frame(0x1B1A4000, "0102030405"));
+    QCOMPARE(sentFrames(), transcript("sent 1b584000 ext [00 00 00 00]"));
 }
 
 void tst_p6::completeWithoutATransferMatchesCrc0()

@@ -59,6 +59,8 @@ private slots:
     void moreShortFramesThanTheRecordHasAreSafe();
 
     void wholeTransferOverTheDevice();
+    void messageChangesOnlyItsFields_data();
+    void messageChangesOnlyItsFields();
     void anyFrameInAnyOrderIsSafe();
 
 private:
@@ -515,6 +517,9 @@ void tst_p6_records::recordEndReportsAClosedFileInTheLogOnly()
         critical |Cannot write block data; output file is not open!|
         sent 1b583000 ext [00]
     )"));
+    // A record that differs is not to be written.
+    call("processP6RecordEndCommand", frame(0x1B1A3000, "1cb6dc69"));
+    QCOMPARE(eventsButDebug(), transcript("sent 1b5830ba ext [01]"));
 }
 
 void tst_p6_records::recordEndKeepsTheRecord()
@@ -567,6 +572,8 @@ void tst_p6_records::recordEndReportsAWriteErrorInTheLogOnly()
         sent 1b583000 ext [00]
     )"));
     QCOMPARE(ServiceTree::read("pendingUpdates/file.log"), "kept");
+    QVERIFY(session().outputFile.isOpen());
+    QCOMPARE(session().blockBuffer.size(), 16);
 }
 
 void tst_p6_records::recordEndOnAFullDiskFailsWhenTheBufferIsFull()
@@ -695,6 +702,59 @@ void tst_p6_records::wholeTransferOverTheDevice()
         display "Received Generic File" on "Done" on 1 on
     )"));
     QCOMPARE(ServiceTree::read("pendingUpdates/file.log"), "ABCDEFGHIJKLMNOPQRS");
+}
+
+void tst_p6_records::messageChangesOnlyItsFields_data()
+{
+    QTest::addColumn<QCanBusFrame>("message");
+    QTest::addColumn<QStringList>("changed");
+
+    QTest::newRow("Transfer Info") << frame(0x1B1A0000, "030801000000")
+                                   << QStringList{u"fileSize 1"_s, u"fileType 3"_s};
+    QTest::newRow("Transfer Info of another version")
+        << frame(0x1B1A0000, "030401000000") << QStringList();
+    QTest::newRow("Transfer Info without payload") << frame(0x1B1A0000) << QStringList();
+    QTest::newRow("Initiate Transfer of another version")
+        << frame(0x1B1A1000, "0304000001000000") << QStringList();
+    QTest::newRow("Initiate Transfer of another size")
+        << frame(0x1B1A1000, "03080000010000") << QStringList();
+    QTest::newRow("Record Start")
+        << frame(0x1B1A2000, "0105000000")
+        << QStringList{u"currentBlockNumber 5"_s, u"blockDataLength 8"_s,
+                       u"blockBuffer 0000000000000000"_s, u"expectedFrameNumber 0"_s,
+                       u"framesToFollow 1"_s};
+    QTest::newRow("Record Start of another size") << frame(0x1B1A2000, "01050000") << QStringList();
+    QTest::newRow("Data Frame")
+        << frame(0x1B1AF010, "4344")
+        << QStringList{u"blockDataLength 12"_s,
+                       u"blockBuffer 414200000000000043440000000000000000000000000000"_s,
+                       u"expectedFrameNumber 2"_s};
+    QTest::newRow("Data Frame out of order") << frame(0x1B1AF020, "4344") << QStringList();
+    // The CRC-32 of "AB" and 16 zeros.
+    QTest::newRow("Record End") << frame(0x1B1A3000, "fffcbebb")
+                                << QStringList{u"outputFile \"%1\" mode 2 at 18"_s};
+    QTest::newRow("Record End of another CRC") << frame(0x1B1A3000, "01020304") << QStringList();
+    // The file is empty, and so its CRC-32 is 0.
+    for (const auto &[name, crc] : {std::pair("Transfer Complete", "00000000"),
+                                    std::pair("Transfer Complete of another size", "0000000001"),
+                                    std::pair("Transfer Complete of another CRC", "01020304")}) {
+        QTest::newRow(name) << frame(0x1B1A4000, crc)
+                            << QStringList{u"outputFile \"%1\" mode 0 at 0"_s,
+                                           u"transferInProgress 0"_s};
+    }
+}
+
+void tst_p6_records::messageChangesOnlyItsFields()
+{
+    QFETCH(QCanBusFrame, message);
+    QFETCH(QStringList, changed);
+    beginTransfer();
+    const QStringList before = state();
+    receive({message});
+    QStringList differing = state();
+    differing.removeIf([&before](const QString &line) { return before.contains(line); });
+    changed.replaceInStrings(u"%1"_s, session().outputFile.fileName());
+    QCOMPARE(differing, changed);
 }
 
 void tst_p6_records::anyFrameInAnyOrderIsSafe()
