@@ -56,6 +56,7 @@ private slots:
     void unpackingKilledCountsAsItsSignal();
     void unpackingThatWarnsSucceeds();
     void unpackingWaitsWithoutLimit();
+    void unpackingLetsNothingElseRun();
     void unpackingTakesTheDirectoryAsItIs();
     void unpackingSyncsAfterTarHasEnded();
 
@@ -64,6 +65,7 @@ private slots:
     void installationWithoutArchiveClearsAllTheSame();
     void installationOfACorruptArchiveGoesOn();
     void installationGoesOnWithAReadOnlyBackup();
+    void installationGoesOnWithAReadOnlyLiveDirectory();
     void installationGoesOnWithoutTheLiveDirectory();
     void installationWithoutTar();
     void installationTouchesNoState();
@@ -291,6 +293,17 @@ void tst_filestore_menu::unpackingWaitsWithoutLimit()
     QVERIFY(tarArguments().endsWith("\nended\n"));
 }
 
+void tst_filestore_menu::unpackingLetsNothingElseRun()
+{
+    standInForTar("sleep 0.2");
+    ServiceTree::write("application/menu/menu.tar", "archive");
+    bool ran = false;
+    QMetaObject::invokeMethod(this, [&ran] { ran = true; }, Qt::QueuedConnection);
+    manager->DecompressMenuFile(u"/media/service/korvane/application/menu/"_s);
+    QVERIFY(!ran);
+    QTRY_VERIFY(ran);
+}
+
 void tst_filestore_menu::unpackingTakesTheDirectoryAsItIs()
 {
     manager->DecompressMenuFile(u"/media/service/korvane/application/menu"_s);
@@ -448,6 +461,22 @@ void tst_filestore_menu::installationGoesOnWithAReadOnlyBackup()
                              "/media/service/korvane/application/menu/menu.tar\n"
                              "-C\n"
                              "/media/service/korvane/application/menu/\n");
+}
+
+void tst_filestore_menu::installationGoesOnWithAReadOnlyLiveDirectory()
+{
+    standInForTar("");
+    ServiceTree::write("application/factory/menu/menu.tar", m_archive);
+    ServiceTree::write("application/menu/menu.tar", "old");
+    const ServiceTree::ReadOnly readOnly("application/menu");
+    manager->processReceivedMenuFile();
+    // The messages call the live archive a backup too.
+    QCOMPARE(eventsButDebug().mid(3, 4), transcript(R"(
+        info |Success! File safely backed up to: "/media/service/korvane/application/backup/menu/menu.tar"|
+        critical |Backup Error: Failed to remove old backup file: "/media/service/korvane/application/menu/menu.tar"|
+        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/menu/menu.tar" to "/media/service/korvane/application/menu/menu.tar"|
+        sync
+    )"));
 }
 
 void tst_filestore_menu::installationGoesOnWithoutTheLiveDirectory()
