@@ -522,8 +522,6 @@ void ShipwrightTest::failure_hasItsExitStatus_data()
         << QStringList{u"fly"_s} << 2 << u"\"fly\" is not a command."_s;
     QTest::newRow("unknown option") << QStringList{u"info"_s, u"--loud"_s} << 2
                                     << u"Unknown option 'loud'.\nTry: shipwright info --help\n"_s;
-    QTest::newRow("missing value") << QStringList{u"provision"_s, u"--time"_s} << 2
-                                   << u"Missing value after '--time'."_s;
     QTest::newRow("unknown file type") << QStringList{u"send"_s, u"song"_s, path} << 2
                                        << u"\"song\" is not a file type."_s;
     QTest::newRow("missing argument") << QStringList{u"send"_s, u"generic"_s} << 2
