@@ -1,16 +1,17 @@
 #!/usr/bin/env python3
 """Runs the benchmarks, prints a table with the mark beside each figure and writes JSON.
 
-    bench.py BUILD_DIR OUTPUT_DIR [--quick] [--growth] [ROW...]
+    bench.py BUILD_DIR OUTPUT_DIR [--quick] [--document FILE] [ROW...]
 
 Each figure is a ratio of two medians measured in turns in one run, so that it says the same on
 a faster machine and on a busy one. ROW picks rows of the table by the beginning of their names;
---quick measures less often; --growth adds how cost grows, as data and pictures.
+--quick measures less often. --document writes the table into FILE, between its two markers.
 """
 
 import argparse
 import datetime
 import json
+import os
 import pathlib
 import platform
 import statistics
@@ -179,19 +180,39 @@ def verdict(figure, mark):
     return "met" if (figure >= -mark if mark < 0 else figure <= mark) else "MISSED"
 
 
+def document(path, results):
+    """Replaces what stands between the markers of the document by this run's table."""
+    release = platform.freedesktop_os_release()["PRETTY_NAME"]
+    with open("/proc/cpuinfo", encoding="utf-8") as lines:
+        processor = next(line.split(": ")[1].strip() for line in lines if line.startswith("model name"))
+    table = [f"{processor}, {os.cpu_count()} cores, {release}, {datetime.date.today()}:", "",
+             "| what | against | figure | mark | | made of |", "|---|---|---|---|---|---|"]
+    for row in results:
+        verdict_text = "**missed**" if row["verdict"] == "MISSED" else row["verdict"]
+        table.append(f"| {row['what']} | {row['against']} | {row['figure']:.2f} {row['unit']} | "
+                     f"{row['mark']} | {verdict_text} | {row['made of']} |")
+    text = path.read_text(encoding="utf-8")
+    begin, end = "<!-- figures -->\n", "<!-- end of figures -->\n"
+    before, rest = text.split(begin)
+    after = rest.split(end)[1]
+    path.write_text(before + begin + "\n" + "\n".join(table) + "\n\n" + end + after, encoding="utf-8")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", type=lambda path: pathlib.Path(path).resolve())
     parser.add_argument("output", type=pathlib.Path)
     parser.add_argument("--quick", action="store_true")
-    parser.add_argument("--growth", action="store_true")
+    parser.add_argument("--document", type=pathlib.Path)
     parser.add_argument("rows", nargs="*")
     arguments = parser.parse_intermixed_args()
     bench = Bench(arguments.build, arguments.quick)
     for row in arguments.rows:
         if not any(name.startswith(row) for name, *_ in rows(bench)):
             parser.error(f"no row's name begins with \"{row}\"")
+    if arguments.document and (arguments.quick or arguments.rows):
+        parser.error("--document takes the whole table, measured in full")
     arguments.output.mkdir(parents=True, exist_ok=True)
 
     results = []
@@ -215,9 +236,8 @@ def main():
               "time": datetime.datetime.now(datetime.timezone.utc).isoformat(timespec="seconds"),
               "rows": results, "samples": bench.samples}
     (arguments.output / "bench.json").write_text(json.dumps(report, indent=1) + "\n")
-    if arguments.growth:
-        import growth
-        growth.draw(bench, arguments.output)
+    if arguments.document and not failed:
+        document(arguments.document, results)
     return 1 if failed else 0
 
 
