@@ -77,10 +77,11 @@ void dataFrames(benchmark::State &state)
     BenchReceiver receiver;
     CanDevice device;
     device.connectDevice();
-    compare(state, 32, {
-        {"receiver", [&] { receiver.receiveData(); }},
-        {"discarded", [&] { discard(device, record.data()); }},
-    });
+    compare(state, 32,
+            {
+                {"receiver", [&] { receiver.receiveData(); }},
+                {"discarded", [&] { discard(device, record.data()); }},
+            });
     if (!receiver.gotData())
         state.SkipWithError("the frames are not in the record buffer");
 }
@@ -114,13 +115,15 @@ void records(benchmark::State &state)
     receiver.device.receive(std::array{initiatePackage(manyRecords)});
     CanDevice device;
     device.connectDevice();
-    const int file = ::open(Paths::genericFile.data(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int file = ::open(Paths::genericFile.data(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
+                            0644);
     constexpr int batches = 32;
-    compare(state, batches, {
-        {"receiver", [&] { receiver.device.receive(record.all()); }},
-        {"bare", [&] { writeBare(device, file); }},
-        {"discarded", [&] { discard(device, record.all()); }},
-    });
+    compare(state, batches,
+            {
+                {"receiver", [&] { receiver.device.receive(record.all()); }},
+                {"bare", [&] { writeBare(device, file); }},
+                {"discarded", [&] { discard(device, record.all()); }},
+            });
     ::close(file);
     const qint64 expected = (1 + state.iterations() * batches) * qint64(Record::bytes);
     if (QFile(Paths::package).size() != expected || QFile(Paths::genericFile).size() != expected)
@@ -148,19 +151,20 @@ void logDataFrame(quint32 id, const QByteArray &payload)
 void logDataFrames()
 {
     for (const can_frame &frame : record.data())
-        logDataFrame(frame.can_id & CAN_EFF_MASK,
-                     QByteArray::fromRawData(reinterpret_cast<const char *>(frame.data),
-                                             frame.can_dlc));
+        logDataFrame(
+            frame.can_id & CAN_EFF_MASK,
+            QByteArray::fromRawData(reinterpret_cast<const char *>(frame.data), frame.can_dlc));
 }
 
 void loggedDataFrames(benchmark::State &state)
 {
     const Logging logging(everyLevel);
     BenchReceiver receiver;
-    compare(state, 2, {
-        {"receiver", [&] { receiver.receiveData(); }},
-        {"messages", logDataFrames},
-    });
+    compare(state, 2,
+            {
+                {"receiver", [&] { receiver.receiveData(); }},
+                {"messages", logDataFrames},
+            });
 }
 BENCHMARK(loggedDataFrames)->Name("logged");
 
@@ -215,10 +219,12 @@ void fileCrc(benchmark::State &state)
     CanBusManager manager;
     quint32 crc = 0;
     quint32 bare = 0;
-    compare(state, 1, {
-        {"receiver", [&] { crc = manager.CalculateCRC32(QString::fromLatin1(bigFile), 0, bigSize); }},
-        {"bare", [&] { bare = bareCrc(); }},
-    });
+    compare(state, 1,
+            {
+                {"receiver",
+                 [&] { crc = manager.CalculateCRC32(QString::fromLatin1(bigFile), 0, bigSize); }},
+                {"bare", [&] { bare = bareCrc(); }},
+            });
     if (crc != bare)
         state.SkipWithError("the CRC is wrong");
 }

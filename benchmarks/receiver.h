@@ -1,7 +1,7 @@
 #pragma once
 
-#include "candevice.h"
 #include "canbusmanager.h"
+#include "candevice.h"
 #include "record.h"
 
 #include <QLoggingCategory>

@@ -15,7 +15,7 @@ can_frame extended(quint32 id, std::span<const uchar> payload)
 {
     can_frame frame{};
     frame.can_id = id | CAN_EFF_FLAG;
-    frame.can_dlc = static_cast<__u8>(payload.size());
+    frame.can_dlc = __u8(payload.size());
     std::copy(payload.begin(), payload.end(), frame.data);
     return frame;
 }

@@ -29,5 +29,6 @@ can_frame initiatePackage(unsigned records);
 can_frame complete(unsigned crc);
 /// Transfer Info of a package of \a size bytes.
 can_frame announcePackage(unsigned size);
-/// A frame that is none of the receiver's business, of its own protocol between two other nodes, or of another.
+/// A frame that is none of the receiver's business: its own protocol between two other nodes, or
+/// another protocol.
 can_frame foreign(bool ofItsProtocol);

@@ -24,13 +24,13 @@ class CanBusManager : public QObject
 public:
     /// Touches no device; \a parent may be null.
     explicit CanBusManager(QObject *parent = nullptr);
-    /// Closes an output file that is still open. The CAN device is neither disconnected nor deleted.
+    /// Closes an output file that is still open. Neither disconnects nor deletes the CAN device.
     ~CanBusManager() override;
 
-    QCanBusDevice *canDevice = nullptr;         ///< created by init(), kept until the process ends
+    QCanBusDevice *canDevice = nullptr;          ///< created by init(), kept to the end
     KV_MultiPacket_Transfer multiPacketTransfer; ///< the P6 transfer session
-    QString serialNumber;                       ///< serial number assembled so far; "NotReceived" after init()
-    quint32 serialNumberLength = 0;             ///< length in bytes that the last set-serial announced, 0 to 255
+    QString serialNumber;                        ///< assembled so far; "NotReceived" after init()
+    quint32 serialNumberLength = 0;              ///< its announced length in bytes, 0 to 255
 
     /// Creates the SocketCAN device for "can0", configures it for classic 29-bit data frames
     /// without loopback, connects its signals and starts the connection.
@@ -79,9 +79,9 @@ public:
 signals:
     /// What the display is to show: two lines of text and the progress as a fraction, 0.0 to
     /// 1.0 = complete. Each emission replaces all six values.
-    void statusUpdated(QString actionName1_text, bool actionName1_visible,
-                       QString actionName2_text, bool actionName2_visible,
-                       double progressInd_percent, bool progressInd_visible);
+    void statusUpdated(QString actionName1_text, bool actionName1_visible, QString actionName2_text,
+                       bool actionName2_visible, double progressInd_percent,
+                       bool progressInd_visible);
 
 private slots:
     // Device events (canlink.cpp)

@@ -128,7 +128,6 @@ void CanBusManager::processP3CanEvent(QCanBusFrame frame)
 
 void CanBusManager::processP5CanMessage(QCanBusFrame)
 {
-    qCWarning(logCategory)
-        << "processP5CanMessage: Config File P5 Message Frame sent to Dockhand"
-        << " - No Action";
+    qCWarning(logCategory) << "processP5CanMessage: Config File P5 Message Frame sent to Dockhand"
+                           << " - No Action";
 }

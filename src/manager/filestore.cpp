@@ -113,10 +113,9 @@ quint32 CanBusManager::CalculateCRC32(QString path, long offset, long length)
 void CanBusManager::processReceivedConfigFile()
 {
     // No wildcard: the first name ends in an asterisk.
-    for (const QLatin1StringView name : {QLatin1StringView("nvParameters.conf*"),
-                                         QLatin1StringView("settingsChangeLog.db"),
-                                         QLatin1StringView("stats.db"),
-                                         QLatin1StringView("eventlog.db")}) {
+    for (const QLatin1StringView name :
+         {QLatin1StringView("nvParameters.conf*"), QLatin1StringView("settingsChangeLog.db"),
+          QLatin1StringView("stats.db"), QLatin1StringView("eventlog.db")}) {
         removeIfPresent(Paths::liveConfigDir + name);
     }
     ::sync();
@@ -179,9 +178,9 @@ void CanBusManager::DecompressMenuFile(QString dir)
         } else if (tar.exitCode() == 0) {
             qCInfo(logCategory) << "Success! Uncompressed menu.tar smoothly.";
         } else {
-            qCCritical(logCategory) << "Tar Error: Extraction failed with exit code:"
-                                    << tar.exitCode()
-                                    << "Details:" << tar.readAllStandardError().trimmed();
+            qCCritical(logCategory)
+                << "Tar Error: Extraction failed with exit code:" << tar.exitCode()
+                << "Details:" << tar.readAllStandardError().trimmed();
         }
     }
     ::sync();

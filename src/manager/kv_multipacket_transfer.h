@@ -17,21 +17,21 @@ public:
     {
     }
 
-    QFile outputFile;                ///< file being received; open from Initiate Transfer to Transfer Complete
-    QString outputFilePath;          ///< full path of outputFile
-    quint32 fileSize = 0;            ///< announced size of the file in bytes; length of the file's CRC
-    quint32 fileType = 0;            ///< file type code, 0 to 255
-    bool transferInProgress = false; ///< from the first Record Start to the end of Transfer Complete
+    QFile outputFile;       ///< open from Initiate Transfer to Transfer Complete
+    QString outputFilePath; ///< full path of outputFile
+    quint32 fileSize = 0;   ///< announced size of the file in bytes; length of the file's CRC
+    quint32 fileType = 0;   ///< file type code, 0 to 255
+    bool transferInProgress = false; ///< first Record Start to end of Transfer Complete
     quint32 infoParam1 = 0;          ///< receiver parameter; its low 16 bits are reported
     quint32 infoParam2 = 0;          ///< receiver parameter; its low 16 bits are reported
     quint32 infoParam3 = 0;          ///< receiver parameter; its low 16 bits are reported
     quint32 infoFrameLimit = 0;      ///< receiver parameter; its low 9 bits are reported
     quint8 infoFlag = 0;             ///< receiver flag, 0 or 1
     quint32 numberOfBlocks = 0;      ///< announced number of records; denominator of the progress
-    quint32 currentBlockNumber = 0;  ///< number of the record being received, as its Record Start says
+    quint32 currentBlockNumber = 0;  ///< the record being received, as its Record Start says
     qint32 blockDataLength = 0;      ///< valid bytes in blockBuffer; short frames make it smaller
-    QByteArray blockBuffer;          ///< record being received; frame k's bytes begin at index 8 * k
-    quint32 expectedFrameNumber = 0; ///< the only frame number that the next Data Frame may carry
+    QByteArray blockBuffer;          ///< record being received; frame k begins at index 8 * k
+    quint32 expectedFrameNumber = 0; ///< the number that the next Data Frame must carry
     quint32 framesToFollow = 0;      ///< announced number of the record's data frames, 0 to 255
     QByteArray auxBuffer1;           ///< not used
     QByteArray auxBuffer2;           ///< not used

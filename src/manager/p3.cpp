@@ -114,11 +114,11 @@ void CanBusManager::processP3SetDateTimeResponse(QCanBusFrame frame)
     if (payload.size() == Wire::dateTimeSize) {
         const auto byte = [&payload](qsizetype index) { return quint8(payload.at(index)); };
         // QDateTime takes a valid date with an invalid time of day at midnight.
-        dateTime = QDateTime(QDate(Wire::dateTimeEpoch + byte(Wire::dateTimeYear),
-                                   byte(Wire::dateTimeMonth), byte(Wire::dateTimeDay)),
-                             QTime(byte(Wire::dateTimeHour), byte(Wire::dateTimeMinute),
-                                   byte(Wire::dateTimeSecond)),
-                             Qt::UTC);
+        dateTime = QDateTime(
+            QDate(Wire::dateTimeEpoch + byte(Wire::dateTimeYear), byte(Wire::dateTimeMonth),
+                  byte(Wire::dateTimeDay)),
+            QTime(byte(Wire::dateTimeHour), byte(Wire::dateTimeMinute), byte(Wire::dateTimeSecond)),
+            Qt::UTC);
     }
     if (!dateTime.isValid()) {
         sendP3ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, slot, Wire::resultFailure,
@@ -145,14 +145,14 @@ quint32 CanBusManager::storeSerialNumber(const char *handler)
     QFile file(Paths::serialNumber);
     if (!file.open(QIODeviceBase::WriteOnly | QIODeviceBase::Text)) {
         qCWarning(logCategory).nospace()
-            << handler << ": File write failed! Verify directory permissions for path: "
-            << file.fileName();
+            << handler
+            << ": File write failed! Verify directory permissions for path: " << file.fileName();
         return Wire::resultFailure;
     }
     QTextStream(&file) << serialNumber << "\n";
     file.close();
-    qCDebug(logCategory).nospace() << handler << ": Successfully wrote serial number to storage: "
-                                   << serialNumber;
+    qCDebug(logCategory).nospace()
+        << handler << ": Successfully wrote serial number to storage: " << serialNumber;
     emit statusUpdated(QStringLiteral("Received Serial Command"), true, serialNumber, true, 0.0,
                        false);
     return Wire::resultSuccess;

@@ -115,11 +115,11 @@ void CanBusManager::processP6TransferInfoCommand(QCanBusFrame frame)
     qCDebug(logCategory) << "processP6TransferInfoCommand: packing the response data";
     QByteArray response(Wire::negotiationReplySize, '\0');
     char *const out = response.data();
-    qToLittleEndian(quint8(Wire::versionField.pack(Wire::protocolVersion)
-                           | quint32(multiPacketTransfer.infoFlag << Wire::infoFlagShift)
-                           | Wire::infoFrameLimitHighField.pack(
-                               multiPacketTransfer.infoFrameLimit >> 8)),
-                    out + Wire::infoFlagsOffset);
+    qToLittleEndian(
+        quint8(Wire::versionField.pack(Wire::protocolVersion)
+               | quint32(multiPacketTransfer.infoFlag << Wire::infoFlagShift)
+               | Wire::infoFrameLimitHighField.pack(multiPacketTransfer.infoFrameLimit >> 8)),
+        out + Wire::infoFlagsOffset);
     qToLittleEndian(quint8(multiPacketTransfer.infoFrameLimit), out + Wire::infoFrameLimitOffset);
     qToLittleEndian(quint16(multiPacketTransfer.infoParam1), out + Wire::infoParam1Offset);
     qToLittleEndian(quint16(multiPacketTransfer.infoParam2), out + Wire::infoParam2Offset);
@@ -171,8 +171,8 @@ void CanBusManager::processP6RecordStartCommand(QCanBusFrame frame)
     if (inData.size() == Wire::recordStartSize) {
         multiPacketTransfer.transferInProgress = true;
         multiPacketTransfer.framesToFollow = byteAt(inData, Wire::framesToFollowOffset);
-        multiPacketTransfer.blockDataLength =
-            qint32(multiPacketTransfer.framesToFollow * Wire::frameSize);
+        multiPacketTransfer.blockDataLength = qint32(multiPacketTransfer.framesToFollow
+                                                     * Wire::frameSize);
         multiPacketTransfer.blockBuffer.fill('\0', multiPacketTransfer.blockDataLength);
         multiPacketTransfer.expectedFrameNumber = 0;
         multiPacketTransfer.currentBlockNumber = numberAt(inData, Wire::blockNumberOffset);
@@ -181,12 +181,12 @@ void CanBusManager::processP6RecordStartCommand(QCanBusFrame frame)
     }
 
     // A number of records of 0 makes this infinite or not a number, which the display can bear.
-    const double progress =
-        double(multiPacketTransfer.currentBlockNumber) / double(multiPacketTransfer.numberOfBlocks);
-    emit statusUpdated(
-        QStringLiteral("Receiving ") % getFileTypeString(multiPacketTransfer.fileType)
-            % QStringLiteral(" File"),
-        true, QStringLiteral("Empty String"), false, progress, true);
+    const double progress = double(multiPacketTransfer.currentBlockNumber)
+        / double(multiPacketTransfer.numberOfBlocks);
+    emit statusUpdated(QStringLiteral("Receiving ")
+                           % getFileTypeString(multiPacketTransfer.fileType)
+                           % QStringLiteral(" File"),
+                       true, QStringLiteral("Empty String"), false, progress, true);
 }
 
 void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
@@ -206,7 +206,7 @@ void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
 
     char *const out = multiPacketTransfer.blockBuffer.data() + offset;
     if (payload.size() == Wire::frameSize)
-        std::memcpy(out, payload.constData(), Wire::frameSize); // a size known here: a move, no call
+        std::memcpy(out, payload.constData(), Wire::frameSize); // a known size: no call
     else
         std::memcpy(out, payload.constData(), size_t(payload.size()));
     multiPacketTransfer.blockDataLength -= qint32(Wire::frameSize - payload.size());
@@ -259,8 +259,8 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
         qCInfo(logCategory) << "processP6TransferCompleteCommand: File transfer complete. Output "
                                "file closed cleanly.";
     }
-    const quint32 calculated =
-        CalculateCRC32(multiPacketTransfer.outputFilePath, 0, long(multiPacketTransfer.fileSize));
+    const quint32 calculated = CalculateCRC32(multiPacketTransfer.outputFilePath, 0,
+                                              long(multiPacketTransfer.fileSize));
     qCInfo(logCategory) << "processP6TransferCompleteCommand: Received CRC: " << received
                         << "Calculated CRC: " << calculated;
 
@@ -272,8 +272,7 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
         if (multiPacketTransfer.fileType == Wire::fileConfiguration) {
             processReceivedConfigFile();
         } else {
-            qCInfo(logCategory)
-                << "processP6TransferCompleteCommand: Unkown file type received";
+            qCInfo(logCategory) << "processP6TransferCompleteCommand: Unkown file type received";
         }
         result = Wire::resultSuccess;
     }

@@ -16,7 +16,8 @@ inline constexpr QLatin1StringView liveConfig{
     "/media/service/korvane/application/main/systemConfig.json"};
 inline constexpr QLatin1StringView liveConfigDir{"/media/service/korvane/application/main/"};
 
-inline constexpr QLatin1StringView factoryMenuDir{"/media/service/korvane/application/factory/menu/"};
+inline constexpr QLatin1StringView factoryMenuDir{
+    "/media/service/korvane/application/factory/menu/"};
 inline constexpr QLatin1StringView backupMenuDir{"/media/service/korvane/application/backup/menu/"};
 inline constexpr QLatin1StringView liveMenuDir{"/media/service/korvane/application/menu/"};
 inline constexpr QLatin1StringView menuArchive{"menu.tar"}; ///< its name in each of the three

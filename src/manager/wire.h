@@ -31,15 +31,19 @@ inline constexpr quint32 protocolP5 = 5; ///< configuration file messages, not h
 inline constexpr quint32 protocolP6 = 6; ///< multipacket file transfer
 
 // ---- Nodes
-inline constexpr quint32 nodeShipwright = 24;  ///< the service tool
-inline constexpr quint32 nodeDockhand = 26;    ///< the receiver
-inline constexpr quint32 nodeDockhandAlt = 14; ///< second destination that the receiver answers to
+inline constexpr quint32 nodeShipwright = 24; ///< the service tool
+inline constexpr quint32 nodeDockhand = 26;   ///< the receiver
+/// second destination that the receiver answers to
+inline constexpr quint32 nodeDockhandAlt = 14;
 
 // ---- Result codes in a response's responseNumber
-inline constexpr quint32 resultSuccess = 0;               ///< accepted
-inline constexpr quint32 resultTransferInfoRejected = 29; ///< Transfer Info too short or wrong version
-inline constexpr quint32 resultInitTransferRejected = 30; ///< Initiate Transfer of wrong size or version
-inline constexpr quint32 resultFailure = 186;             ///< P3 command failed, or P6 CRC mismatch
+inline constexpr quint32 resultSuccess = 0; ///< accepted
+/// Transfer Info too short or wrong version
+inline constexpr quint32 resultTransferInfoRejected = 29;
+/// Initiate Transfer of wrong size or version
+inline constexpr quint32 resultInitTransferRejected = 30;
+/// P3 command failed, or P6 CRC mismatch
+inline constexpr quint32 resultFailure = 186;
 
 // ---- P3 identifier fields
 inline constexpr Field p3Response{14, 1};     ///< 1 in a response, 0 in a command or an event
@@ -52,7 +56,8 @@ inline constexpr Field responseNumber{0, 10}; ///< result code of a P3 or P6 res
 inline constexpr quint32 p3InterfaceShipwright = 11; ///< the only interface the receiver serves
 
 // ---- P3 operations
-inline constexpr quint32 p3StartConfig = 0;      ///< start of configuration: a5 5a, answered 5a a5
+/// start of configuration: a5 5a, answered 5a a5
+inline constexpr quint32 p3StartConfig = 0;
 inline constexpr quint32 p3SetDateTime = 1;      ///< set the clock
 inline constexpr quint32 p3SetSerial = 2;        ///< serial number: its length and first bytes
 inline constexpr quint32 p3SetSerialExt = 3;     ///< serial number: its remaining bytes
@@ -60,7 +65,8 @@ inline constexpr quint32 p3EndConfiguration = 4; ///< end of configuration
 
 // ---- P3 payloads
 inline constexpr char startConfigRequest[] = "A55A"; ///< hexadecimal prefix of a start command
-inline constexpr char startConfigReply[] = "5AA5";   ///< hexadecimal payload of its success response
+/// hexadecimal payload of its success response
+inline constexpr char startConfigReply[] = "5AA5";
 
 inline constexpr qsizetype dateTimeSize = 6;   ///< set-date-time payload: one byte each of:
 inline constexpr qsizetype dateTimeYear = 0;   ///< years since dateTimeEpoch
@@ -71,9 +77,10 @@ inline constexpr qsizetype dateTimeMinute = 4; ///< minute
 inline constexpr qsizetype dateTimeSecond = 5; ///< second
 inline constexpr int dateTimeEpoch = 2000;     ///< year of value 0
 
-inline constexpr qsizetype serialLength = 0;       ///< set-serial: total length in bytes
-inline constexpr qsizetype serialText = 1;         ///< set-serial: first bytes of the text, UTF-8
-inline constexpr qsizetype serialFirstFrameMax = 7; ///< bytes of the text in set-serial; the rest follows
+inline constexpr qsizetype serialLength = 0; ///< set-serial: total length in bytes
+inline constexpr qsizetype serialText = 1;   ///< set-serial: first bytes of the text, UTF-8
+/// bytes of the text in set-serial; the rest follows
+inline constexpr qsizetype serialFirstFrameMax = 7;
 
 // ---- P6 identifier fields
 inline constexpr Field p6Type{12, 4};            ///< message type
@@ -81,41 +88,61 @@ inline constexpr Field p6CommandResponse{10, 1}; ///< command/response bit, 0 in
 inline constexpr Field p6FrameNumber{4, 6};      ///< place of a Data Frame in its record, from 0
 
 // ---- P6 message types
-inline constexpr quint32 p6TransferInfo = 0;     ///< file type and size; asks for the receiver parameters
-inline constexpr quint32 p6InitTransfer = 1;     ///< file type and number of records; opens the file
+/// file type and size; asks for the receiver parameters
+inline constexpr quint32 p6TransferInfo = 0;
+/// file type and number of records; opens the file
+inline constexpr quint32 p6InitTransfer = 1;
 inline constexpr quint32 p6RecordStart = 2;      ///< opens a record; not answered
 inline constexpr quint32 p6RecordEnd = 3;        ///< CRC-32 of the record
 inline constexpr quint32 p6TransferComplete = 4; ///< CRC-32 of the file
 inline constexpr quint32 p6DataFrame = 15;       ///< up to 8 bytes of the file; not answered
 
 // ---- P6 payloads
-inline constexpr qsizetype frameSize = 8;   ///< bytes of a full data frame
-inline constexpr qsizetype crcSize = 4;     ///< payload of Record End, Transfer Complete and its response
-inline constexpr qsizetype recordFrames = 64; ///< most data frames of a record: p6FrameNumber has 6 bits
+inline constexpr qsizetype frameSize = 8; ///< bytes of a full data frame
+/// payload of Record End, Transfer Complete and its response
+inline constexpr qsizetype crcSize = 4;
+/// most data frames of a record: p6FrameNumber has 6 bits
+inline constexpr qsizetype recordFrames = 64;
 
-inline constexpr quint32 protocolVersion = 2; ///< version that Transfer Info and Initiate Transfer carry
-inline constexpr Field versionField{2, 6};    ///< the version in payload byte versionOffset
+/// version that Transfer Info and Initiate Transfer carry
+inline constexpr quint32 protocolVersion = 2;
+inline constexpr Field versionField{2, 6}; ///< the version in payload byte versionOffset
 
-inline constexpr qsizetype fileTypeOffset = 0;         ///< Transfer Info, Initiate Transfer: file type code
-inline constexpr qsizetype versionOffset = 1;          ///< Transfer Info, Initiate Transfer: version
-inline constexpr qsizetype fileSizeOffset = 2;         ///< Transfer Info: file size in bytes, 32 bits
-inline constexpr qsizetype transferInfoMinSize = 6;    ///< Transfer Info: least size; more is ignored
-inline constexpr qsizetype numberOfBlocksOffset = 4;   ///< Initiate Transfer: number of records, 32 bits
-inline constexpr qsizetype initTransferSize = 8;       ///< Initiate Transfer: exact size
-inline constexpr qsizetype framesToFollowOffset = 0;   ///< Record Start: number of data frames, 8 bits
-inline constexpr qsizetype blockNumberOffset = 1;      ///< Record Start: number of the record, 32 bits
-inline constexpr qsizetype recordStartSize = 5;        ///< Record Start: exact size
-inline constexpr qsizetype negotiationReplySize = 8;   ///< responses to Transfer Info and Initiate Transfer
-inline constexpr int infoFlagShift = 1;                ///< Transfer Info response, byte 0: receiver flag, whole
-inline constexpr Field infoFrameLimitHighField{0, 1};  ///< Transfer Info response, byte 0: bit 8 of the limit
-inline constexpr qsizetype infoFlagsOffset = 0;        ///< Transfer Info response: version, flag, high bit
-inline constexpr qsizetype infoFrameLimitOffset = 1;   ///< Transfer Info response: low 8 bits of the limit
-inline constexpr qsizetype infoParam1Offset = 2;       ///< Transfer Info response: parameter 1, 16 bits
-inline constexpr qsizetype infoParam2Offset = 4;       ///< Transfer Info response: parameter 2, 16 bits
-inline constexpr qsizetype infoParam3Offset = 6;       ///< Transfer Info response: parameter 3, 16 bits
-inline constexpr qsizetype recordEndReplySize = 1;     ///< Record End response
-inline constexpr char recordAccepted = 0x00;           ///< Record End response: CRC matched
-inline constexpr char recordRejected = 0x01;           ///< Record End response: CRC differed
+/// Transfer Info, Initiate Transfer: file type code
+inline constexpr qsizetype fileTypeOffset = 0;
+/// Transfer Info, Initiate Transfer: version
+inline constexpr qsizetype versionOffset = 1;
+/// Transfer Info: file size in bytes, 32 bits
+inline constexpr qsizetype fileSizeOffset = 2;
+/// Transfer Info: least size; more is ignored
+inline constexpr qsizetype transferInfoMinSize = 6;
+/// Initiate Transfer: number of records, 32 bits
+inline constexpr qsizetype numberOfBlocksOffset = 4;
+inline constexpr qsizetype initTransferSize = 8; ///< Initiate Transfer: exact size
+/// Record Start: number of data frames, 8 bits
+inline constexpr qsizetype framesToFollowOffset = 0;
+/// Record Start: number of the record, 32 bits
+inline constexpr qsizetype blockNumberOffset = 1;
+inline constexpr qsizetype recordStartSize = 5; ///< Record Start: exact size
+/// responses to Transfer Info and Initiate Transfer
+inline constexpr qsizetype negotiationReplySize = 8;
+/// Transfer Info response, byte 0: receiver flag, whole
+inline constexpr int infoFlagShift = 1;
+/// Transfer Info response, byte 0: bit 8 of the limit
+inline constexpr Field infoFrameLimitHighField{0, 1};
+/// Transfer Info response: version, flag, high bit
+inline constexpr qsizetype infoFlagsOffset = 0;
+/// Transfer Info response: low 8 bits of the limit
+inline constexpr qsizetype infoFrameLimitOffset = 1;
+/// Transfer Info response: parameter 1, 16 bits
+inline constexpr qsizetype infoParam1Offset = 2;
+/// Transfer Info response: parameter 2, 16 bits
+inline constexpr qsizetype infoParam2Offset = 4;
+/// Transfer Info response: parameter 3, 16 bits
+inline constexpr qsizetype infoParam3Offset = 6;
+inline constexpr qsizetype recordEndReplySize = 1; ///< Record End response
+inline constexpr char recordAccepted = 0x00;       ///< Record End response: CRC matched
+inline constexpr char recordRejected = 0x01;       ///< Record End response: CRC differed
 
 // ---- File type codes
 inline constexpr quint32 fileConfiguration = 0; ///< system configuration
@@ -129,7 +156,8 @@ constexpr quint32 nodesId(quint32 protocol, quint32 src, quint32 dest)
     return protocolType.pack(protocol) | sourceNode.pack(src) | destinationNode.pack(dest);
 }
 
-constexpr quint32 p3CommandId(quint32 src, quint32 dest, quint32 slot, quint32 interfaceId, quint32 opId)
+constexpr quint32 p3CommandId(quint32 src, quint32 dest, quint32 slot, quint32 interfaceId,
+                              quint32 opId)
 {
     return nodesId(protocolP3, src, dest) | p3Slot.pack(slot) | p3Interface.pack(interfaceId)
         | p3Operation.pack(opId);
@@ -146,7 +174,8 @@ constexpr quint32 p3EventId(quint32 src, quint32 dest, quint32 eventNum)
     return nodesId(protocolP3, src, dest) | p3EventNumber.pack(eventNum);
 }
 
-constexpr quint32 p6Id(quint32 src, quint32 dest, quint32 type, quint32 cmdResp, quint32 responseNum)
+constexpr quint32 p6Id(quint32 src, quint32 dest, quint32 type, quint32 cmdResp,
+                       quint32 responseNum)
 {
     return nodesId(protocolP6, src, dest) | p6Type.pack(type) | p6CommandResponse.pack(cmdResp)
         | responseNumber.pack(responseNum);
@@ -154,7 +183,8 @@ constexpr quint32 p6Id(quint32 src, quint32 dest, quint32 type, quint32 cmdResp,
 
 constexpr quint32 p6DataFrameId(quint32 src, quint32 dest, quint32 frameNumber)
 {
-    return nodesId(protocolP6, src, dest) | p6Type.pack(p6DataFrame) | p6FrameNumber.pack(frameNumber);
+    return nodesId(protocolP6, src, dest) | p6Type.pack(p6DataFrame)
+        | p6FrameNumber.pack(frameNumber);
 }
 
 } // namespace Wire

@@ -46,10 +46,7 @@ public:
     }
 
     // What carries the id ID in main.qml.
-    QObject *object(const QString &id) const
-    {
-        return qmlContext(window)->objectForName(id);
-    }
+    QObject *object(const QString &id) const { return qmlContext(window)->objectForName(id); }
     QQuickItem *item(const QString &id) const { return qobject_cast<QQuickItem *>(object(id)); }
 
     QQmlApplicationEngine engine;

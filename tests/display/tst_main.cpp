@@ -61,7 +61,7 @@ class Bar
 {
 public:
     explicit Bar(const StatusDisplay &display)
-        : topLeft(display.item(u"pi_progress"_s)->mapToScene({ 0, 0 })),
+        : topLeft(display.item(u"pi_progress"_s)->mapToScene({0, 0})),
           image(display.window->grabWindow())
     {
     }
@@ -70,7 +70,7 @@ public:
     QString operator()(int from, int to) const
     {
         QStringList rows;
-        for (const int y : { 0, 29, 58 })
+        for (const int y : {0, 29, 58})
             rows.append(colours(image, topLeft, y, from, to));
         rows.removeDuplicates();
         return rows.join(QLatin1Char('|'));
@@ -86,17 +86,17 @@ class Recorder : public QObject
     Q_OBJECT
 
 public:
-    Recorder(const StatusDisplay &display, const QString &id, const QString &property, QStringList *log)
-        : m_property(display.object(id), property), m_entry(id + QLatin1Char('.') + property), m_log(log)
+    Recorder(const StatusDisplay &display, const QString &id, const QString &property,
+             QStringList *log)
+        : m_property(display.object(id), property),
+          m_entry(id + QLatin1Char('.') + property),
+          m_log(log)
     {
         m_property.connectNotifySignal(this, SLOT(record()));
     }
 
 private slots:
-    void record()
-    {
-        m_log->append(m_entry + QLatin1Char('=') + m_property.read().toString());
-    }
+    void record() { m_log->append(m_entry + QLatin1Char('=') + m_property.read().toString()); }
 
 private:
     QQmlProperty m_property;
@@ -119,9 +119,10 @@ void MainTest::resourcesHoldTheDisplayAndTheCatalogue()
             files.append(file);
     }
     files.sort();
-    QCOMPARE(files, QStringList({ u":/ProgressIndicator.qml"_s, u":/Theme.qml"_s,
-                                  u":/i18n/Dockhand_en_US.qm"_s, u":/main.qml"_s,
-                                  u":/qtquickcontrols2.conf"_s }));
+    QCOMPARE(
+        files,
+        QStringList({u":/ProgressIndicator.qml"_s, u":/Theme.qml"_s, u":/i18n/Dockhand_en_US.qm"_s,
+                     u":/main.qml"_s, u":/qtquickcontrols2.conf"_s}));
 }
 
 void MainTest::catalogueNamesItsLanguageAndHoldsNoMessage()
@@ -249,7 +250,7 @@ void MainTest::versionIsInTheBottomRightCorner()
     StatusDisplay display;
     const QQuickItem *version = display.item(u"tb_VersionLabel"_s);
     compareText(version, u"v01.02.000"_s, 22);
-    const QPointF corner = version->mapToScene({ version->width(), version->height() });
+    const QPointF corner = version->mapToScene({version->width(), version->height()});
     QCOMPARE(corner, QPointF(display.window->width() - 12, display.window->height() - 12));
     QVERIFY(version->isVisible());
 }
@@ -283,7 +284,9 @@ void MainTest::everyTextButTheVersionIsTranslated()
     MarkingTranslator translator;
     QCoreApplication::installTranslator(&translator);
     const StatusDisplay display;
-    const auto text = [&display](const QString &id) { return display.item(id)->property("text").toString(); };
+    const auto text = [&display](const QString &id) {
+        return display.item(id)->property("text").toString();
+    };
     QCOMPARE(display.window->title(), u"main<Dockhand Application>"_s);
     QCOMPARE(text(u"tb_ProgramTitle"_s), u"main<Saltmarsh Lumenfold Dockhand>"_s);
     QCOMPARE(text(u"tb_TimeDisplay"_s), u"main<00:01>"_s);
@@ -310,7 +313,11 @@ void MainTest::clockShowsLocalTimeAfterASecond()
     const int offset = (ahead + 36 * 60) % (24 * 60) - 12 * 60;
     const int distance = std::abs(offset);
     // What is ahead of UTC has a minus there.
-    qputenv("TZ", u"TEST%1%2:%3"_s.arg(offset > 0 ? u"-"_s : u"+"_s).arg(distance / 60).arg(distance % 60).toLatin1());
+    qputenv("TZ",
+            u"TEST%1%2:%3"_s.arg(offset > 0 ? u"-"_s : u"+"_s)
+                .arg(distance / 60)
+                .arg(distance % 60)
+                .toLatin1());
     tzset();
 
     QElapsedTimer elapsed;
@@ -321,12 +328,15 @@ void MainTest::clockShowsLocalTimeAfterASecond()
     QCOMPARE(timer->property("repeat"), QVariant(true));
     QCOMPARE(timer->property("running"), QVariant(true));
 
-    const auto text = [&display] { return display.item(u"tb_TimeDisplay"_s)->property("text").toString(); };
+    const auto text = [&display] {
+        return display.item(u"tb_TimeDisplay"_s)->property("text").toString();
+    };
     QSignalSpy changes(display.item(u"tb_TimeDisplay"_s), SIGNAL(textChanged(QString)));
     QTRY_COMPARE_WITH_TIMEOUT(changes.count(), 1, 3000);
     QCOMPARE_GE(elapsed.elapsed(), 900);
     const QDateTime now = QDateTime::currentDateTimeUtc().addSecs(offset * 60);
-    const QStringList thisMinuteOrTheLast{ now.toString(u"hh:mm"_s), now.addSecs(-2).toString(u"hh:mm"_s) };
+    const QStringList thisMinuteOrTheLast{now.toString(u"hh:mm"_s),
+                                          now.addSecs(-2).toString(u"hh:mm"_s)};
     QVERIFY2(thisMinuteOrTheLast.contains(text()), qPrintable(text()));
 
     // Every further second sets it again.
@@ -339,9 +349,11 @@ void MainTest::emissionSetsAllSixValues()
     StatusDisplay display;
     emit display.manager.statusUpdated(u"Connected to Shipwright"_s, true,
                                        u"Waiting for transfer"_s, true, 0.375, true);
-    QCOMPARE(display.item(u"tb_ActionName1"_s)->property("text").toString(), u"Connected to Shipwright"_s);
+    QCOMPARE(display.item(u"tb_ActionName1"_s)->property("text").toString(),
+             u"Connected to Shipwright"_s);
     QVERIFY(display.item(u"tb_ActionName1"_s)->isVisible());
-    QCOMPARE(display.item(u"tb_ActionName2"_s)->property("text").toString(), u"Waiting for transfer"_s);
+    QCOMPARE(display.item(u"tb_ActionName2"_s)->property("text").toString(),
+             u"Waiting for transfer"_s);
     QVERIFY(display.item(u"tb_ActionName2"_s)->isVisible());
     QCOMPARE(display.item(u"pi_progress"_s)->property("percent"), QVariant(0.375));
     QVERIFY(display.item(u"pi_progress"_s)->isVisible());
@@ -350,7 +362,8 @@ void MainTest::emissionSetsAllSixValues()
 void MainTest::emissionReplacesThePreviousOne()
 {
     StatusDisplay display;
-    emit display.manager.statusUpdated(u"Receiving Menu File"_s, true, u"a line"_s, true, 0.5, true);
+    emit display.manager.statusUpdated(u"Receiving Menu File"_s, true, u"a line"_s, true, 0.5,
+                                       true);
     emit display.manager.statusUpdated(u"one"_s, false, u"two"_s, false, 0.0, false);
     QCOMPARE(display.item(u"tb_ActionName1"_s)->property("text").toString(), u"one"_s);
     QVERIFY(!display.item(u"tb_ActionName1"_s)->isVisible());
@@ -365,17 +378,18 @@ void MainTest::emissionIsAssignedInTheOrderOfItsArguments()
     StatusDisplay display;
     QStringList log;
     const Recorder recorders[] = {
-        { display, u"pi_progress"_s, u"visible"_s, &log },
-        { display, u"tb_ActionName2"_s, u"text"_s, &log },
-        { display, u"tb_ActionName1"_s, u"visible"_s, &log },
-        { display, u"pi_progress"_s, u"percent"_s, &log },
-        { display, u"tb_ActionName1"_s, u"text"_s, &log },
-        { display, u"tb_ActionName2"_s, u"visible"_s, &log },
+        {display, u"pi_progress"_s, u"visible"_s, &log},
+        {display, u"tb_ActionName2"_s, u"text"_s, &log},
+        {display, u"tb_ActionName1"_s, u"visible"_s, &log},
+        {display, u"pi_progress"_s, u"percent"_s, &log},
+        {display, u"tb_ActionName1"_s, u"text"_s, &log},
+        {display, u"tb_ActionName2"_s, u"visible"_s, &log},
     };
     emit display.manager.statusUpdated(u"one"_s, false, u"two"_s, true, 0.5, true);
-    QCOMPARE(log, QStringList({ u"tb_ActionName1.text=one"_s, u"tb_ActionName1.visible=false"_s,
-                                u"tb_ActionName2.text=two"_s, u"tb_ActionName2.visible=true"_s,
-                                u"pi_progress.percent=0.5"_s, u"pi_progress.visible=true"_s }));
+    QCOMPARE(log,
+             QStringList({u"tb_ActionName1.text=one"_s, u"tb_ActionName1.visible=false"_s,
+                          u"tb_ActionName2.text=two"_s, u"tb_ActionName2.visible=true"_s,
+                          u"pi_progress.percent=0.5"_s, u"pi_progress.visible=true"_s}));
 }
 
 void MainTest::secondEmissionChangesOnlyWhatDiffers()
@@ -384,25 +398,26 @@ void MainTest::secondEmissionChangesOnlyWhatDiffers()
     emit display.manager.statusUpdated(u"Receiving Menu File"_s, true, QString(), true, 0.25, true);
     QStringList log;
     const Recorder recorders[] = {
-        { display, u"tb_ActionName1"_s, u"text"_s, &log },
-        { display, u"tb_ActionName1"_s, u"visible"_s, &log },
-        { display, u"tb_ActionName2"_s, u"text"_s, &log },
-        { display, u"tb_ActionName2"_s, u"visible"_s, &log },
-        { display, u"pi_progress"_s, u"percent"_s, &log },
-        { display, u"pi_progress"_s, u"visible"_s, &log },
-        { display, u"pi_progress"_s, u"pColor"_s, &log },
-        { display, u"pi_progress"_s, u"endMarkEnabled"_s, &log },
+        {display, u"tb_ActionName1"_s, u"text"_s, &log},
+        {display, u"tb_ActionName1"_s, u"visible"_s, &log},
+        {display, u"tb_ActionName2"_s, u"text"_s, &log},
+        {display, u"tb_ActionName2"_s, u"visible"_s, &log},
+        {display, u"pi_progress"_s, u"percent"_s, &log},
+        {display, u"pi_progress"_s, u"visible"_s, &log},
+        {display, u"pi_progress"_s, u"pColor"_s, &log},
+        {display, u"pi_progress"_s, u"endMarkEnabled"_s, &log},
     };
     emit display.manager.statusUpdated(u"Receiving Menu File"_s, true, QString(), true, 0.5, true);
-    QCOMPARE(log, QStringList{ u"pi_progress.percent=0.5"_s });
+    QCOMPARE(log, QStringList{u"pi_progress.percent=0.5"_s});
 }
 
 void MainTest::linesStayCentredAndAtTheirHeight()
 {
     StatusDisplay display;
-    for (const QString &text : { u"x"_s, u"Received Configuration File"_s, u"Done"_s }) {
+    for (const QString &text : {u"x"_s, u"Received Configuration File"_s, u"Done"_s}) {
         emit display.manager.statusUpdated(text, true, text, true, 1.0, true);
-        for (const auto &[id, y] : { std::pair(u"tb_ActionName1"_s, 200.0), std::pair(u"tb_ActionName2"_s, 260.0) }) {
+        for (const auto &[id, y] :
+             {std::pair(u"tb_ActionName1"_s, 200.0), std::pair(u"tb_ActionName2"_s, 260.0)}) {
             const QQuickItem *line = display.item(id);
             QCOMPARE(line->y(), y);
             compareCentre(line->x(), line->width(), display.window->width() / 2.0);
@@ -512,11 +527,11 @@ void MainTest::barTurnsYellowAgainBelowOne()
 
 void MainTest::barIsNotPaintedBesideItsPlace()
 {
-    for (const double percent : { 0.999, 1.7 }) {
+    for (const double percent : {0.999, 1.7}) {
         StatusDisplay display;
         display.showProgress(percent);
         const Bar bar(display);
-        for (const int y : { -1, 59 })
+        for (const int y : {-1, 59})
             QCOMPARE(colours(bar.image, bar.topLeft, y, -20, 450), u"#5e5c64"_s);
         for (int y = 0; y < 59; ++y) {
             QCOMPARE(colours(bar.image, bar.topLeft, y, -20, 0), u"#5e5c64"_s);

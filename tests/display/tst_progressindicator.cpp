@@ -140,7 +140,7 @@ void ProgressIndicatorTest::hasNoFurtherPropertyOrSignal()
         if (!signature.endsWith(QLatin1String("Changed()")))
             signalsBesidesNotifiers.append(signature);
     }
-    QCOMPARE(signalsBesidesNotifiers, QStringList{ u"resetFlash()"_s });
+    QCOMPARE(signalsBesidesNotifiers, QStringList{u"resetFlash()"_s});
 }
 
 void ProgressIndicatorTest::derivesItsMeasures_data()
@@ -149,13 +149,17 @@ void ProgressIndicatorTest::derivesItsMeasures_data()
     QTest::addColumn<QVariantMap>("measures");
 
     QTest::newRow("at first") << QVariantMap{}
-        << QVariantMap{ { u"xCenter"_s, 200.0 }, { u"yCenter"_s, 200.0 }, { u"pradius"_s, 184.0 },
-                        { u"pwidth"_s, 28.0 }, { u"fullAngle"_s, 1.57075 }, { u"endMarkLength"_s, 0.036 } };
+                              << QVariantMap{
+                                     {u"xCenter"_s, 200.0},     {u"yCenter"_s, 200.0},
+                                     {u"pradius"_s, 184.0},     {u"pwidth"_s, 28.0},
+                                     {u"fullAngle"_s, 1.57075}, {u"endMarkLength"_s, 0.036}};
     QTest::newRow("as the window's bar")
-        << QVariantMap{ { u"width"_s, 430 }, { u"height"_s, 59 }, { u"pathwidthRatio"_s, 0.28 },
-                        { u"percent"_s, 1.0 } }
-        << QVariantMap{ { u"xCenter"_s, 215.0 }, { u"yCenter"_s, 29.5 }, { u"pradius"_s, 182.9 },
-                        { u"pwidth"_s, 60.2 }, { u"fullAngle"_s, 6.283 }, { u"endMarkLength"_s, 0.036 } };
+        << QVariantMap{{u"width"_s, 430},
+                       {u"height"_s, 59},
+                       {u"pathwidthRatio"_s, 0.28},
+                       {u"percent"_s, 1.0}}
+        << QVariantMap{{u"xCenter"_s, 215.0}, {u"yCenter"_s, 29.5},    {u"pradius"_s, 182.9},
+                       {u"pwidth"_s, 60.2},   {u"fullAngle"_s, 6.283}, {u"endMarkLength"_s, 0.036}};
 }
 
 void ProgressIndicatorTest::derivesItsMeasures()
@@ -177,9 +181,9 @@ void ProgressIndicatorTest::derivesItsMeasures()
 // Default size: the stroke is 28 pixels wide around row 200, so rows 186 to 213.
 void ProgressIndicatorTest::barIsTrackFillAndMark()
 {
-    show({ { u"percent"_s, 0.5 } });
+    show({{u"percent"_s, 0.5}});
     const QImage image = grab();
-    for (const int y : { 186, 200, 213 }) {
+    for (const int y : {186, 200, 213}) {
         QCOMPARE(colours(image, {}, y, 0, 200), u"#fac800"_s);
         QCOMPARE(colours(image, {}, y, 200, 210), u"#000000"_s);
         QCOMPARE(colours(image, {}, y, 210, 400), u"#646464"_s);
@@ -190,29 +194,29 @@ void ProgressIndicatorTest::barLeavesTheRestOfTheCanvasClear()
 {
     show();
     const QImage image = grab();
-    for (const int y : { 0, 185, 214, 399 })
+    for (const int y : {0, 185, 214, 399})
         QCOMPARE(colours(image, {}, y, 0, 400), u"#ffffff"_s);
 }
 
 void ProgressIndicatorTest::ringFillsFromTwelveToThreeOClock()
 {
-    show({ { u"orientationHorizontal"_s, false } });
+    show({{u"orientationHorizontal"_s, false}});
     const QImage image = grab();
-    for (const int degrees : { 1, 10, 45, 80, 88 })
+    for (const int degrees : {1, 10, 45, 80, 88})
         QCOMPARE(onRing(image, degrees), Fill);
-    for (const int degrees : { 92, 100, 180, 270, 350, 359 })
+    for (const int degrees : {92, 100, 180, 270, 350, 359})
         QCOMPARE(onRing(image, degrees), Track);
 }
 
 void ProgressIndicatorTest::ringIsAsWideAsItsStroke()
 {
-    show({ { u"orientationHorizontal"_s, false } });
+    show({{u"orientationHorizontal"_s, false}});
     const QImage image = grab();
-    for (const int radius : { 0, 100, 168, 200 }) {
+    for (const int radius : {0, 100, 168, 200}) {
         QCOMPARE(onRing(image, 45, radius), Background);
         QCOMPARE(onRing(image, 225, radius), Background);
     }
-    for (const int radius : { 172, 184, 196 }) {
+    for (const int radius : {172, 184, 196}) {
         QCOMPARE(onRing(image, 45, radius), Fill);
         QCOMPARE(onRing(image, 225, radius), Track);
     }
@@ -221,10 +225,10 @@ void ProgressIndicatorTest::ringIsAsWideAsItsStroke()
 // 0.036 radians at radius 184 are 6.6 pixels, half of them on each side of the fill's end.
 void ProgressIndicatorTest::ringMarkSitsAtTheFillEnd()
 {
-    show({ { u"orientationHorizontal"_s, false } });
+    show({{u"orientationHorizontal"_s, false}});
     const QImage image = grab();
     QCOMPARE(image.pixelColor(384, 195), Fill);
-    for (const int y : { 197, 198, 199, 200, 201, 202 })
+    for (const int y : {197, 198, 199, 200, 201, 202})
         QCOMPARE(image.pixelColor(384, y), Mark);
     QCOMPARE(image.pixelColor(384, 204), Track);
 }
@@ -233,17 +237,17 @@ void ProgressIndicatorTest::ringMarkSitsAtTheFillEnd()
 // to 3.15 x 2, which is 3 pixels past three o'clock.
 void ProgressIndicatorTest::ringTrackOvershootsTheFullTurn()
 {
-    show({ { u"orientationHorizontal"_s, false },
-           { u"percent"_s, 0.5 },
-           { u"pColor"_s, QColor(Qt::transparent) },
-           { u"endMarkEnabled"_s, false } });
+    show({{u"orientationHorizontal"_s, false},
+          {u"percent"_s, 0.5},
+          {u"pColor"_s, QColor(Qt::transparent)},
+          {u"endMarkEnabled"_s, false}});
     const QImage image = grab();
-    for (const int degrees : { 181, 270, 359, 1, 89 })
+    for (const int degrees : {181, 270, 359, 1, 89})
         QCOMPARE(onRing(image, degrees), Track);
-    for (const int y : { 200, 201, 202 })
+    for (const int y : {200, 201, 202})
         QCOMPARE(image.pixelColor(384, y), Track);
     QCOMPARE(image.pixelColor(384, 205), Background);
-    for (const int degrees : { 93, 135, 179 })
+    for (const int degrees : {93, 135, 179})
         QCOMPARE(onRing(image, degrees), Background);
 }
 
@@ -265,7 +269,7 @@ void ProgressIndicatorTest::markIsLeftOutWhenDisabled()
                 count += image.pixelColor(x, y) == Mark;
         return count;
     };
-    show({ { u"orientationHorizontal"_s, horizontal } });
+    show({{u"orientationHorizontal"_s, horizontal}});
     QVERIFY(blackPixels() > 100);
     QVERIFY(m_indicator->setProperty("endMarkEnabled", false));
     passFrames(m_window.get());
@@ -274,7 +278,7 @@ void ProgressIndicatorTest::markIsLeftOutWhenDisabled()
 
 void ProgressIndicatorTest::repaintClearsWhatWasThere()
 {
-    show({ { u"percent"_s, 1.0 } });
+    show({{u"percent"_s, 1.0}});
     QVERIFY(m_indicator->setProperty("trackColor", QColor(Qt::transparent)));
     QVERIFY(m_indicator->setProperty("percent", 0.25));
     passFrames(m_window.get());
@@ -288,14 +292,18 @@ void ProgressIndicatorTest::numbersOutOfRangeAreSurvived_data()
 {
     QTest::addColumn<double>("percent");
     QTest::addColumn<bool>("horizontal");
-    const struct { const char *name; double value; } numbers[] = {
-        { "not a number", std::numeric_limits<double>::quiet_NaN() },
-        { "infinity", std::numeric_limits<double>::infinity() },
-        { "minus infinity", -std::numeric_limits<double>::infinity() },
-        { "huge", 1e300 },
-        { "minus huge", -1e300 },
-        { "many turns", 65535.0 },
-        { "below 0", -0.5 },
+    const struct
+    {
+        const char *name;
+        double value;
+    } numbers[] = {
+        {"not a number", std::numeric_limits<double>::quiet_NaN()},
+        {"infinity", std::numeric_limits<double>::infinity()},
+        {"minus infinity", -std::numeric_limits<double>::infinity()},
+        {"huge", 1e300},
+        {"minus huge", -1e300},
+        {"many turns", 65535.0},
+        {"below 0", -0.5},
     };
     for (const auto &[name, value] : numbers) {
         QTest::addRow("bar, %s", name) << value << true;
@@ -307,7 +315,7 @@ void ProgressIndicatorTest::numbersOutOfRangeAreSurvived()
 {
     QFETCH(const double, percent);
     QFETCH(const bool, horizontal);
-    show({ { u"orientationHorizontal"_s, horizontal } });
+    show({{u"orientationHorizontal"_s, horizontal}});
     QVERIFY(m_indicator->setProperty("percent", percent));
     passFrames(m_window.get());
     QVERIFY(m_indicator->setProperty("percent", 0.25));
@@ -415,7 +423,7 @@ void ProgressIndicatorTest::tickTurnsAnyOtherOpacityIntoOne()
 
 void ProgressIndicatorTest::opacityStaysWhenFlashingEnds()
 {
-    show({ { u"flashing"_s, true } });
+    show({{u"flashing"_s, true}});
     QObject *timer = part("triggeredOnStart");
     QVERIFY(timer);
     QCOMPARE(timer->property("running"), QVariant(true));

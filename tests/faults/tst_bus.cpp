@@ -89,8 +89,7 @@ void tst_Bus::errorFramesBetweenAnyTwoFrames()
         frames << errorFrame() << frame;
     const QStringList events = receiver.receive(frames);
     QCOMPARE(answersIn(events), answersToNextConfig());
-    QCOMPARE(events.count(
-                 u"warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  0|"_s),
+    QCOMPARE(events.count(u"warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  0|"_s),
              frames.size() / 2);
     QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
 }
@@ -103,8 +102,9 @@ void tst_Bus::deviceErrorsBetweenAnyTwoFrames_data()
                           << u"critical |canFrameError: CAN Error QCanBusDevice::ReadError|"_s;
     QTest::newRow("write") << QCanBusDevice::WriteError
                            << u"critical |canFrameError: CAN Error QCanBusDevice::WriteError|"_s;
-    QTest::newRow("unknown") << QCanBusDevice::UnknownError
-                             << u"critical |canFrameError: CAN Error QCanBusDevice::UnknownError|"_s;
+    QTest::newRow("unknown")
+        << QCanBusDevice::UnknownError
+        << u"critical |canFrameError: CAN Error QCanBusDevice::UnknownError|"_s;
 }
 
 void tst_Bus::deviceErrorsBetweenAnyTwoFrames()
@@ -171,8 +171,9 @@ void tst_Bus::deviceThatGoesDownAtEachFrameStaysDown()
             QStringList expected{
                 u"info |canStateChanged: New CAN State QCanBusDevice::UnconnectedState|"_s};
             for (qsizetype frame = cut; frame < frames.size(); ++frame) {
-                expected += {u"warning(qt.canbus) |Cannot read frame as device is not connected.|"_s,
-                             u"critical |canFrameError: CAN Error QCanBusDevice::OperationError|"_s};
+                expected += {
+                    u"warning(qt.canbus) |Cannot read frame as device is not connected.|"_s,
+                    u"critical |canFrameError: CAN Error QCanBusDevice::OperationError|"_s};
             }
             QCOMPARE(receiver.receive(frames.sliced(cut)), expected);
         }
@@ -246,7 +247,8 @@ void tst_Bus::peerThatSendsEachFrameTwice()
         const bool accepted = answersIn(events).contains(acceptanceOf(firstConfig));
         const QByteArray live = ServiceTree::read(liveConfig);
         const bool isLastRecordEnd = repeated == frames.size() - 3;
-        const QByteArray taken = isLastRecordEnd ? firstConfig + firstConfig.sliced(1024) : firstConfig;
+        const QByteArray taken = isLastRecordEnd ? firstConfig + firstConfig.sliced(1024)
+                                                 : firstConfig;
         QVERIFY2(accepted ? live == taken : live == "(no file)", qPrintable(listed(events)));
         verifyDownload(receiver);
         if (QTest::currentTestFailed())
@@ -269,10 +271,10 @@ void tst_Bus::floodForOthers()
     const ToolFrames::List session = ToolFrames::configurationDownload(nextConfig);
     // Other protocols, other nodes, other interfaces, unknown messages.
     const ToolFrames::List foreign{
-        extended(0x00000123, "\x01\x02"),        extended(0x1CEBFF17, QByteArray(8, 'f')),
+        extended(0x00000123, "\x01\x02"),         extended(0x1CEBFF17, QByteArray(8, 'f')),
         extended(0x14180000, QByteArray(8, 'p')), extended(0x0F194000, {}),
         extended(0x1B3A0000, QByteArray(8, 't')), extended(0x1AFA2000, QByteArray(5, 'r')),
-        extended(0x0F1A0280, "\xA5\x5A"),        extended(0x1B1AE000, QByteArray(8, 'u')),
+        extended(0x0F1A0280, "\xA5\x5A"),         extended(0x1B1AE000, QByteArray(8, 'u')),
         extended(0x1B19F000, QByteArray(8, 'd')), errorFrame()};
 
     QStringList answers;

@@ -35,7 +35,9 @@ Resources used()
     if (!statm.open(QIODevice::ReadOnly))
         qFatal("No /proc");
     return {statm.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE) / 1024,
-            QDir(u"/proc/self/fd"_s).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size()};
+            QDir(u"/proc/self/fd"_s)
+                .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+                .size()};
 }
 
 qint64 messages = 0;
@@ -61,9 +63,8 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
     StartedReceiver receiver;
     // Every message is made, and kept nowhere.
     QLoggingCategory::setFilterRules(QString());
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {
-        ++messages;
-    });
+    qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &) { ++messages; });
     QElapsedTimer timer;
     timer.start();
     Resources settled;
@@ -73,9 +74,10 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
     while (sessionsDone < sessions || framesDone < frames) {
         // Every session has another length, and on average so many frames that both demands
         // are met together.
-        const qint64 size = 400 + (sessionsDone * 977) % (2 * 8 * std::max<qint64>(frames / sessions, 100));
-        const QByteArray content = QByteArray::number(sessionsDone).repeated(
-            size / QByteArray::number(sessionsDone).size());
+        const qint64 size = 400
+            + (sessionsDone * 977) % (2 * 8 * std::max<qint64>(frames / sessions, 100));
+        const QByteArray content = QByteArray::number(sessionsDone)
+                                       .repeated(size / QByteArray::number(sessionsDone).size());
         ToolFrames::List session = ToolFrames::configurationDownload(content);
         session += ToolFrames::setSerialNumber("SN1234567890");
         session += ToolFrames::transfer(2, content.first(std::min<qsizetype>(content.size(), 600)));

@@ -28,9 +28,9 @@ struct Session
 {
     void (*prepare)();
     QStringList (*act)(StartedReceiver &receiver);
-    QString (*judge)(const QStringList &events); ///< what was not as documented, with a fault
-    QString (*repeat)(StartedReceiver &receiver);       ///< without one; what is not complete
-    QString (*leftBehind)();                     ///< what a killed process must not leave
+    QString (*judge)(const QStringList &events);  ///< what was not as documented, with a fault
+    QString (*repeat)(StartedReceiver &receiver); ///< without one; what is not complete
+    QString (*leftBehind)();                      ///< what a killed process must not leave
 };
 
 struct Fault
@@ -159,8 +159,8 @@ QString judgeSerial(const QStringList &events)
 QString repeatSerial(StartedReceiver &receiver)
 {
     const QStringList events = receiver.receive(ToolFrames::setSerialNumber("NEXT7"));
-    QString complaint =
-        compare(QLatin1StringView(serialNumber), ServiceTree::read(serialNumber), "NEXT7\n");
+    QString complaint = compare(QLatin1StringView(serialNumber), ServiceTree::read(serialNumber),
+                                "NEXT7\n");
     if (answersIn(events) != QStringList{u"0f584000 []"_s})
         complaint += u"answers; "_s;
     return withEvents(complaint, events);
@@ -317,8 +317,9 @@ void tst_Storage::initTestCase()
     QVERIFY(write(u"menu.json"_s, "{\"menu\": 2}"));
     QVERIFY(write(u"menu.db"_s, "database"));
     QVERIFY(write(u"images/new.png"_s, QByteArray(300, 'p')));
-    QCOMPARE(QProcess::execute(u"tar"_s, {u"-b1"_s, u"-cf"_s, u"menu.tar"_s, u"-C"_s, u"archive"_s,
-                                          u"menu.json"_s, u"menu.db"_s, u"images"_s}),
+    QCOMPARE(QProcess::execute(u"tar"_s,
+                               {u"-b1"_s, u"-cf"_s, u"menu.tar"_s, u"-C"_s, u"archive"_s,
+                                u"menu.json"_s, u"menu.db"_s, u"images"_s}),
              0);
     QFile archive(u"menu.tar"_s);
     QVERIFY(archive.open(QIODevice::ReadOnly));
@@ -381,10 +382,10 @@ void tst_Storage::faultAtEveryOperation()
             complaint += repeatConfig(receiver);
             return complaint;
         });
-        QVERIFY2(result.complaint.isEmpty() && !result.killed,
-                 qPrintable(u"operation %1 of %2: %3"_s.arg(operation)
-                                .arg(operations)
-                                .arg(result.complaint)));
+        QVERIFY2(
+            result.complaint.isEmpty() && !result.killed,
+            qPrintable(
+                u"operation %1 of %2: %3"_s.arg(operation).arg(operations).arg(result.complaint)));
         QVERIFY(FaultFs::control().struck > 0);
     }
     qInfo("%u operations", operations);
@@ -429,8 +430,8 @@ void tst_Storage::fullFileSystem_data()
 {
     QTest::addColumn<QByteArray>("place");
     QTest::addColumn<QString>("answer");
-    QTest::newRow("for what is received") << QByteArray("application/factory/main")
-                                          << u"1b5840ba ["_s;
+    QTest::newRow("for what is received")
+        << QByteArray("application/factory/main") << u"1b5840ba ["_s;
     QTest::newRow("for the backup") << QByteArray("application/backup/main") << u"1b584000 ["_s;
     QTest::newRow("for the live copy") << QByteArray("application/main") << u"1b584000 ["_s;
 }
@@ -443,8 +444,8 @@ void tst_Storage::fullFileSystem()
     const ServiceTree::SmallFileSystem small(place.constData(), 8192);
     StartedReceiver receiver;
 
-    const QStringList events =
-        receiver.receive(ToolFrames::configurationDownload(QByteArray(20000, 'l')));
+    const QStringList events = receiver.receive(
+        ToolFrames::configurationDownload(QByteArray(20000, 'l')));
     QVERIFY2(answersIn(events).value(43).startsWith(answer), qPrintable(listed(events)));
     QVERIFY(complainsIn(events));
     // Half a copy is none.

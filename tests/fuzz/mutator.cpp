@@ -21,8 +21,8 @@ class Mutator
 {
 public:
     Mutator(Sequence &sequence, unsigned seed)
-        : m_sequence(sequence)
-        , m_random(seed)
+        : m_sequence(sequence),
+          m_random(seed)
     {
     }
 
@@ -37,17 +37,14 @@ public:
     }
 
 private:
-    size_t below(size_t limit)
-    {
-        return limit == 0 ? 0 : m_random() % limit;
-    }
+    size_t below(size_t limit) { return limit == 0 ? 0 : m_random() % limit; }
 
     uint8_t byte() { return uint8_t(below(256)); }
 
     quint32 number()
     {
-        static constexpr std::array<quint32, 8> telling = {
-            0, 1, 2, 511, 512, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
+        static constexpr std::array<quint32, 8> telling = {0,   1,          2,          511,
+                                                           512, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
         return below(2) == 0 ? telling[below(telling.size())] : quint32(below(5000));
     }
 
@@ -68,9 +65,14 @@ private:
         case 0:
             return {ToolFrames::startConfiguration(quint32(below(4)))};
         case 1:
-            return {ToolFrames::p3(1, QByteArray{}.append(char(byte())).append(char(below(14)))
-                                           .append(char(below(33))).append(char(below(26)))
-                                           .append(char(below(62))).append(char(below(62))))};
+            return {ToolFrames::p3(1,
+                                   QByteArray{}
+                                       .append(char(byte()))
+                                       .append(char(below(14)))
+                                       .append(char(below(33)))
+                                       .append(char(below(26)))
+                                       .append(char(below(62)))
+                                       .append(char(below(62))))};
         case 2:
             return ToolFrames::setSerialNumber(content(15));
         case 3:
@@ -185,8 +187,8 @@ private:
         {
             unsigned shift, width;
         };
-        static constexpr std::array<Field, 8> fields = {
-            Field{26, 3}, {21, 5}, {16, 5}, {12, 4}, {4, 6}, {0, 6}, {6, 4}, {11, 2}};
+        static constexpr std::array<Field, 8> fields = {Field{26, 3}, {21, 5}, {16, 5}, {12, 4},
+                                                        {4, 6},       {0, 6},  {6, 4},  {11, 2}};
         const Field field = fields[below(fields.size())];
         const quint32 mask = ((1u << field.width) - 1) << field.shift;
         frame.can_id = (frame.can_id & ~mask) | (quint32(m_random()) << field.shift & mask);
@@ -260,8 +262,8 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max
 }
 
 extern "C" size_t LLVMFuzzerCustomCrossOver(const uint8_t *first, size_t firstSize,
-                                            const uint8_t *second, size_t secondSize,
-                                            uint8_t *out, size_t maxSize, unsigned int seed)
+                                            const uint8_t *second, size_t secondSize, uint8_t *out,
+                                            size_t maxSize, unsigned int seed)
 {
     Sequence sequence = Fuzz::parse(first, firstSize);
     const Sequence other = Fuzz::parse(second, secondSize);

@@ -16,21 +16,21 @@ using Sequence = std::vector<can_frame>;
 
 /// Identifiers of the 11-bit format. An identifier that is not among them does nothing.
 enum Event : canid_t {
-    DeviceError = 1,     ///< the device reports the error data[0]
-    DeviceLost = 2,      ///< the device becomes unconnected
-    DeviceBack = 3,      ///< the device is connected again
-    WritesRefused = 4,   ///< the device takes no frames
-    WritesAccepted = 5,  ///< it takes them again
-    BatchBegin = 6,      ///< the frames up to BatchEnd are signalled together
+    DeviceError = 1,    ///< the device reports the error data[0]
+    DeviceLost = 2,     ///< the device becomes unconnected
+    DeviceBack = 3,     ///< the device is connected again
+    WritesRefused = 4,  ///< the device takes no frames
+    WritesAccepted = 5, ///< it takes them again
+    BatchBegin = 6,     ///< the frames up to BatchEnd are signalled together
     BatchEnd = 7,
-    PlaceMissing = 8,    ///< file or directory number data[0] is removed
+    PlaceMissing = 8,     ///< file or directory number data[0] is removed
     PlaceIsDirectory = 9, ///< a directory that is not empty stands in its place
-    PlaceIsFile = 10,    ///< a file stands in its place
-    StorageFault = 11,   ///< file operation data[0] from here fails with error data[1], and, if
-                         ///< data[2] is odd, the later ones too
+    PlaceIsFile = 10,     ///< a file stands in its place
+    StorageFault = 11,    ///< file operation data[0] from here fails with error data[1], and, if
+                          ///< data[2] is odd, the later ones too
     StorageHealthy = 12,
     MenuInstallation = 13,
-    SlotCall = 14,       ///< calls the slot data[0] with the next frame, past the dispatchers
+    SlotCall = 14, ///< calls the slot data[0] with the next frame, past the dispatchers
 };
 inline constexpr canid_t lastEvent = SlotCall;
 

@@ -4,8 +4,8 @@
 #include "eventlog.h"
 #include "fakecandevice.h"
 #include "faultfs.h"
-#include "toolframes.h"
 #include "servicetree.h"
+#include "toolframes.h"
 
 #include <QMetaObject>
 
@@ -36,10 +36,13 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path root = "/media/service/korvane";
-constexpr std::array directories = {
-    "application/factory/main", "application/factory/menu", "application/backup/main",
-    "application/backup/menu",  "application/main",         "application/menu",
-    "pendingUpdates"};
+constexpr std::array directories = {"application/factory/main",
+                                    "application/factory/menu",
+                                    "application/backup/main",
+                                    "application/backup/menu",
+                                    "application/main",
+                                    "application/menu",
+                                    "pendingUpdates"};
 constexpr std::array places = {
     "serialNumber",
     "application/factory/main/systemConfig.json",
@@ -192,8 +195,7 @@ private:
         require(session.blockBuffer.size() == qsizetype(session.framesToFollow) * 8
                     && session.blockBuffer.size() <= m_announced,
                 "the record is as large as announced");
-        require(session.blockDataLength <= session.blockBuffer.size(),
-                "a record does not grow");
+        require(session.blockDataLength <= session.blockBuffer.size(), "a record does not grow");
         require(session.expectedFrameNumber <= 64, "a record has at most 64 frames");
     }
 

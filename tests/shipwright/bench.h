@@ -12,7 +12,9 @@
 struct Bench
 {
     explicit Bench(const Shipwright::PeerSettings &settings = {})
-        : bus(clock), link(bus, clock), peer(link, settings)
+        : bus(clock),
+          link(bus, clock),
+          peer(link, settings)
     {
         link.open();
     }
@@ -38,7 +40,7 @@ struct Bench
 };
 
 /// What \a action throws.
-template <typename Action>
+template<typename Action>
 Shipwright::Failure failureOf(Action &&action)
 {
     try {
@@ -54,6 +56,6 @@ inline QByteArray pattern(qsizetype size)
 {
     QByteArray bytes(size, '\0');
     for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>(i % 251);
+        bytes[i] = char(i % 251);
     return bytes;
 }

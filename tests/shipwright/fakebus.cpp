@@ -20,7 +20,10 @@ void FakeClock::at(qint64 time, const std::function<void()> &action)
     m_events.insert(place, time, action);
 }
 
-FakeBus::FakeBus(FakeClock &clock) : m_clock(clock) {}
+FakeBus::FakeBus(FakeClock &clock)
+    : m_clock(clock)
+{
+}
 
 bool FakeBus::open()
 {

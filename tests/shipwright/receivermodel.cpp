@@ -38,8 +38,7 @@ const std::pair<const char *, Defect> defects[] = {
 
 quint32 crcOf(const QByteArray &data)
 {
-    return static_cast<quint32>(crc32(0, reinterpret_cast<const Bytef *>(data.constData()),
-                                      static_cast<uInt>(data.size())));
+    return quint32(crc32(0, reinterpret_cast<const Bytef *>(data.constData()), uInt(data.size())));
 }
 
 /// A payload of any size but four stands for the CRC 0.
@@ -97,7 +96,7 @@ QList<QCanBusFrame> ReceiverModel::handleCommand(quint32 id, const QByteArray &p
         const quint32 slot = has(Defect::IgnoresSlot) ? 0 : id & 0x1800;
         return QList{QCanBusFrame(0x0C184000 | source << 21 | slot | code, data)};
     };
-    const auto byte = [&payload](qsizetype i) { return static_cast<uchar>(payload.at(i)); };
+    const auto byte = [&payload](qsizetype i) { return uchar(payload.at(i)); };
     switch (id & 0x3F) {
     case 0:
         if (!payload.startsWith(QByteArrayLiteral("\xA5\x5A"))
@@ -138,13 +137,14 @@ QList<QCanBusFrame> ReceiverModel::handleTransfer(quint32 id, const QByteArray &
         return QList{QCanBusFrame(0x18180000 | source << 21 | type << 12 | code, data)};
     };
     const bool versionFits = has(Defect::AcceptsAnyVersion)
-        || (payload.size() > 1 && static_cast<uchar>(payload.at(1)) >> 2 == 2);
+        || (payload.size() > 1 && uchar(payload.at(1)) >> 2 == 2);
     switch (type) {
     case 0: {
         const QByteArray parameters = QByteArray::fromHex("0a3fe803e80360ea");
         if (payload.size() < 6 || !versionFits)
-            return answer(29, has(Defect::DropsParametersOnRefusal) ? QByteArray(8, '\0') : parameters);
-        m_fileType = static_cast<uchar>(payload.at(0));
+            return answer(29,
+                          has(Defect::DropsParametersOnRefusal) ? QByteArray(8, '\0') : parameters);
+        m_fileType = uchar(payload.at(0));
         m_fileSize = qFromLittleEndian<quint32>(payload.constData() + 2);
         return answer(0, parameters);
     }
@@ -153,7 +153,7 @@ QList<QCanBusFrame> ReceiverModel::handleTransfer(quint32 id, const QByteArray &
             || (payload.size() == 7 && has(Defect::AcceptsInitiateOfSevenBytes));
         if (!sizeFits || !versionFits)
             return answer(30, QByteArray(8, '\0'));
-        m_fileType = static_cast<uchar>(payload.at(0));
+        m_fileType = uchar(payload.at(0));
         m_openType = m_fileType;
         if (!has(Defect::KeepsOldContent))
             m_files[m_fileType].clear();
@@ -161,7 +161,7 @@ QList<QCanBusFrame> ReceiverModel::handleTransfer(quint32 id, const QByteArray &
     }
     case 2:
         if (payload.size() == 5) {
-            m_recordLength = static_cast<uchar>(payload.at(0)) * 8;
+            m_recordLength = uchar(payload.at(0)) * 8;
             m_record = QByteArray(m_recordLength, '\0');
             if (!has(Defect::KeepsFrameNumber))
                 m_expectedFrame = 0;

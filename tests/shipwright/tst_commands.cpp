@@ -81,9 +81,10 @@ void CommandsTest::silence_namesWhatWasSentAwaitedAndForHowLong()
     bench.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
     const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::NoAnswer);
-    QCOMPARE(failure.message,
-             u"No answer to start of configuration: sent 0F1A02C0#A55A, awaited identifier 0F584000 "
-             "for 1000 ms; nothing came instead."_s);
+    QCOMPARE(
+        failure.message,
+        u"No answer to start of configuration: sent 0F1A02C0#A55A, awaited identifier 0F584000 "
+        "for 1000 ms; nothing came instead."_s);
     QVERIFY(!failure.hint.isEmpty());
     QCOMPARE(bench.clock.now(), 1000);
 }
@@ -119,9 +120,10 @@ void CommandsTest::silence_tellsTheConditionOfTheBus()
     noAcknowledgement.setError(QCanBusFrame::MissingAcknowledgmentError);
     bench.bus.tamper = [&](const auto &, const auto &) { return QList{noAcknowledgement}; };
     const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
-    QVERIFY2(failure.message.endsWith(u"nothing came instead; the controller is error passive, last "
-                                      "bus error: Received no ACK on transmission."_s),
-             qPrintable(failure.message));
+    QVERIFY2(
+        failure.message.endsWith(u"nothing came instead; the controller is error passive, last "
+                                 "bus error: Received no ACK on transmission."_s),
+        qPrintable(failure.message));
 }
 
 void CommandsTest::answer_justInTimeCounts()
@@ -208,11 +210,11 @@ void CommandsTest::serial_splitsAfterSevenBytes_data()
     QTest::addColumn<QStringList>("sent");
     QTest::newRow("one byte") << u"A"_s << QStringList{u"0F1A02C2#0141"_s};
     QTest::newRow("seven bytes") << u"ABCDEFG"_s << QStringList{u"0F1A02C2#0741424344454647"_s};
-    QTest::newRow("eight bytes")
-        << u"ABCDEFGH"_s << QStringList{u"0F1A02C2#0841424344454647"_s, u"0F1A02C3#48"_s};
-    QTest::newRow("fifteen bytes") << u"ABCDEFGHIJKLMNO"_s
-                                   << QStringList{u"0F1A02C2#0F41424344454647"_s,
-                                                  u"0F1A02C3#48494A4B4C4D4E4F"_s};
+    QTest::newRow("eight bytes") << u"ABCDEFGH"_s
+                                 << QStringList{u"0F1A02C2#0841424344454647"_s, u"0F1A02C3#48"_s};
+    QTest::newRow("fifteen bytes")
+        << u"ABCDEFGHIJKLMNO"_s
+        << QStringList{u"0F1A02C2#0F41424344454647"_s, u"0F1A02C3#48494A4B4C4D4E4F"_s};
     QTest::newRow("a character ends at the split")
         << u"ABCDEÄF"_s << QStringList{u"0F1A02C2#084142434445C384"_s, u"0F1A02C3#46"_s};
 }
@@ -232,8 +234,8 @@ void CommandsTest::serial_thatTheWireCannotCarryIsRefused_data()
     QTest::addColumn<QString>("serial");
     QTest::addColumn<QString>("reason");
     QTest::newRow("empty") << QString() << u"it is empty"_s;
-    QTest::newRow("sixteen bytes") << u"ABCDEFGHIJKLMNOP"_s
-                                   << u"it has 16 bytes in UTF-8, and two frames carry 15"_s;
+    QTest::newRow("sixteen bytes")
+        << u"ABCDEFGHIJKLMNOP"_s << u"it has 16 bytes in UTF-8, and two frames carry 15"_s;
     QTest::newRow("fifteen characters, sixteen bytes")
         << u"ABCDEFGHIJKLMNÄ"_s << u"it has 16 bytes in UTF-8, and two frames carry 15"_s;
     QTest::newRow("a character across the split")

@@ -56,8 +56,11 @@ void ConformanceTest::withoutConsent_nothingIsChangedThatLasts()
 void ConformanceTest::brokenReceiver_fails_data()
 {
     QTest::addColumn<QString>("check");
-    const auto row = [](const char *defect, const QString &check) { QTest::newRow(defect) << check; };
-    row("accepts-any-version", u"Transfer Info: versions 0, 1, 3 and 34 refused with the parameters"_s);
+    const auto row = [](const char *defect, const QString &check) {
+        QTest::newRow(defect) << check;
+    };
+    row("accepts-any-version",
+        u"Transfer Info: versions 0, 1, 3 and 34 refused with the parameters"_s);
     row("accepts-frames-out-of-order", u"record: frames out of order refused, then repeated"_s);
     row("accepts-initiate-of-seven-bytes", u"Initiate Transfer: 0 to 7 bytes refused"_s);
     row("accepts-other-destinations", u"silence: command to node 25"_s);
@@ -69,7 +72,8 @@ void ConformanceTest::brokenReceiver_fails_data()
     row("answers-unknown-operations", u"silence: operations 5 to 63"_s);
     row("answers-unknown-types", u"silence: message types 5 to 14"_s);
     row("appends-refused-records", u"record: wrong CRC-32 refused, then repeated"_s);
-    row("drops-parameters-on-refusal", u"Transfer Info: 0 to 5 bytes refused with the parameters"_s);
+    row("drops-parameters-on-refusal",
+        u"Transfer Info: 0 to 5 bytes refused with the parameters"_s);
     row("echoes-file-crc", u"completion: wrong CRC-32 answered with the computed one"_s);
     row("ignores-record-crc", u"record: wrong CRC-32 refused, then repeated"_s);
     row("ignores-slot", u"start of configuration: answered 5A A5 in every slot"_s);

@@ -45,7 +45,8 @@ void DecoderTest::line_tellsTheMessage_data()
     row("0F1A02C2#0C534E3132333435",
         there + u"P3 Set Serial: slot 0, 12 bytes in all, \"SN12345\""_s);
     row("0F1A02C2#0C4142",
-        there + u"P3 Set Serial: slot 0, 12 bytes in all, \"AB\"  ! 3 bytes, at least 8 expected"_s);
+        there
+            + u"P3 Set Serial: slot 0, 12 bytes in all, \"AB\"  ! 3 bytes, at least 8 expected"_s);
     row("0F1A02C2#", there + u"P3 Set Serial: slot 0  ! 0 bytes, at least 1 expected"_s);
     row("0F1A02C3#3637383930", there + u"P3 Set Serial Ext: slot 0, \"67890\""_s);
     row("0F1A02C4#", there + u"P3 End Configuration: slot 0"_s);
@@ -59,14 +60,18 @@ void DecoderTest::line_tellsTheMessage_data()
     row("1B1A0000#020810270000",
         there + u"P6 Transfer Info: file type 2 (generic), 10000 bytes, version 2"_s);
     row("1B1A0000#040C10270000",
-        there + u"P6 Transfer Info: file type 4 (unknown), 10000 bytes, version 3  ! version 2 expected"_s);
+        there
+            + u"P6 Transfer Info: file type 4 (unknown), 10000 bytes, version 3  "
+              "! version 2 expected"_s);
     row("1B1A0000#0208102700", there + u"P6 Transfer Info  ! 5 bytes, at least 6 expected"_s);
     row("1B580000#0A3FE803E80360EA",
-        back + u"P6 Transfer Info answer: code 0 (success), version 2, flag 1, frame limit 63, "
-               "parameters 1000, 1000, 60000"_s);
+        back
+            + u"P6 Transfer Info answer: code 0 (success), version 2, flag 1, frame limit 63, "
+              "parameters 1000, 1000, 60000"_s);
     row("1B58001D#0A3FE803E80360EA",
-        back + u"P6 Transfer Info answer: code 29 (Transfer Info rejected), version 2, flag 1, frame "
-               "limit 63, parameters 1000, 1000, 60000"_s);
+        back
+            + u"P6 Transfer Info answer: code 29 (Transfer Info rejected), version 2, flag 1, frame "
+              "limit 63, parameters 1000, 1000, 60000"_s);
     row("1B1A1000#030800000A000000",
         there + u"P6 Initiate Transfer: file type 3 (package), 10 records, version 2"_s);
     row("1B1A1000#0308", there + u"P6 Initiate Transfer  ! 2 bytes, 8 expected"_s);
@@ -100,9 +105,10 @@ void DecoderTest::line_startsWithTimeIdentifierAndBytes()
 {
     const auto entry = Candump::parse("(1436509052.249713) can0 1B1A3000#2639F4CB\n");
     QVERIFY(entry);
-    QCOMPARE(decodedLine(entry->frame, 1436509051'249'700),
-             u"  1.000013  1B1A3000  26 39 F4 CB              Shipwright > Dockhand  P6 Record End: "
-             "CRC-32 0xcbf43926"_s);
+    QCOMPARE(
+        decodedLine(entry->frame, 1436509051'249'700),
+        u"  1.000013  1B1A3000  26 39 F4 CB              Shipwright > Dockhand  P6 Record End: "
+        "CRC-32 0xcbf43926"_s);
 }
 
 void DecoderTest::object_carriesTheFields()
@@ -123,9 +129,10 @@ void DecoderTest::object_carriesTheFields()
 void DecoderTest::log_roundTrips_data()
 {
     QTest::addColumn<QByteArray>("line");
-    for (const char *line : {"(1436509052.249713) can0 0F1A02C0#A55A\n", "(0.000001) vcan12 1B1A3000#\n",
-                             "(1.000000) can0 7FF#0102030405060708\n", "(1.000000) can0 00000001#R\n",
-                             "(1.000000) can0 20000040#0000000000000000\n"}) {
+    for (const char *line :
+         {"(1436509052.249713) can0 0F1A02C0#A55A\n", "(0.000001) vcan12 1B1A3000#\n",
+          "(1.000000) can0 7FF#0102030405060708\n", "(1.000000) can0 00000001#R\n",
+          "(1.000000) can0 20000040#0000000000000000\n"}) {
         QTest::addRow("%s", QByteArray(line).trimmed().constData()) << QByteArray(line);
     }
 }

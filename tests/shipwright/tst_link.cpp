@@ -69,9 +69,10 @@ void LinkTest::fullSendBuffer_forTooLongNamesTheCause()
     bench.bus.status = QCanBusDevice::CanBusStatus::BusOff;
     const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::SendBlocked);
-    QCOMPARE(failure.message,
-             u"0F1A02C0#A55A could not be sent for 1000 ms: No buffer space available; the controller "
-             "is off the bus (bus-off)."_s);
+    QCOMPARE(
+        failure.message,
+        u"0F1A02C0#A55A could not be sent for 1000 ms: No buffer space available; the controller "
+        "is off the bus (bus-off)."_s);
     QVERIFY(failure.hint.contains(u"termination"_s));
 }
 
@@ -204,9 +205,9 @@ void LinkTest::fault_killClosesTheInterface()
 void LinkTest::fault_badTextIsRefused_data()
 {
     QTest::addColumn<QString>("text");
-    for (const char *text : {"", "drop", "drop@", "lose@data", "drop@frames", "drop@data:0",
-                             "drop@data:5-4", "drop@data:x", "delay@data", "drop=5@data",
-                             "drop@data:99999999999"}) {
+    for (const char *text :
+         {"", "drop", "drop@", "lose@data", "drop@frames", "drop@data:0", "drop@data:5-4",
+          "drop@data:x", "delay@data", "drop=5@data", "drop@data:99999999999"}) {
         QTest::newRow(text) << QString::fromLatin1(text);
     }
 }

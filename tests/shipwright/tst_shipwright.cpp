@@ -41,7 +41,7 @@ QByteArray pattern(qsizetype size)
 {
     QByteArray bytes(size, '\0');
     for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>(i % 251);
+        bytes[i] = char(i % 251);
     return bytes;
 }
 
@@ -124,7 +124,8 @@ void ShipwrightTest::init()
 {
     m_directory = std::make_unique<QTemporaryDir>();
     QVERIFY(m_directory->isValid());
-    const bool hasStandIn = qstrcmp(QTest::currentTestFunction(), "selftest_failsOnABrokenReceiver") == 0;
+    const bool hasStandIn = qstrcmp(QTest::currentTestFunction(), "selftest_failsOnABrokenReceiver")
+        == 0;
     if (!hasStandIn)
         startReceiver();
 }
@@ -174,19 +175,21 @@ void ShipwrightTest::connect_saysThatItIsConnected()
     QCOMPARE(outcome.err, QString());
     QCOMPARE(outcome.out, u"Connected.\n"_s);
     QCOMPARE(outcome.status, 0);
-    QCOMPARE(shipwright({u"connect"_s, u"--destination"_s, u"14"_s, u"--slot"_s, u"3"_s}).status, 0);
+    QCOMPARE(shipwright({u"connect"_s, u"--destination"_s, u"14"_s, u"--slot"_s, u"3"_s}).status,
+             0);
 }
 
 void ShipwrightTest::info_printsTheParameters()
 {
     const Outcome outcome = shipwright({u"info"_s});
     QCOMPARE(outcome.status, 0);
-    QCOMPARE(outcome.out, u"Protocol version:             2\n"
-                          "Data frames in a record:      64\n"
-                          "Flag:                         1\n"
-                          "Limit for a negotiation:      1000 ms\n"
-                          "Limit for a record:           1000 ms\n"
-                          "Limit for the whole file:     60000 ms\n"_s);
+    QCOMPARE(outcome.out,
+             u"Protocol version:             2\n"
+             "Data frames in a record:      64\n"
+             "Flag:                         1\n"
+             "Limit for a negotiation:      1000 ms\n"
+             "Limit for a record:           1000 ms\n"
+             "Limit for the whole file:     60000 ms\n"_s);
 }
 
 void ShipwrightTest::setTime_setsTheClock()
@@ -205,7 +208,7 @@ void ShipwrightTest::setSerial_storesTheNumber()
     QCOMPARE(shipwright({u"set-serial"_s, u"SN1234567890"_s}).status, 0);
     QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("SN1234567890\n"));
     QCOMPARE(shipwright({u"set-serial"_s, u"Ä1"_s}).status, 0);
-    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("\xC3\x84" "1\n"));
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("\xC3\x84\x31\n"));
 }
 
 void ShipwrightTest::send_putsTheFileInItsPlace_data()
@@ -243,7 +246,8 @@ void ShipwrightTest::send_readsFromAPipe()
 void ShipwrightTest::send_recoversFromACorruptedFrame()
 {
     const QString path = file(u"sent"_s, pattern(3000));
-    const Outcome outcome = shipwright({u"send"_s, u"generic"_s, path, u"--fault"_s, u"corrupt@data:70"_s});
+    const Outcome outcome = shipwright(
+        {u"send"_s, u"generic"_s, path, u"--fault"_s, u"corrupt@data:70"_s});
     QCOMPARE(outcome.status, 0);
     QVERIFY2(outcome.out.endsWith(u"; 1 record sent again.\n"_s), qPrintable(outcome.out));
     QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(3000));
@@ -253,20 +257,23 @@ void ShipwrightTest::send_progressOnATerminal()
 {
     const QString path = file(u"sent"_s, pattern(100'000));
     QProcess process;
-    process.start(u"script"_s, {u"-qec"_s,
-                                u"stty cols 100; %1 send generic %2 --bitrate 1000000 --timeout 20000 "
-                                "--fault delay=300@transfer-complete"_s.arg(QStringLiteral(SHIPWRIGHT), path),
-                                u"/dev/null"_s});
+    process.start(u"script"_s,
+                  {u"-qec"_s,
+                   u"stty cols 100; %1 send generic %2 --bitrate 1000000 --timeout 20000 "
+                   "--fault delay=300@transfer-complete"_s.arg(QStringLiteral(SHIPWRIGHT), path),
+                   u"/dev/null"_s});
     const Outcome outcome = outcomeOf(process);
     QCOMPARE(outcome.status, 0);
     const QStringList bars = outcome.out.split(u"\r\x1b[K"_s, Qt::SkipEmptyParts);
     QVERIFY(bars.size() >= 3);
-    QVERIFY2(bars.first().startsWith(u"[------------------------]   0 %"_s), qPrintable(outcome.out));
+    QVERIFY2(bars.first().startsWith(u"[------------------------]   0 %"_s),
+             qPrintable(outcome.out));
     for (const QString &bar : bars.mid(0, bars.size() - 1)) {
         QVERIFY2(!bar.contains(u"100 %"_s), qPrintable(bar));
         QVERIFY2(bar.size() < 100, qPrintable(bar));
     }
-    QVERIFY2(bars.at(bars.size() - 2).startsWith(u"[#######################-]  99 % 100.0 kB of 100.0 kB"_s),
+    QVERIFY2(bars.at(bars.size() - 2)
+                 .startsWith(u"[#######################-]  99 % 100.0 kB of 100.0 kB"_s),
              qPrintable(bars.at(bars.size() - 2)));
     QVERIFY2(bars.last().startsWith(u"[########################] 100 % 100.0 kB of 100.0 kB"_s),
              qPrintable(bars.last()));
@@ -286,20 +293,22 @@ void ShipwrightTest::provision_doesAWholeSession()
     const QString menu = file(u"menu"_s, pattern(600));
     const QString log = file(u"generic"_s, pattern(10));
     const QString package = file(u"package"_s, pattern(1200));
-    const Outcome outcome = shipwright(
-        {u"provision"_s, u"--time"_s, u"2026-01-02T03:04:05Z"_s, u"--serial"_s, u"SN42"_s,
-         u"--configuration"_s, configuration, u"--menu"_s, menu, u"--generic"_s, log, u"--package"_s,
-         package, u"--json"_s});
+    const Outcome outcome = shipwright({u"provision"_s, u"--time"_s, u"2026-01-02T03:04:05Z"_s,
+                                        u"--serial"_s, u"SN42"_s, u"--configuration"_s,
+                                        configuration, u"--menu"_s, menu, u"--generic"_s, log,
+                                        u"--package"_s, package, u"--json"_s});
     QCOMPARE(outcome.err, QString());
     QCOMPARE(outcome.status, 0);
     QStringList events;
     for (const QString &line : outcome.out.split(u'\n', Qt::SkipEmptyParts)) {
-        const QString event = QJsonDocument::fromJson(line.toUtf8()).object().value(u"event"_s).toString();
+        const QString event =
+            QJsonDocument::fromJson(line.toUtf8()).object().value(u"event"_s).toString();
         if (event != u"progress")
             events += event;
     }
-    QCOMPARE(events, (QStringList{u"connected"_s, u"time"_s, u"serial"_s, u"sent"_s, u"sent"_s,
-                                  u"sent"_s, u"sent"_s, u"ended"_s}));
+    QCOMPARE(events,
+             (QStringList{u"connected"_s, u"time"_s, u"serial"_s, u"sent"_s, u"sent"_s, u"sent"_s,
+                          u"sent"_s, u"ended"_s}));
     QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("SN42\n"));
     QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s),
              QByteArrayLiteral("{\"a\": 1}\n"));
@@ -330,14 +339,16 @@ void ShipwrightTest::watch_printsTheTrafficUntilInterrupted()
     }
     QCOMPARE(shipwright({u"connect"_s}).status, 0);
     QTRY_VERIFY_WITH_TIMEOUT(
-        (seen += QString::fromUtf8(watch.readAllStandardOutput())).contains(u"handshake"_s), 20'000);
-    ::kill(static_cast<pid_t>(watch.processId()), SIGINT);
+        (seen += QString::fromUtf8(watch.readAllStandardOutput())).contains(u"handshake"_s),
+        20'000);
+    ::kill(pid_t(watch.processId()), SIGINT);
     const Outcome outcome = outcomeOf(watch);
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.err, QString());
     const QStringList lines = seen.split(u'\n', Qt::SkipEmptyParts);
-    QVERIFY(lines.at(lines.size() - 2).endsWith(
-        u"  0F1A02C0  A5 5A                    Shipwright > Dockhand  P3 Start Configuration: slot 0"_s));
+    QVERIFY(lines.at(lines.size() - 2)
+                .endsWith(u"  0F1A02C0  A5 5A                    Shipwright > Dockhand  P3 Start "
+                          "Configuration: slot 0"_s));
     QVERIFY(lines.last().endsWith(u"  0F584000  5A A5                    Dockhand > Shipwright  P3 "
                                   "response: slot 0, code 0 (success), handshake 5A A5"_s));
 }
@@ -394,12 +405,14 @@ void ShipwrightTest::decode_followsAPipe()
 void ShipwrightTest::decode_namesLinesThatAreNoFrames()
 {
     const Outcome outcome = shipwright(
-        {u"decode"_s}, QByteArrayLiteral("hello\n(1.000000) can0 0F1A02C4#\n\n(2.000000) can0 1##11\n"));
+        {u"decode"_s},
+        QByteArrayLiteral("hello\n(1.000000) can0 0F1A02C4#\n\n(2.000000) can0 1##11\n"));
     QCOMPARE(outcome.status, 3);
     QCOMPARE(outcome.out.count(u'\n'), 1);
-    QVERIFY2(outcome.err.startsWith(u"shipwright: 2 of the lines hold no classic CAN frame in candump's "
-                                    "log format: 1, 4.\n"_s),
-             qPrintable(outcome.err));
+    QVERIFY2(
+        outcome.err.startsWith(u"shipwright: 2 of the lines hold no classic CAN frame in candump's "
+                               "log format: 1, 4.\n"_s),
+        qPrintable(outcome.err));
 }
 
 void ShipwrightTest::recordedSessions_areWhatTheReceiverDoes_data()
@@ -485,7 +498,8 @@ void ShipwrightTest::selftest_passesOnTheReceiver()
     QVERIFY2(outcome.out.endsWith(u" passed, 0 failed, 0 skipped.\n"_s), qPrintable(outcome.out));
     QCOMPARE(outcome.status, 0);
     QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("TEST12345678\n"));
-    QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s), QByteArrayLiteral("{}\n"));
+    QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s),
+             QByteArrayLiteral("{}\n"));
 }
 
 void ShipwrightTest::selftest_failsOnABrokenReceiver_data()
@@ -503,12 +517,13 @@ void ShipwrightTest::selftest_failsOnABrokenReceiver()
     const QString defect = QString::fromLatin1(QTest::currentDataTag());
     standIn.start(QStringLiteral(STANDIN), defect.isEmpty() ? QStringList() : QStringList{defect});
     QVERIFY(standIn.waitForReadyRead());
-    const Outcome outcome = shipwright({u"selftest"_s, u"--timeout"_s,
-                                        defect.isEmpty() ? u"20000"_s : u"3000"_s});
+    const Outcome outcome = shipwright(
+        {u"selftest"_s, u"--timeout"_s, defect.isEmpty() ? u"20000"_s : u"3000"_s});
     standIn.kill();
     standIn.waitForFinished();
     QVERIFY2(outcome.status == status, qPrintable(outcome.out + outcome.err));
-    QCOMPARE(outcome.out.contains(u"\nFAIL  "_s) || outcome.out.startsWith(u"FAIL  "_s), status != 0);
+    QCOMPARE(outcome.out.contains(u"\nFAIL  "_s) || outcome.out.startsWith(u"FAIL  "_s),
+             status != 0);
 }
 
 void ShipwrightTest::failure_hasItsExitStatus_data()
@@ -522,10 +537,11 @@ void ShipwrightTest::failure_hasItsExitStatus_data()
         << QStringList{u"fly"_s} << 2 << u"\"fly\" is not a command."_s;
     QTest::newRow("unknown option") << QStringList{u"info"_s, u"--loud"_s} << 2
                                     << u"Unknown option 'loud'.\nTry: shipwright info --help\n"_s;
-    QTest::newRow("unknown file type") << QStringList{u"send"_s, u"song"_s, path} << 2
-                                       << u"\"song\" is not a file type."_s;
-    QTest::newRow("missing argument") << QStringList{u"send"_s, u"generic"_s} << 2
-                                      << u"Usage: shipwright send configuration|menu|generic|package FILE"_s;
+    QTest::newRow("unknown file type")
+        << QStringList{u"send"_s, u"song"_s, path} << 2 << u"\"song\" is not a file type."_s;
+    QTest::newRow("missing argument")
+        << QStringList{u"send"_s, u"generic"_s} << 2
+        << u"Usage: shipwright send configuration|menu|generic|package FILE"_s;
     QTest::newRow("wrong slot") << QStringList{u"info"_s, u"--slot"_s, u"4"_s} << 2
                                 << u"--slot takes a number from 0 to 3, not \"4\"."_s;
     QTest::newRow("wrong destination") << QStringList{u"info"_s, u"--destination"_s, u"25"_s} << 2
@@ -542,8 +558,9 @@ void ShipwrightTest::failure_hasItsExitStatus_data()
     QTest::newRow("log on a full disk")
         << QStringList{u"connect"_s, u"--log"_s, u"/dev/full"_s} << 3
         << u"The log /dev/full cannot be written: No space left on device."_s;
-    QTest::newRow("no such plugin") << QStringList{u"connect"_s, u"--plugin"_s, u"semaphore"_s} << 4
-                                    << u"The CAN plugin \"semaphore\" gives no interface \"can0\": "_s;
+    QTest::newRow("no such plugin")
+        << QStringList{u"connect"_s, u"--plugin"_s, u"semaphore"_s} << 4
+        << u"The CAN plugin \"semaphore\" gives no interface \"can0\": "_s;
     QTest::newRow("no answer")
         << QStringList{u"connect"_s, u"--timeout"_s, u"50"_s, u"--fault"_s, u"drop@any"_s} << 6
         << u"No answer to start of configuration: sent 0F1A02C0#A55A, awaited identifier 0F584000 for "
@@ -551,20 +568,20 @@ void ShipwrightTest::failure_hasItsExitStatus_data()
     QTest::newRow("refused") << QStringList{u"connect"_s, u"--fault"_s, u"corrupt@any"_s} << 7
                              << u"The receiver refused start of configuration with code 186."_s;
     QTest::newRow("record refused")
-        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"drop@data:1-"_s, u"--retries"_s,
-                       u"1"_s}
+        << QStringList{u"send"_s,         u"generic"_s,   path,  u"--fault"_s,
+                       u"drop@data:1-"_s, u"--retries"_s, u"1"_s}
         << 8
         << u"The receiver refused record 1 of 2 with code 186 in each of 2 attempts: the CRC-32 that it "
            "computed is not 0x"_s;
-    QTest::newRow("file refused")
-        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"repeat@record-end:1"_s} << 9
-        << u"The CRC-32 of the file differs: 0x"_s;
-    QTest::newRow("abandoned")
-        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"abandon@data:70"_s} << 12
-        << u"Abandoned before sending 1B1AF050#"_s;
-    QTest::newRow("link killed")
-        << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s, u"kill@record-start:2"_s} << 4
-        << u"The CAN interface went away."_s;
+    QTest::newRow("file refused") << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s,
+                                                 u"repeat@record-end:1"_s}
+                                  << 9 << u"The CRC-32 of the file differs: 0x"_s;
+    QTest::newRow("abandoned") << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s,
+                                              u"abandon@data:70"_s}
+                               << 12 << u"Abandoned before sending 1B1AF050#"_s;
+    QTest::newRow("link killed") << QStringList{u"send"_s, u"generic"_s, path, u"--fault"_s,
+                                                u"kill@record-start:2"_s}
+                                 << 4 << u"The CAN interface went away."_s;
 }
 
 void ShipwrightTest::failure_hasItsExitStatus()
@@ -613,16 +630,18 @@ void ShipwrightTest::interruption_tellsTheReceiversState()
     const QString path = file(u"sent"_s, pattern(600));
     const QString log = m_directory->filePath(u"frames.log"_s);
     QProcess process;
-    startShipwright(process, {u"send"_s, u"generic"_s, path, u"--fault"_s, u"delay=20000@data:70"_s,
-                              u"--timeout"_s, u"20000"_s, u"--log"_s, log});
+    startShipwright(process,
+                    {u"send"_s, u"generic"_s, path, u"--fault"_s, u"delay=20000@data:70"_s,
+                     u"--timeout"_s, u"20000"_s, u"--log"_s, log});
     // 74 frames have gone out and three answers have come in when the delay begins.
     QTRY_COMPARE_WITH_TIMEOUT(contentOf(log).count('\n'), 77, 20'000);
-    ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+    ::kill(pid_t(process.processId()), SIGINT);
     const Outcome outcome = outcomeOf(process);
     QCOMPARE(outcome.status, 130);
-    QCOMPARE(outcome.err,
-             u"shipwright: Interrupted.\nThe receiver holds an incomplete generic file (1 of 2 records) "
-             "and waits without a time limit; sending the file again replaces it.\n"_s);
+    QCOMPARE(
+        outcome.err,
+        u"shipwright: Interrupted.\nThe receiver holds an incomplete generic file (1 of 2 records) "
+        "and waits without a time limit; sending the file again replaces it.\n"_s);
 }
 
 QTEST_GUILESS_MAIN(ShipwrightTest)

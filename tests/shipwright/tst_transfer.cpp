@@ -45,12 +45,9 @@ void TransferTest::smallFile_frameByFrame()
     Bench bench;
     bench.send(2, QByteArrayLiteral("123456789"));
     const QStringList expected{
-        u"1B1A0000#020809000000"_s,
-        u"1B1A1000#0208000001000000"_s,
-        u"1B1A2000#0200000000"_s,
-        u"1B1AF000#3132333435363738"_s,
-        u"1B1AF010#39"_s,
-        u"1B1A3000#2639F4CB"_s,
+        u"1B1A0000#020809000000"_s, u"1B1A1000#0208000001000000"_s,
+        u"1B1A2000#0200000000"_s,   u"1B1AF000#3132333435363738"_s,
+        u"1B1AF010#39"_s,           u"1B1A3000#2639F4CB"_s,
         u"1B1A4000#2639F4CB"_s,
     };
     QCOMPARE(bench.bus.sent, expected);
@@ -60,9 +57,17 @@ void TransferTest::file_arrivesWhateverItsSize_data()
 {
     QTest::addColumn<qsizetype>("size");
     QTest::addColumn<quint32>("records");
-    for (const auto &[size, records] : std::initializer_list<std::pair<qsizetype, quint32>>{
-             {1, 1}, {7, 1}, {8, 1}, {9, 1}, {511, 1}, {512, 1}, {513, 2}, {1024, 2}, {1025, 3},
-             {100'000, 196}}) {
+    for (const auto &[size, records] :
+         std::initializer_list<std::pair<qsizetype, quint32>>{{1, 1},
+                                                              {7, 1},
+                                                              {8, 1},
+                                                              {9, 1},
+                                                              {511, 1},
+                                                              {512, 1},
+                                                              {513, 2},
+                                                              {1024, 2},
+                                                              {1025, 3},
+                                                              {100'000, 196}}) {
         QTest::addRow("%lld bytes", static_cast<long long>(size)) << size << records;
     }
 }
@@ -75,7 +80,7 @@ void TransferTest::file_arrivesWhateverItsSize()
     const TransferProgress last = bench.send(3, pattern(size));
     QCOMPARE(bench.bus.receiver.file(3), pattern(size));
     QCOMPARE(last.records, records);
-    QCOMPARE(last.bytes, static_cast<quint64>(size));
+    QCOMPARE(last.bytes, quint64(size));
 }
 
 void TransferTest::file_onlyTheLastFrameIsShort()
@@ -108,7 +113,8 @@ void TransferTest::frameLimit_boundsTheRecords()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
-        return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0a03e803e80360ea")} : answers;
+        return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0a03e803e80360ea")}
+                                            : answers;
     };
     const TransferProgress last = bench.send(2, pattern(65));
     QCOMPARE(last.records, 3u);
@@ -120,7 +126,8 @@ void TransferTest::frameLimit_neverExceedsWhatTheWireNumbers()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
-        return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0bffe803e80360ea")} : answers;
+        return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0bffe803e80360ea")}
+                                            : answers;
     };
     bench.send(2, pattern(513));
     QVERIFY(bench.bus.sent.contains(u"1B1A2000#4000000000"_s));
@@ -149,9 +156,10 @@ void TransferTest::record_refusedTooOftenFails()
     bench.link.setFaults(faults);
     const Failure failure = failureOf([&] { bench.send(2, QByteArrayLiteral("123456789")); });
     QCOMPARE(failure.exit, Exit::RecordCrc);
-    QCOMPARE(failure.message,
-             u"The receiver refused record 1 of 1 with code 186 in each of 3 attempts: the CRC-32 that "
-             "it computed is not 0xcbf43926, the one sent."_s);
+    QCOMPARE(
+        failure.message,
+        u"The receiver refused record 1 of 1 with code 186 in each of 3 attempts: the CRC-32 that "
+        "it computed is not 0xcbf43926, the one sent."_s);
     QCOMPARE(bench.bus.sent.count(u"1B1A2000#0200000000"_s), 3);
 }
 
@@ -175,8 +183,7 @@ void TransferTest::record_codeThatIsNoRefusalFails()
     };
     const Failure failure = failureOf([&] { bench.send(2, pattern(8)); });
     QCOMPARE(failure.exit, Exit::Refused);
-    QCOMPARE(failure.message,
-             u"The receiver refused Record End of record 1 of 1 with code 7."_s);
+    QCOMPARE(failure.message, u"The receiver refused Record End of record 1 of 1 with code 7."_s);
 }
 
 void TransferTest::record_contradictoryAnswerIsABadAnswer()
@@ -210,9 +217,10 @@ void TransferTest::record_unansweredIsNotSentAgain()
     };
     const Failure failure = failureOf([&] { bench.send(2, QByteArrayLiteral("123456789")); });
     QCOMPARE(failure.exit, Exit::NoAnswer);
-    QCOMPARE(failure.message,
-             u"No answer to Record End of record 1 of 1: sent 1B1A3000#2639F4CB, awaited identifier "
-             "1B583000 for 1000 ms; nothing came instead."_s);
+    QCOMPARE(
+        failure.message,
+        u"No answer to Record End of record 1 of 1: sent 1B1A3000#2639F4CB, awaited identifier "
+        "1B583000 for 1000 ms; nothing came instead."_s);
     QCOMPARE(bench.bus.sent.count(u"1B1A3000#2639F4CB"_s), 1);
 }
 
@@ -233,7 +241,8 @@ void TransferTest::initiate_refused()
 {
     Bench bench;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
-        return sent.frameId() == 0x1B1A1000 ? QList{frame(0x1B58101E, "0000000000000000")} : answers;
+        return sent.frameId() == 0x1B1A1000 ? QList{frame(0x1B58101E, "0000000000000000")}
+                                            : answers;
     };
     const Failure failure = failureOf([&] { bench.send(2, pattern(8)); });
     QCOMPARE(failure.exit, Exit::Refused);
@@ -270,7 +279,8 @@ void TransferTest::complete_crcDiffersShowsBothValues()
     FaultPlan faults;
     faults.add(u"repeat@record-end:1"_s);
     bench.link.setFaults(faults);
-    const Failure failure = failureOf([&] { bench.send(2, QByteArray(512, 'a') + QByteArray(8, 'b')); });
+    const Failure failure = failureOf(
+        [&] { bench.send(2, QByteArray(512, 'a') + QByteArray(8, 'b')); });
     QCOMPARE(failure.exit, Exit::FileCrc);
     QCOMPARE(failure.message,
              u"The CRC-32 of the file differs: 0x94124c85 sent, 0x48964a4b at the receiver."_s);
@@ -292,7 +302,8 @@ void TransferTest::parametersOfZero_fallBackToTheDefault()
     Bench bench;
     bench.bus.answerDelay = 900;
     bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
-        return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0a3f000000000000")} : answers;
+        return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0a3f000000000000")}
+                                            : answers;
     };
     bench.send(2, pattern(600));
     QCOMPARE(bench.bus.receiver.file(2), pattern(600));
@@ -310,7 +321,8 @@ void TransferTest::progress_neverShowsAllBeforeTheReceiverConfirmed()
             QCOMPARE(p.bytes, 1500u);
     }
     QVERIFY(bench.progress.last().phase == TransferProgress::Phase::Confirmed);
-    QVERIFY(bench.progress.at(bench.progress.size() - 2).phase == TransferProgress::Phase::Confirming);
+    QVERIFY(bench.progress.at(bench.progress.size() - 2).phase
+            == TransferProgress::Phase::Confirming);
 }
 
 void TransferTest::progress_countsRepeatedRecords()

@@ -49,15 +49,15 @@ bool BenchClient::send(const QByteArray &frames)
 
 bool BenchClient::sendBytes(const QByteArray &bytes)
 {
-    return ::send(m_socket, bytes.constData(), static_cast<std::size_t>(bytes.size()), MSG_NOSIGNAL)
+    return ::send(m_socket, bytes.constData(), std::size_t(bytes.size()), MSG_NOSIGNAL)
         == bytes.size();
 }
 
 qsizetype BenchClient::trySendBytes(const QByteArray &bytes)
 {
-    return std::max<qsizetype>(0, ::send(m_socket, bytes.constData(),
-                                         static_cast<std::size_t>(bytes.size()),
-                                         MSG_NOSIGNAL | MSG_DONTWAIT));
+    return std::max<qsizetype>(0,
+                               ::send(m_socket, bytes.constData(), std::size_t(bytes.size()),
+                                      MSG_NOSIGNAL | MSG_DONTWAIT));
 }
 
 QByteArray BenchClient::receive(int timeoutMs)
@@ -69,7 +69,7 @@ QByteArray BenchClient::receive(int timeoutMs)
         m_input.remove(0, std::exchange(m_taken, 0));
     while (m_input.size() < frameSize) {
         pollfd readable{m_socket, POLLIN, 0};
-        const int left = std::max(0, timeoutMs - static_cast<int>(timer.elapsed()));
+        const int left = std::max(0, timeoutMs - int(timer.elapsed()));
         if (::poll(&readable, 1, left) <= 0)
             return {};
         char buffer[65536];
@@ -96,8 +96,8 @@ can_frame BenchClient::parse(const QByteArray &text)
         frame.can_id |= CAN_RTR_FLAG;
     const QByteArray bytes = payload == "R" ? QByteArray() : QByteArray::fromHex(payload);
     Q_ASSERT(bytes.size() <= CAN_MAX_DLEN);
-    frame.can_dlc = static_cast<__u8>(bytes.size());
-    std::memcpy(frame.data, bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    frame.can_dlc = __u8(bytes.size());
+    std::memcpy(frame.data, bytes.constData(), std::size_t(bytes.size()));
     return frame;
 }
 
@@ -108,5 +108,6 @@ QByteArray BenchClient::format(const can_frame &frame)
     const QByteArray payload = frame.can_id & CAN_RTR_FLAG
         ? QByteArray("R")
         : QByteArray(reinterpret_cast<const char *>(frame.data), frame.can_dlc).toHex().toUpper();
-    return QByteArray::number(id, 16).rightJustified(extended ? 8 : 3, '0').toUpper() + '#' + payload;
+    return QByteArray::number(id, 16).rightJustified(extended ? 8 : 3, '0').toUpper() + '#'
+        + payload;
 }

@@ -248,29 +248,34 @@ void TestBenchBus::readerThatVanishesMakesNobodyWait()
 
 void TestBenchBus::bitRateLimitsTheFramesPerSecond()
 {
-    m_broker = std::make_unique<Broker>(QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
+    m_broker = std::make_unique<Broker>(
+        QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
     BenchClient sender, receiver;
     QElapsedTimer timer;
     timer.start();
     for (int i = 0; i < 20; ++i) {
-        QVERIFY(sender.send("0F1A02C0#0102030405060708 0F1A02C0#0102030405060708 0F1A02C0#0102030405060708"));
+        QVERIFY(sender.send(
+            "0F1A02C0#0102030405060708 0F1A02C0#0102030405060708 0F1A02C0#0102030405060708"));
         for (int frame = 0; frame < 3; ++frame)
             QCOMPARE(receiver.receive(), "0F1A02C0#0102030405060708");
     }
     // 131 bits last 1.31 ms; the last frame is handed on as it starts.
-    QVERIFY2(timer.nsecsElapsed() >= 59 * 1'310'000, qPrintable(QString::number(timer.nsecsElapsed())));
+    QVERIFY2(timer.nsecsElapsed() >= 59 * 1'310'000,
+             qPrintable(QString::number(timer.nsecsElapsed())));
 }
 
 void TestBenchBus::bitRateGivesNoCreditForPauses()
 {
-    m_broker = std::make_unique<Broker>(QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
+    m_broker = std::make_unique<Broker>(
+        QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
     BenchClient sender, receiver;
     QElapsedTimer timer;
     int paced = 0;
     for (int i = 0; i < 10; ++i) {
         QTest::qSleep(4);
         timer.start();
-        QVERIFY(sender.send("0F1A02C0#0102030405060708 0F1A02C0#0102030405060708 0F1A02C0#0102030405060708"));
+        QVERIFY(sender.send(
+            "0F1A02C0#0102030405060708 0F1A02C0#0102030405060708 0F1A02C0#0102030405060708"));
         for (int frame = 0; frame < 3; ++frame)
             QCOMPARE(receiver.receive(), "0F1A02C0#0102030405060708");
         paced += timer.nsecsElapsed() >= 2 * 1'310'000;
@@ -281,7 +286,8 @@ void TestBenchBus::bitRateGivesNoCreditForPauses()
 
 void TestBenchBus::bitRateServesSendersInTurn()
 {
-    m_broker = std::make_unique<Broker>(QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
+    m_broker = std::make_unique<Broker>(
+        QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
     BenchClient first, second, receiver;
     QVERIFY(first.sendBytes(numbered(1, 0, 200)));
     QVERIFY(second.sendBytes(numbered(2, 0, 200)));

@@ -107,12 +107,14 @@ void TestBenchBusDevice::connectsAtOnce()
     QVERIFY(device);
     QCOMPARE(m_error, QString());
     QList<QCanBusDevice::CanBusDeviceState> states;
-    connect(device.get(), &QCanBusDevice::stateChanged, this, [&](auto state) { states.append(state); });
+    connect(device.get(), &QCanBusDevice::stateChanged, this,
+            [&](auto state) { states.append(state); });
     QVERIFY(device->connectDevice());
     QCOMPARE(states, (QList{QCanBusDevice::ConnectingState, QCanBusDevice::ConnectedState}));
     device->disconnectDevice();
-    QCOMPARE(states, (QList{QCanBusDevice::ConnectingState, QCanBusDevice::ConnectedState,
-                            QCanBusDevice::ClosingState, QCanBusDevice::UnconnectedState}));
+    QCOMPARE(states,
+             (QList{QCanBusDevice::ConnectingState, QCanBusDevice::ConnectedState,
+                    QCanBusDevice::ClosingState, QCanBusDevice::UnconnectedState}));
 }
 
 void TestBenchBusDevice::takesTheNameOfItsInterface()
@@ -185,9 +187,9 @@ void TestBenchBusDevice::receivesFramesUnchanged_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::newRow("extended") << QByteArray("0F1A02C0#A55A") << QCanBusFrame::DataFrame << true
                               << 0x0F1A02C0u << QByteArray("a55a");
-    QTest::newRow("small extended") << QByteArray("00000001#FFEEDDCCBBAA9988")
-                                    << QCanBusFrame::DataFrame << true << 1u
-                                    << QByteArray("ffeeddccbbaa9988");
+    QTest::newRow("small extended")
+        << QByteArray("00000001#FFEEDDCCBBAA9988") << QCanBusFrame::DataFrame << true << 1u
+        << QByteArray("ffeeddccbbaa9988");
     QTest::newRow("base") << QByteArray("7FF#") << QCanBusFrame::DataFrame << false << 0x7FFu
                           << QByteArray();
     QTest::newRow("remote request") << QByteArray("0F1A02C0#R") << QCanBusFrame::RemoteRequestFrame
@@ -233,7 +235,8 @@ void TestBenchBusDevice::manyFramesLeaveWhileNobodyReads()
     BenchClient client;
     auto device = connected();
     qint64 written = 0;
-    connect(device.get(), &QCanBusDevice::framesWritten, this, [&](qint64 count) { written += count; });
+    connect(device.get(), &QCanBusDevice::framesWritten, this,
+            [&](qint64 count) { written += count; });
     for (quint32 i = 0; i < total; ++i)
         QVERIFY(device->writeFrame(QCanBusFrame(0x10000000 + i, QByteArray())));
     QTest::qWait(300);
@@ -316,7 +319,8 @@ void TestBenchBusDevice::filterForIdentifiers()
     first.type = QCanBusFrame::RemoteRequestFrame;
     second.frameId = 0x0F000000;
     second.frameIdMask = 0x1F000000;
-    QCOMPARE(passing(*device, {first, second}), (QByteArrayList{"f1a02c0xd", "123br", "f1a02c0xr"}));
+    QCOMPARE(passing(*device, {first, second}),
+             (QByteArrayList{"f1a02c0xd", "123br", "f1a02c0xr"}));
 }
 
 void TestBenchBusDevice::withoutAFilterEverythingPasses()
@@ -504,7 +508,8 @@ void TestBenchBusDevice::faultsFollowAFileWrittenInPlace()
 void TestBenchBusDevice::unknownFaultIsReported()
 {
     setFaults("wrte\n");
-    const QByteArray message = "benchbus: unknown fault \"wrte\" in \"" + m_faults.toLocal8Bit() + '"';
+    const QByteArray message = "benchbus: unknown fault \"wrte\" in \"" + m_faults.toLocal8Bit()
+        + '"';
     QTest::ignoreMessage(QtWarningMsg, message.constData());
     QVERIFY(create());
 }

@@ -121,12 +121,13 @@ void TestLog::recordThatArrivesAtOnceIsLoggedTheSame()
         if (line.startsWith("debug|default|onFramesReceived: Frame: "))
             frames.append(line);
     }
-    QCOMPARE(frames,
-             (QByteArrayList{
-                 "debug|default|onFramesReceived: Frame: 0x \"1B1A2000\" Payload: \"02-01-00-00-00\"",
-                 "debug|default|onFramesReceived: Frame: 0x \"1B1AF000\" Payload: \"7B-22-76-6F-6C-75-6D-65\"",
-                 "debug|default|onFramesReceived: Frame: 0x \"1B1AF010\" Payload: \"22-3A-31-31-7D\"",
-                 "debug|default|onFramesReceived: Frame: 0x \"1B1A3000\" Payload: \"32-B8-50-95\""}));
+    QCOMPARE(
+        frames,
+        (QByteArrayList{
+            "debug|default|onFramesReceived: Frame: 0x \"1B1A2000\" Payload: \"02-01-00-00-00\"",
+            "debug|default|onFramesReceived: Frame: 0x \"1B1AF000\" Payload: \"7B-22-76-6F-6C-75-6D-65\"",
+            "debug|default|onFramesReceived: Frame: 0x \"1B1AF010\" Payload: \"22-3A-31-31-7D\"",
+            "debug|default|onFramesReceived: Frame: 0x \"1B1A3000\" Payload: \"32-B8-50-95\""}));
 }
 
 void TestLog::busError()
@@ -134,7 +135,8 @@ void TestLog::busError()
     QVERIFY(m_receiver->start());
     QCOMPARE(m_tool->request("0F1A02C0#A55A"), "0F584000#5AA5");
     setFaults("error");
-    QVERIFY(m_receiver->waitForLog("critical|default|canFrameError: CAN Error QCanBusDevice::ReadError"));
+    QVERIFY(m_receiver->waitForLog(
+        "critical|default|canFrameError: CAN Error QCanBusDevice::ReadError"));
     QCOMPARE(m_tool->request("0F1A02C0#A55A"), "0F584000#5AA5");
 }
 

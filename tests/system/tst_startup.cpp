@@ -70,7 +70,8 @@ void TestStartup::logsHowItConnects()
     QVERIFY(receiver.start());
     ServiceTool tool;
     QCOMPARE(tool.request("0F1A02C0#A55A"), "0F584000#5AA5"); // the event loop runs
-    QCOMPARE(receiver.log().mid(0, 3), (QByteArrayList{connecting, stateConnecting, stateConnected}));
+    QCOMPARE(receiver.log().mid(0, 3),
+             (QByteArrayList{connecting, stateConnecting, stateConnected}));
     QVERIFY(receiver.log().at(3).startsWith("debug|default|onFramesReceived: "));
 }
 
@@ -123,10 +124,11 @@ void TestStartup::endsWithoutThePlugin()
                        QStringLiteral(CANBUS_PLUGIN_DIR), QStringLiteral(DOCKHAND_EXECUTABLE)});
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
-    QCOMPARE(receiver.log(),
-             (QByteArrayList{
-                 "critical|default|Moorline: Failed to create device  \"No such plugin: 'socketcan'\"",
-                 notInitialized}));
+    QCOMPARE(
+        receiver.log(),
+        (QByteArrayList{
+            "critical|default|Moorline: Failed to create device  \"No such plugin: 'socketcan'\"",
+            notInitialized}));
 }
 
 void TestStartup::endsIfTheDeviceRefusesToConnect()
@@ -136,8 +138,9 @@ void TestStartup::endsIfTheDeviceRefusesToConnect()
     receiver.setVariable(u"QT_LOGGING_RULES"_s, u"qt.scenegraph.general=true"_s);
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
-    QCOMPARE(receiver.log(), (QByteArrayList{connecting, stateConnecting, connectionError,
-                                             stateUnconnected, notInitialized}));
+    QCOMPARE(receiver.log(),
+             (QByteArrayList{connecting, stateConnecting, connectionError, stateUnconnected,
+                             notInitialized}));
 }
 
 void TestStartup::endsWhereThereIsNoBus()
@@ -146,8 +149,9 @@ void TestStartup::endsWhereThereIsNoBus()
     receiver.setVariable(u"BENCHBUS_SOCKET"_s, u"/nowhere/bus"_s);
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
-    QCOMPARE(receiver.log(), (QByteArrayList{connecting, stateConnecting, connectionError,
-                                             stateUnconnected, notInitialized}));
+    QCOMPARE(receiver.log(),
+             (QByteArrayList{connecting, stateConnecting, connectionError, stateUnconnected,
+                             notInitialized}));
 }
 
 void TestStartup::endsIfTheDisplayIsBroken()
@@ -156,8 +160,10 @@ void TestStartup::endsIfTheDisplayIsBroken()
     receiver.setVariable(u"QT_LOGGING_RULES"_s, u"qt.scenegraph.general=true"_s);
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
-    QCOMPARE(receiver.log().mid(0, 3), (QByteArrayList{connecting, stateConnecting, stateConnected}));
-    QCOMPARE(receiver.log().at(3), "warning|default|QQmlApplicationEngine failed to load component");
+    QCOMPARE(receiver.log().mid(0, 3),
+             (QByteArrayList{connecting, stateConnecting, stateConnected}));
+    QCOMPARE(receiver.log().at(3),
+             "warning|default|QQmlApplicationEngine failed to load component");
     QVERIFY(receiver.log().at(4).startsWith("warning|default|qrc:/main.qml:6:1: Expected token"));
     QVERIFY(!showsWindow(receiver.log()));
 }
@@ -169,8 +175,8 @@ void TestStartup::picksTheFirstLanguageThatHasACatalogue_data()
     QTest::addColumn<QByteArray>("text");
     QTest::newRow("en_US") << u"en_US.UTF-8"_s << QString() << QByteArray("catalogue en_US");
     QTest::newRow("no catalogue") << u"de_DE.UTF-8"_s << QString() << QByteArray("no catalogue");
-    QTest::newRow("second language") << u"de_DE.UTF-8"_s << u"de_DE:en_US"_s
-                                     << QByteArray("catalogue en_US");
+    QTest::newRow("second language")
+        << u"de_DE.UTF-8"_s << u"de_DE:en_US"_s << QByteArray("catalogue en_US");
     QTest::newRow("first of two") << u"fr_FR.UTF-8"_s << u"fr_FR:en_US"_s
                                   << QByteArray("catalogue fr_FR");
 }

@@ -95,7 +95,8 @@ void TestTransfer::startReceiver()
 QByteArray TestTransfer::sendFile(quint8 fileType, const QByteArray &content)
 {
     const auto records = quint32((content.size() + 511) / 512);
-    if (m_tool->request({ToolFrames::transferInfo(fileType, quint32(content.size()))}) != infoAccepted
+    if (m_tool->request({ToolFrames::transferInfo(fileType, quint32(content.size()))})
+            != infoAccepted
         || m_tool->request({ToolFrames::initiateTransfer(fileType, records)}) != initiateAccepted)
         return "not accepted";
     for (quint32 record = 0; record < records; ++record) {
@@ -243,8 +244,7 @@ void TestTransfer::installsNothingIfTheFileIsBroken()
         "critical|default|processP6TransferCompleteCommand: CRCs dont match!"));
     QCOMPARE(ServiceTree::read(live), "live");
     QCOMPARE(ServiceTree::read(factory), "\x03");
-    QCOMPARE(ServiceTree::files(),
-             (QByteArrayList{factory, "application/main/stats.db", live}));
+    QCOMPARE(ServiceTree::files(), (QByteArrayList{factory, "application/main/stats.db", live}));
 }
 
 void TestTransfer::leavesItToTheLogThatAFileCannotBeOpened()
@@ -289,8 +289,9 @@ void TestTransfer::setsTheClock()
     };
     QTRY_VERIFY(bothRan());
     std::sort(lines.begin(), lines.end()); // the two run side by side
-    QCOMPARE(lines, (QByteArrayList{"", "hwclock\t--systohc",
-                                    "timedatectl\tset-time\t2024-03-05 14:07:09 UTC"}));
+    QCOMPARE(lines,
+             (QByteArrayList{"", "hwclock\t--systohc",
+                             "timedatectl\tset-time\t2024-03-05 14:07:09 UTC"}));
 }
 
 void TestTransfer::refusesADateThatThereIsNot()

@@ -15,8 +15,9 @@ inline long allocations();
 #if defined(__SANITIZE_ADDRESS__)
 
 // GCC's runtime has it, GCC's headers do not.
-extern "C" int __sanitizer_install_malloc_and_free_hooks(
-    void (*allocated)(const volatile void *, std::size_t), void (*freed)(const volatile void *));
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*allocated)(const volatile void *,
+                                                                           std::size_t),
+                                                         void (*freed)(const volatile void *));
 
 inline long allocations()
 {

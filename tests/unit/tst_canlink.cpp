@@ -91,8 +91,8 @@ void tst_canlink::membersAndOrdinaryMethodsArePublic()
     [[maybe_unused]] void (M::*const menu)() = &M::processReceivedMenuFile;
     [[maybe_unused]] void (M::*const unpack)(QString) = &M::DecompressMenuFile;
     [[maybe_unused]] void (M::*const cleanUp)(QString) = &M::CleanUpMenuDirectory;
-    [[maybe_unused]] void (M::*const status)(QString, bool, QString, bool, double, bool) =
-        &M::statusUpdated;
+    [[maybe_unused]] void (M::*const status)(QString, bool, QString, bool, double,
+                                             bool) = &M::statusUpdated;
 }
 
 void tst_canlink::membersStandInOrder()
@@ -153,10 +153,10 @@ void tst_canlink::metaObjectHasOneSignalAnd24SlotsInOrder()
 void tst_canlink::signalNamesItsParameters()
 {
     const QMetaMethod signal = QMetaMethod::fromSignal(&CanBusManager::statusUpdated);
-    QCOMPARE(signal.parameterNames(),
-             (QList<QByteArray>{"actionName1_text", "actionName1_visible", "actionName2_text",
-                                "actionName2_visible", "progressInd_percent",
-                                "progressInd_visible"}));
+    QCOMPARE(
+        signal.parameterNames(),
+        (QList<QByteArray>{"actionName1_text", "actionName1_visible", "actionName2_text",
+                           "actionName2_visible", "progressInd_percent", "progressInd_visible"}));
     QCOMPARE(signal.parameterTypes(),
              (QList<QByteArray>{"QString", "bool", "QString", "bool", "double", "bool"}));
 }
@@ -169,14 +169,18 @@ void tst_canlink::deviceSlotsNameTheirParameters()
     };
     QCOMPARE(names("canFramesWritten(quint64)"), QList<QByteArray>{"framesCount"});
     QCOMPARE(names("canFrameError(QCanBusDevice::CanBusError)"), QList<QByteArray>{"error"});
-    QCOMPARE(names("canStateChanged(QCanBusDevice::CanBusDeviceState)"), QList<QByteArray>{"state"});
+    QCOMPARE(names("canStateChanged(QCanBusDevice::CanBusDeviceState)"),
+             QList<QByteArray>{"state"});
 }
 
+// Version 14 does not know requires expressions.
+// clang-format off
 template<typename T>
 concept HasPublicFrameSlot = requires(T object) { object.onFramesReceived(); };
 template<typename T>
 concept HasPublicHandler =
     requires(T object, QCanBusFrame received) { object.processP6CanMessage(received); };
+// clang-format on
 
 void tst_canlink::slotsCannotBeCalledFromOutside()
 {
@@ -252,12 +256,12 @@ void tst_canlink::initSetsReceiverParametersAndSerialPlaceholder()
 void tst_canlink::initDoesItsStepsInOrder()
 {
     const auto set = [](QCanBusDevice::ConfigurationKey key) { return u"set %1"_s.arg(key); };
-    QCOMPARE(device->steps,
-             (QStringList{u"info"_s, set(QCanBusDevice::RawFilterKey),
-                          set(QCanBusDevice::LoopbackKey), set(QCanBusDevice::ReceiveOwnKey),
-                          set(QCanBusDevice::CanFdKey), u"connect framesReceived"_s,
-                          u"connect framesWritten"_s, u"connect errorOccurred"_s,
-                          u"connect stateChanged"_s, u"open"_s}));
+    QCOMPARE(
+        device->steps,
+        (QStringList{u"info"_s, set(QCanBusDevice::RawFilterKey), set(QCanBusDevice::LoopbackKey),
+                     set(QCanBusDevice::ReceiveOwnKey), set(QCanBusDevice::CanFdKey),
+                     u"connect framesReceived"_s, u"connect framesWritten"_s,
+                     u"connect errorOccurred"_s, u"connect stateChanged"_s, u"open"_s}));
 }
 
 void tst_canlink::initConfiguresTheDevice()
@@ -381,9 +385,8 @@ void tst_canlink::writeFrameSendsExtendedDataFrames_data()
         sent 0f584000 ext [00 ff 7f 80 01 02 03 04]
         debug |writeFrame: Frame sent with ID: "f584000"|
     )");
-    QTest::newRow("more than a classic frame holds") << 0x0F584000u
-                                                     << QByteArray::fromHex("0102030405060708090a0b0c")
-                                                     << transcript(R"(
+    QTest::newRow("more than a classic frame holds")
+        << 0x0F584000u << QByteArray::fromHex("0102030405060708090a0b0c") << transcript(R"(
         sent 0f584000 ext fd [01 02 03 04 05 06 07 08 09 0a 0b 0c]
         debug |writeFrame: Frame sent with ID: "f584000"|
     )");
@@ -516,7 +519,8 @@ void tst_canlink::framesAreRoutedByProtocolType_data()
     )");
     const auto unhandled = [](const char *id, const char *type) {
         return QStringList{
-            u"debug |onFramesReceived: Frame: 0x \"%1\" Payload: \"\"|"_s.arg(QLatin1StringView(id)),
+            u"debug |onFramesReceived: Frame: 0x \"%1\" Payload: \"\"|"_s.arg(
+                QLatin1StringView(id)),
             u"warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  %1|"_s.arg(
                 QLatin1StringView(type))};
     };
@@ -650,8 +654,9 @@ void tst_canlink::p3ResponseIsLoggedOnly()
     QFETCH(quint32, identifier);
     QFETCH(QString, number);
     call("processP3CanResponse", frame(identifier, "010203"));
-    QCOMPARE(events(), QStringList{u"warning |processP3CanResponse: Simple Response Frame sent to "
-                                   "Dockhand:  %1  - No Action|"_s.arg(number)});
+    QCOMPARE(events(),
+             QStringList{u"warning |processP3CanResponse: Simple Response Frame sent to "
+                         "Dockhand:  %1  - No Action|"_s.arg(number)});
 }
 
 void tst_canlink::p3EventIsLoggedOnly_data()
@@ -669,8 +674,9 @@ void tst_canlink::p3EventIsLoggedOnly()
     QFETCH(quint32, identifier);
     QFETCH(QString, number);
     call("processP3CanEvent", frame(identifier, "010203"));
-    QCOMPARE(events(), QStringList{u"warning |processP3CanEvent: Simple Event Frame sent to "
-                                   "Dockhand:  %1  - No Action|"_s.arg(number)});
+    QCOMPARE(events(),
+             QStringList{u"warning |processP3CanEvent: Simple Event Frame sent to "
+                         "Dockhand:  %1  - No Action|"_s.arg(number)});
 }
 
 void tst_canlink::p5MessageIsLoggedOnly()

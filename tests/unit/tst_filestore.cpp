@@ -144,8 +144,7 @@ void tst_filestore::lookupsReturnIndependentStrings()
     QString path = manager->getFilePathString(3);
     path[0] = u'X';
     QCOMPARE(manager->getFileTypeString(3), u"Package"_s);
-    QCOMPARE(manager->getFilePathString(3),
-             u"/media/service/korvane/pendingUpdates/package.tar"_s);
+    QCOMPARE(manager->getFilePathString(3), u"/media/service/korvane/pendingUpdates/package.tar"_s);
 }
 
 void tst_filestore::lookupsTouchNothing()
@@ -291,9 +290,10 @@ void tst_filestore::fileCrcOfADirectoryIs0()
 {
     QCOMPARE(manager->CalculateCRC32(ServiceTree::path("pendingUpdates"), 0L, 9L), 0u);
     const QStringList lines = events();
-    QCOMPARE(lines.last().left(60),
-             u"critical |CalculateCRC32 Error: Failed to open file: \"file to open is a directory\"|"_s
-                 .left(60));
+    QCOMPARE(
+        lines.last().left(60),
+        u"critical |CalculateCRC32 Error: Failed to open file: \"file to open is a directory\"|"_s
+            .left(60));
 }
 
 void tst_filestore::fileCrcOfANegativeOffsetIs0()
@@ -340,7 +340,8 @@ void tst_filestore::fileCrcReadsInChunks()
     const QByteArray data = someBytes(10000);
     ServiceTree::write("bytes", data);
     readWatch = {true, {}, -1};
-    const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), long(offset), long(length));
+    const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), long(offset),
+                                                long(length));
     readWatch.active = false;
     QTEST(readWatch.requests, "requests");
     QCOMPARE(crc, bitwiseCrc(data.mid(offset, length)));
@@ -447,8 +448,9 @@ void tst_filestore::configurationKnowsNoWildcard()
     ServiceTree::write("application/main/nvParameters.conf", "kept");
     ServiceTree::write("application/main/nvParameters.conf.1", "kept too");
     manager->processReceivedConfigFile();
-    QCOMPARE(events().constFirst(), u"debug |Cleanup Note: File did not exist, skipping: "
-                               "\"/media/service/korvane/application/main/nvParameters.conf*\"|"_s);
+    QCOMPARE(events().constFirst(),
+             u"debug |Cleanup Note: File did not exist, skipping: "
+             "\"/media/service/korvane/application/main/nvParameters.conf*\"|"_s);
     QCOMPARE(ServiceTree::read("application/main/nvParameters.conf"), "kept");
     QCOMPARE(ServiceTree::read("application/main/nvParameters.conf.1"), "kept too");
 }

@@ -85,9 +85,9 @@ void tst_filestore_menu::initTestCase()
     QTemporaryDir content;
     const QDir directory(content.path());
     QVERIFY(directory.mkpath(u"images/icons/large"_s));
-    for (const auto &[name, text] :
-         {std::pair{u"menu.json"_s, "menu"}, {u"images/logo.png"_s, "logo"},
-          {u"images/icons/large/start.png"_s, "start"}}) {
+    for (const auto &[name, text] : {std::pair{u"menu.json"_s, "menu"},
+                                     {u"images/logo.png"_s, "logo"},
+                                     {u"images/icons/large/start.png"_s, "start"}}) {
         QFile file(directory.filePath(name));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(text);
@@ -211,10 +211,11 @@ void tst_filestore_menu::unpackingPassesItsArguments()
     standInForTar("echo noise that is not read");
     ServiceTree::write("application/menu/menu.tar", "archive");
     manager->DecompressMenuFile(u"/media/service/korvane/application/menu/"_s);
-    QCOMPARE(tarArguments(), "-xf\n"
-                             "/media/service/korvane/application/menu/menu.tar\n"
-                             "-C\n"
-                             "/media/service/korvane/application/menu/\n");
+    QCOMPARE(tarArguments(),
+             "-xf\n"
+             "/media/service/korvane/application/menu/menu.tar\n"
+             "-C\n"
+             "/media/service/korvane/application/menu/\n");
     QCOMPARE(events().at(1), u"info |Success! Uncompressed menu.tar smoothly.|"_s);
 }
 
@@ -249,8 +250,9 @@ void tst_filestore_menu::unpackingTrimsWhatTarSays()
     standInForTar("echo output; printf '\\n\\t said \"this\" \\n\\n' >&2; exit 77");
     ServiceTree::write("application/menu/menu.tar", "archive");
     manager->DecompressMenuFile(u"/media/service/korvane/application/menu/"_s);
-    QCOMPARE(events().at(1),
-             u"critical |Tar Error: Extraction failed with exit code: 77 Details: \"said \\\"this\\\"\"|"_s);
+    QCOMPARE(
+        events().at(1),
+        u"critical |Tar Error: Extraction failed with exit code: 77 Details: \"said \\\"this\\\"\"|"_s);
 }
 
 void tst_filestore_menu::unpackingWithoutTarFails()
@@ -298,7 +300,8 @@ void tst_filestore_menu::unpackingLetsNothingElseRun()
     standInForTar("sleep 0.2");
     ServiceTree::write("application/menu/menu.tar", "archive");
     bool ran = false;
-    QMetaObject::invokeMethod(this, [&ran] { ran = true; }, Qt::QueuedConnection);
+    const auto run = [&ran] { ran = true; };
+    QMetaObject::invokeMethod(this, run, Qt::QueuedConnection);
     manager->DecompressMenuFile(u"/media/service/korvane/application/menu/"_s);
     QVERIFY(!ran);
     QTRY_VERIFY(ran);
@@ -429,7 +432,8 @@ void tst_filestore_menu::installationOfACorruptArchiveGoesOn()
     ServiceTree::write("application/factory/menu/menu.tar", QByteArray(10240, 'x'));
     manager->processReceivedMenuFile();
     const QStringList lines = events();
-    QCOMPARE(lines.filter(u"critical |Tar Error: Extraction failed with exit code: 2 Details: "_s).size(),
+    QCOMPARE(lines.filter(u"critical |Tar Error: Extraction failed with exit code: 2 Details: "_s)
+                 .size(),
              3);
     QCOMPARE(lines.count(u"sync"_s), 8);
     QCOMPARE(ServiceTree::read("application/menu/menu.tar"), QByteArray(10240, 'x'));
@@ -449,18 +453,19 @@ void tst_filestore_menu::installationGoesOnWithAReadOnlyBackup()
         sync
     )"));
     // The old archive is unpacked where it could not be replaced.
-    QCOMPARE(tarArguments(), "-xf\n"
-                             "/media/service/korvane/application/factory/menu/menu.tar\n"
-                             "-C\n"
-                             "/media/service/korvane/application/factory/menu/\n"
-                             "-xf\n"
-                             "/media/service/korvane/application/backup/menu/menu.tar\n"
-                             "-C\n"
-                             "/media/service/korvane/application/backup/menu/\n"
-                             "-xf\n"
-                             "/media/service/korvane/application/menu/menu.tar\n"
-                             "-C\n"
-                             "/media/service/korvane/application/menu/\n");
+    QCOMPARE(tarArguments(),
+             "-xf\n"
+             "/media/service/korvane/application/factory/menu/menu.tar\n"
+             "-C\n"
+             "/media/service/korvane/application/factory/menu/\n"
+             "-xf\n"
+             "/media/service/korvane/application/backup/menu/menu.tar\n"
+             "-C\n"
+             "/media/service/korvane/application/backup/menu/\n"
+             "-xf\n"
+             "/media/service/korvane/application/menu/menu.tar\n"
+             "-C\n"
+             "/media/service/korvane/application/menu/\n");
 }
 
 void tst_filestore_menu::installationGoesOnWithAReadOnlyLiveDirectory()

@@ -83,12 +83,12 @@ void tst_kv_multipacket_transfer::fieldsStandInOrder()
 {
     const KV_MultiPacket_Transfer record;
     const QList<const void *> fields{
-        &record.outputFile,     &record.outputFilePath,      &record.fileSize,
-        &record.fileType,       &record.transferInProgress,  &record.infoParam1,
-        &record.infoParam2,     &record.infoParam3,          &record.infoFrameLimit,
-        &record.infoFlag,       &record.numberOfBlocks,      &record.currentBlockNumber,
+        &record.outputFile,      &record.outputFilePath,     &record.fileSize,
+        &record.fileType,        &record.transferInProgress, &record.infoParam1,
+        &record.infoParam2,      &record.infoParam3,         &record.infoFrameLimit,
+        &record.infoFlag,        &record.numberOfBlocks,     &record.currentBlockNumber,
         &record.blockDataLength, &record.blockBuffer,        &record.expectedFrameNumber,
-        &record.framesToFollow, &record.auxBuffer1,          &record.auxBuffer2,
+        &record.framesToFollow,  &record.auxBuffer1,         &record.auxBuffer2,
     };
     QVERIFY(std::is_sorted(fields.cbegin(), fields.cend()));
 }

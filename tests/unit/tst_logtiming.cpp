@@ -24,8 +24,8 @@ void takeMessage(QtMsgType, const QMessageLogContext &, const QString &text)
 bool isOpen(const char *path)
 {
     const QDir descriptors(u"/proc/self/fd"_s);
-    const QStringList names =
-        descriptors.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    const QStringList names = descriptors.entryList(QDir::AllEntries | QDir::System
+                                                    | QDir::NoDotAndDotDot);
     return std::any_of(names.cbegin(), names.cend(), [&](const QString &name) {
         return QFile::symLinkTarget(descriptors.filePath(name)) == ServiceTree::path(path);
     });

@@ -66,12 +66,14 @@ void tst_p3::commandSenderPacksItsFields_data()
         sent 0c221961 ext []
         debug |writeFrame: Frame sent with ID: "c221961"|
     )");
-    QTest::newRow("one too large for each field") << QList<quint32>{32, 32, 4, 16, 64} << transcript(R"(
+    QTest::newRow("one too large for each field")
+        << QList<quint32>{32, 32, 4, 16, 64} << transcript(R"(
         debug |sendP3ResposesMessage: src:  32  dest:  32  slotNum:  4  interfaceId:  16  opId:  64 frameId:  "c000000"|
         sent 0c000000 ext []
         debug |writeFrame: Frame sent with ID: "c000000"|
     )");
-    QTest::newRow("operation 64 leaves the interface") << QList<quint32>{24, 26, 0, 11, 64} << transcript(R"(
+    QTest::newRow("operation 64 leaves the interface")
+        << QList<quint32>{24, 26, 0, 11, 64} << transcript(R"(
         debug |sendP3ResposesMessage: src:  24  dest:  26  slotNum:  0  interfaceId:  11  opId:  64 frameId:  "f1a02c0"|
         sent 0f1a02c0 ext []
         debug |writeFrame: Frame sent with ID: "f1a02c0"|
@@ -86,10 +88,10 @@ void tst_p3::commandSenderPacksItsFields_data()
 void tst_p3::commandSenderPacksItsFields()
 {
     QFETCH(QList<quint32>, fields);
-    QVERIFY(QMetaObject::invokeMethod(
-        manager.get(), "sendP3CommandMessage", Q_ARG(quint32, fields[0]), Q_ARG(quint32, fields[1]),
-        Q_ARG(quint32, fields[2]), Q_ARG(quint32, fields[3]), Q_ARG(quint32, fields[4]),
-        Q_ARG(QByteArray, QByteArray())));
+    QVERIFY(QMetaObject::invokeMethod(manager.get(), "sendP3CommandMessage",
+                                      Q_ARG(quint32, fields[0]), Q_ARG(quint32, fields[1]),
+                                      Q_ARG(quint32, fields[2]), Q_ARG(quint32, fields[3]),
+                                      Q_ARG(quint32, fields[4]), Q_ARG(QByteArray, QByteArray())));
     QTEST(events(), "expected");
 }
 
@@ -108,7 +110,8 @@ void tst_p3::responseSenderPacksItsFields_data()
         sent 0f5858ba ext []
         debug |writeFrame: Frame sent with ID: "f5858ba"|
     )");
-    QTest::newRow("one too large for each field") << QList<quint32>{32, 32, 4, 1024} << transcript(R"(
+    QTest::newRow("one too large for each field")
+        << QList<quint32>{32, 32, 4, 1024} << transcript(R"(
         debug |sendP3ResposesMessage: src:  32  dest:  32  slotNum:  4  responseNum:  1024 frameId:  "c004000"|
         sent 0c004000 ext []
         debug |writeFrame: Frame sent with ID: "c004000"|
@@ -123,10 +126,10 @@ void tst_p3::responseSenderPacksItsFields_data()
 void tst_p3::responseSenderPacksItsFields()
 {
     QFETCH(QList<quint32>, fields);
-    QVERIFY(QMetaObject::invokeMethod(
-        manager.get(), "sendP3ResposesMessage", Q_ARG(quint32, fields[0]),
-        Q_ARG(quint32, fields[1]), Q_ARG(quint32, fields[2]), Q_ARG(quint32, fields[3]),
-        Q_ARG(QByteArray, QByteArray())));
+    QVERIFY(QMetaObject::invokeMethod(manager.get(), "sendP3ResposesMessage",
+                                      Q_ARG(quint32, fields[0]), Q_ARG(quint32, fields[1]),
+                                      Q_ARG(quint32, fields[2]), Q_ARG(quint32, fields[3]),
+                                      Q_ARG(QByteArray, QByteArray())));
     QTEST(events(), "expected");
 }
 
@@ -145,7 +148,8 @@ void tst_p3::eventSenderPacksItsFields_data()
         sent 0f582401 ext []
         debug |writeFrame: Frame sent with ID: "f582401"|
     )");
-    QTest::newRow("one too large for each field") << QList<quint32>{32, 32, 0x4000} << transcript(R"(
+    QTest::newRow("one too large for each field")
+        << QList<quint32>{32, 32, 0x4000} << transcript(R"(
         debug |sendP3ResposesMessage: src:  32  dest:  32  eventNum:  16384 frameId:  "c000000"|
         sent 0c000000 ext []
         debug |writeFrame: Frame sent with ID: "c000000"|
@@ -162,8 +166,7 @@ void tst_p3::eventSenderPacksItsFields()
     QFETCH(QList<quint32>, fields);
     QVERIFY(QMetaObject::invokeMethod(manager.get(), "sendP3EventMessage",
                                       Q_ARG(quint32, fields[0]), Q_ARG(quint32, fields[1]),
-                                      Q_ARG(quint32, fields[2]),
-                                      Q_ARG(QByteArray, QByteArray())));
+                                      Q_ARG(quint32, fields[2]), Q_ARG(QByteArray, QByteArray())));
     QTEST(events(), "expected");
 }
 
@@ -243,7 +246,8 @@ void tst_p3::commandsAreDispatchedByOperation_data()
         sent 0f584000 ext []
         debug |writeFrame: Frame sent with ID: "f584000"|
     )");
-    QTest::newRow("bits 15, 13 and 10 set, which mean nothing") << frame(0x0F1AA6C4) << transcript(R"(
+    QTest::newRow("bits 15, 13 and 10 set, which mean nothing")
+        << frame(0x0F1AA6C4) << transcript(R"(
         debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  interfaceID:  11 opID:  4|
         debug |processP3CanCommand: Dockhand received frame on the Shipwright interface|
         info |processP3CanCommand: End Configuration Command Received|
@@ -349,8 +353,9 @@ void tst_p3::unknownOperationsAreNotAnswered()
     )");
     expected.prepend(u"debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  "
                      "interfaceID:  11 opID:  %1|"_s.arg(operation));
-    expected.append(u"warning |processP3CanCommand: Simple Op ID received that is unknown:  \"%1\"|"_s
-                        .arg(number));
+    expected.append(
+        u"warning |processP3CanCommand: Simple Op ID received that is unknown:  \"%1\"|"_s.arg(
+            number));
     QCOMPARE(events(), expected);
 }
 
@@ -508,16 +513,15 @@ void tst_p3::responsesUseTheSlotOfTheCommand_data()
         << QByteArray("processP3SetDateTimeResponse") << frame(0x0F1A0AC1, "18020e0a0b0c")
         << u"sent 0f584800 ext [18 02 0e 0a 0b 0c]"_s;
     QTest::newRow("date and time failed, slot 2") << QByteArray("processP3SetDateTimeResponse")
-                                                  << frame(0x0F1A12C1)
-                                                  << u"sent 0f5850ba ext []"_s;
+                                                  << frame(0x0F1A12C1) << u"sent 0f5850ba ext []"_s;
     QTest::newRow("serial, slot 2") << QByteArray("processP3SetSerialResponse")
                                     << frame(0x0F1A12C2, "0141") << u"sent 0f585000 ext []"_s;
-    QTest::newRow("serial failed, slot 1") << QByteArray("processP3SetSerialResponse")
-                                           << frame(0x0F1A0AC2, "0c41")
-                                           << u"sent 0f5848ba ext []"_s;
-    QTest::newRow("rest of the serial, slot 3") << QByteArray("processP3SetSerialExtResponse")
-                                                << frame(0x0F1A1AC3, "41")
-                                                << u"sent 0f585800 ext []"_s;
+    QTest::newRow("serial failed, slot 1")
+        << QByteArray("processP3SetSerialResponse") << frame(0x0F1A0AC2, "0c41")
+        << u"sent 0f5848ba ext []"_s;
+    QTest::newRow("rest of the serial, slot 3")
+        << QByteArray("processP3SetSerialExtResponse") << frame(0x0F1A1AC3, "41")
+        << u"sent 0f585800 ext []"_s;
     QTest::newRow("end, slot 1") << QByteArray("processP3EndConfigurationResponse")
                                  << frame(0x0F1A0AC4) << u"sent 0f584800 ext []"_s;
 }
@@ -536,13 +540,14 @@ void tst_p3::errorFramesAreAnsweredInSlot0_data()
     QTest::addColumn<QByteArray>("handler");
     QTest::addColumn<QString>("sent");
 
-    QTest::newRow("start") << QByteArray("processP3StartConfigResponse") << u"sent 0f5840ba ext []"_s;
-    QTest::newRow("date and time") << QByteArray("processP3SetDateTimeResponse")
-                                   << u"sent 0f5840ba ext []"_s;
+    QTest::newRow("start") << QByteArray("processP3StartConfigResponse")
+                           << u"sent 0f5840ba ext []"_s;
+    QTest::newRow("date and time")
+        << QByteArray("processP3SetDateTimeResponse") << u"sent 0f5840ba ext []"_s;
     QTest::newRow("serial") << QByteArray("processP3SetSerialResponse")
                             << u"sent 0f584000 ext []"_s;
-    QTest::newRow("rest of the serial") << QByteArray("processP3SetSerialExtResponse")
-                                        << u"sent 0f584000 ext []"_s;
+    QTest::newRow("rest of the serial")
+        << QByteArray("processP3SetSerialExtResponse") << u"sent 0f584000 ext []"_s;
     QTest::newRow("end") << QByteArray("processP3EndConfigurationResponse")
                          << u"sent 0f584000 ext []"_s;
 }

@@ -123,17 +123,19 @@ void tst_p3_settings::dateTimeIsTakenAsUtc_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<QByteArray>("text");
 
-    QTest::newRow("first of all") << QByteArray("000101000000") << QByteArray("2000-01-01 00:00:00");
+    QTest::newRow("first of all") << QByteArray("000101000000")
+                                  << QByteArray("2000-01-01 00:00:00");
     QTest::newRow("last of all") << QByteArray("ff0c1f173b3b") << QByteArray("2255-12-31 23:59:59");
     QTest::newRow("leap day") << QByteArray("18021d010203") << QByteArray("2024-02-29 01:02:03");
-    QTest::newRow("leap day of a century") << QByteArray("00021d010203")
-                                           << QByteArray("2000-02-29 01:02:03");
-    QTest::newRow("hour that summer time skips") << QByteArray("18031f021e00")
-                                                 << QByteArray("2024-03-31 02:30:00");
+    QTest::newRow("leap day of a century")
+        << QByteArray("00021d010203") << QByteArray("2000-02-29 01:02:03");
+    QTest::newRow("hour that summer time skips")
+        << QByteArray("18031f021e00") << QByteArray("2024-03-31 02:30:00");
     QTest::newRow("hour 24") << QByteArray("180305180709") << QByteArray("2024-03-05 00:00:00");
     QTest::newRow("minute 60") << QByteArray("1803050e3c09") << QByteArray("2024-03-05 00:00:00");
     QTest::newRow("second 60") << QByteArray("1803050e073c") << QByteArray("2024-03-05 00:00:00");
-    QTest::newRow("largest time") << QByteArray("180305ffffff") << QByteArray("2024-03-05 00:00:00");
+    QTest::newRow("largest time") << QByteArray("180305ffffff")
+                                  << QByteArray("2024-03-05 00:00:00");
 }
 
 void tst_p3_settings::dateTimeIsTakenAsUtc()
@@ -144,11 +146,11 @@ void tst_p3_settings::dateTimeIsTakenAsUtc()
     qputenv("TZ", "Europe/Berlin");
     const auto restore = qScopeGuard([] { qunsetenv("TZ"); });
     call("processP3SetDateTimeResponse", frame(0x0F1A02C1, payload.constData()));
-    QCOMPARE(eventsButDebug(),
-             (QStringList{u"display \"Received Date Time Command\" on \"dateString\" on 0 off"_s,
-                          u"sent 0f584000 ext ["_s
-                              + QString::fromLatin1(QByteArray::fromHex(payload).toHex(' '))
-                              + u']'}));
+    QCOMPARE(
+        eventsButDebug(),
+        (QStringList{u"display \"Received Date Time Command\" on \"dateString\" on 0 off"_s,
+                     u"sent 0f584000 ext ["_s
+                         + QString::fromLatin1(QByteArray::fromHex(payload).toHex(' ')) + u']'}));
     QTRY_COMPARE(standIns(), "hwclock\t--systohc timedatectl\tset-time\t" + text + " UTC");
 }
 
@@ -169,12 +171,12 @@ void tst_p3_settings::impossibleDateTimeIsRejected_data()
                               << u"sent 0f5840ba ext [18 0d 05 0e 07 09]"_s;
     QTest::newRow("day 0") << QByteArray("1803000e0709")
                            << u"sent 0f5840ba ext [18 03 00 0e 07 09]"_s;
-    QTest::newRow("day 31 in April") << QByteArray("18041f0e0709")
-                                     << u"sent 0f5840ba ext [18 04 1f 0e 07 09]"_s;
-    QTest::newRow("29 February 2023") << QByteArray("17021d0e0709")
-                                      << u"sent 0f5840ba ext [17 02 1d 0e 07 09]"_s;
-    QTest::newRow("29 February 2100") << QByteArray("64021d0e0709")
-                                      << u"sent 0f5840ba ext [64 02 1d 0e 07 09]"_s;
+    QTest::newRow("day 31 in April")
+        << QByteArray("18041f0e0709") << u"sent 0f5840ba ext [18 04 1f 0e 07 09]"_s;
+    QTest::newRow("29 February 2023")
+        << QByteArray("17021d0e0709") << u"sent 0f5840ba ext [17 02 1d 0e 07 09]"_s;
+    QTest::newRow("29 February 2100")
+        << QByteArray("64021d0e0709") << u"sent 0f5840ba ext [64 02 1d 0e 07 09]"_s;
     QTest::newRow("day 255") << QByteArray("1803ff0e0709")
                              << u"sent 0f5840ba ext [18 03 ff 0e 07 09]"_s;
 }
@@ -219,8 +221,9 @@ void tst_p3_settings::dateTimeSucceedsWithoutClockTools_data()
 
     QTest::newRow("none") << QStringList() << QByteArray();
     QTest::newRow("hwclock only") << QStringList{u"hwclock"_s} << QByteArray("hwclock\t--systohc");
-    QTest::newRow("timedatectl only") << QStringList{u"timedatectl"_s}
-                                      << QByteArray("timedatectl\tset-time\t2024-03-05 14:07:09 UTC");
+    QTest::newRow("timedatectl only")
+        << QStringList{u"timedatectl"_s}
+        << QByteArray("timedatectl\tset-time\t2024-03-05 14:07:09 UTC");
 }
 
 void tst_p3_settings::dateTimeSucceedsWithoutClockTools()
@@ -451,13 +454,13 @@ void tst_p3_settings::serialBytesBeyondTheLengthAreIgnored_data()
     QTest::addColumn<QByteArray>("rest");
     QTest::addColumn<QByteArray>("stored");
 
-    QTest::newRow("in the first frame") << QByteArray("0441424344454647") << QByteArray()
-                                        << QByteArray("ABCD\n");
-    QTest::newRow("in the second frame") << QByteArray("0941424344454647")
-                                         << QByteArray("48495a5a5a") << QByteArray("ABCDEFGHI\n");
-    QTest::newRow("fifteen bytes, all of two frames") << QByteArray("0f41424344454647")
-                                                      << QByteArray("48494a4b4c4d4e4f")
-                                                      << QByteArray("ABCDEFGHIJKLMNO\n");
+    QTest::newRow("in the first frame")
+        << QByteArray("0441424344454647") << QByteArray() << QByteArray("ABCD\n");
+    QTest::newRow("in the second frame")
+        << QByteArray("0941424344454647") << QByteArray("48495a5a5a") << QByteArray("ABCDEFGHI\n");
+    QTest::newRow("fifteen bytes, all of two frames")
+        << QByteArray("0f41424344454647") << QByteArray("48494a4b4c4d4e4f")
+        << QByteArray("ABCDEFGHIJKLMNO\n");
 }
 
 void tst_p3_settings::serialBytesBeyondTheLengthAreIgnored()
@@ -505,7 +508,8 @@ void tst_p3_settings::serialIsUtf8()
         call("processP3SetSerialExtResponse", frame(0x0F1A02C3, rest.constData()));
     QCOMPARE(manager->serialNumber, text);
     QTEST(ServiceTree::read("serialNumber"), "stored");
-    QVERIFY(events().contains(u"display \"Received Serial Command\" on \"%1\" on 0 off"_s.arg(text)));
+    QVERIFY(
+        events().contains(u"display \"Received Serial Command\" on \"%1\" on 0 off"_s.arg(text)));
 }
 
 void tst_p3_settings::serialOfTwentyBytesCannotBeCompleted()
@@ -594,8 +598,9 @@ void tst_p3_settings::serialLengthIsAByte()
 {
     call("processP3SetSerialResponse", frame(0x0F1A02C2, "ff41424344454647"));
     QCOMPARE(manager->serialNumberLength, 255u);
-    QCOMPARE(events().constFirst(), u"debug |processP3SetSerialResponse: received  7 bytes of  255 : "
-                               "rcvSerialNumber  \"ABCDEFG\"|"_s);
+    QCOMPARE(events().constFirst(),
+             u"debug |processP3SetSerialResponse: received  7 bytes of  255 : "
+             "rcvSerialNumber  \"ABCDEFG\"|"_s);
     QCOMPARE(ServiceTree::read("serialNumber"), "(no file)");
 }
 
@@ -606,35 +611,41 @@ void tst_p3_settings::serialWithoutItsDirectoryFails_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<QStringList>("expected");
 
-    QTest::newRow("first frame") << QByteArray("processP3SetSerialResponse") << 0u << QByteArray("0141") << transcript(R"(
+    QTest::newRow("first frame") << QByteArray("processP3SetSerialResponse") << 0u
+                                 << QByteArray("0141") << transcript(R"(
         debug |processP3SetSerialResponse: received  1 bytes of  1 : rcvSerialNumber  "A"|
         warning |processP3SetSerialResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
         debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
         sent 0f5840ba ext []
         debug |writeFrame: Frame sent with ID: "f5840ba"|
     )");
-    QTest::newRow("first frame that is too short") << QByteArray("processP3SetSerialResponse") << 0u << QByteArray("0241") << transcript(R"(
+    QTest::newRow("first frame that is too short")
+        << QByteArray("processP3SetSerialResponse") << 0u << QByteArray("0241") << transcript(R"(
         warning |processP3SetSerialResponse: Not enough data to parse serial string:  2|
         warning |processP3SetSerialResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
         debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
         sent 0f5840ba ext []
         debug |writeFrame: Frame sent with ID: "f5840ba"|
     )");
-    QTest::newRow("second frame") << QByteArray("processP3SetSerialExtResponse") << 8u << QByteArray("4142") << transcript(R"(
+    QTest::newRow("second frame") << QByteArray("processP3SetSerialExtResponse") << 8u
+                                  << QByteArray("4142") << transcript(R"(
         debug |processP3SetSerialExtResponse: received  2 bytes of  8 : rcvSerialNumber  "NotReceivedA"|
         warning |processP3SetSerialExtResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
         debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
         sent 0f5840ba ext []
         debug |writeFrame: Frame sent with ID: "f5840ba"|
     )");
-    QTest::newRow("second frame that is too short") << QByteArray("processP3SetSerialExtResponse") << 9u << QByteArray("41") << transcript(R"(
+    QTest::newRow("second frame that is too short")
+        << QByteArray("processP3SetSerialExtResponse") << 9u << QByteArray("41") << transcript(R"(
         warning |processP3SetSerialExtResponse: Not enough data to parse serial string:  1|
         warning |processP3SetSerialExtResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|
         debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  186 frameId:  "f5840ba"|
         sent 0f5840ba ext []
         debug |writeFrame: Frame sent with ID: "f5840ba"|
     )");
-    QTest::newRow("second frame after a complete number") << QByteArray("processP3SetSerialExtResponse") << 3u << QByteArray("31323334353637") << transcript(R"(
+    QTest::newRow("second frame after a complete number")
+        << QByteArray("processP3SetSerialExtResponse") << 3u << QByteArray("31323334353637")
+        << transcript(R"(
         warning |processP3SetSerialExtResponse: Something has gone wrong, I have already received the full serial. I should not get this:  7|
         debug |processP3SetSerialExtResponse: received  7 bytes of  3 : rcvSerialNumber  "NotReceived1234567"|
         warning |processP3SetSerialExtResponse: File write failed! Verify directory permissions for path: "/media/service/korvane/serialNumber"|

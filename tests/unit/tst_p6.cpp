@@ -146,8 +146,9 @@ void tst_p6::secondDestinationIsServedAlike()
 {
     call("processP6CanMessage", frame(0x1B0E0000, "0008102700000000"));
     QStringList lines = events();
-    QCOMPARE(lines.first(), u"debug |processP6CanCommand: Received P6 Frame srcID:  24  destID:  14 "
-                            " p6Type:  0 cmdResp:  0|"_s);
+    QCOMPARE(lines.first(),
+             u"debug |processP6CanCommand: Received P6 Frame srcID:  24  destID:  14 "
+             " p6Type:  0 cmdResp:  0|"_s);
     QVERIFY(lines.contains(u"sent 1b580000 ext [0a 3f e8 03 e8 03 60 ea]"_s));
     QCOMPARE(session().fileSize, 10000u);
 }
@@ -156,8 +157,9 @@ void tst_p6::commandResponseBitIsNotLookedAt()
 {
     call("processP6CanMessage", frame(0x1B1A0C00, "0008102700000000"));
     const QStringList lines = events();
-    QCOMPARE(lines.first(), u"debug |processP6CanCommand: Received P6 Frame srcID:  24  destID:  26 "
-                            " p6Type:  0 cmdResp:  1|"_s);
+    QCOMPARE(lines.first(),
+             u"debug |processP6CanCommand: Received P6 Frame srcID:  24  destID:  26 "
+             " p6Type:  0 cmdResp:  1|"_s);
     QVERIFY(lines.contains(u"sent 1b580000 ext [0a 3f e8 03 e8 03 60 ea]"_s));
 }
 
@@ -280,7 +282,8 @@ void tst_p6::senderPacksItsFields_data()
         sent 1b5830ba ext []
         debug |writeFrame: Frame sent with ID: "1b5830ba"|
     )");
-    QTest::newRow("response number too large") << QList<quint32>{26, 24, 0, 0, 1024} << transcript(R"(
+    QTest::newRow("response number too large")
+        << QList<quint32>{26, 24, 0, 0, 1024} << transcript(R"(
         debug |sendP6ResposesMessage: src:  26  dest:  24  p6Type:  0  cmdResp:  0  responseNum:  1024 frameId:  "1b580000"|
         sent 1b580000 ext []
         debug |writeFrame: Frame sent with ID: "1b580000"|
@@ -290,7 +293,8 @@ void tst_p6::senderPacksItsFields_data()
         sent 1b584400 ext []
         debug |writeFrame: Frame sent with ID: "1b584400"|
     )");
-    QTest::newRow("one too large for each field") << QList<quint32>{32, 32, 16, 2, 1024} << transcript(R"(
+    QTest::newRow("one too large for each field")
+        << QList<quint32>{32, 32, 16, 2, 1024} << transcript(R"(
         debug |sendP6ResposesMessage: src:  32  dest:  32  p6Type:  16  cmdResp:  2  responseNum:  1024 frameId:  "18000000"|
         sent 18000000 ext []
         debug |writeFrame: Frame sent with ID: "18000000"|
@@ -305,20 +309,20 @@ void tst_p6::senderPacksItsFields_data()
 void tst_p6::senderPacksItsFields()
 {
     QFETCH(QList<quint32>, fields);
-    QVERIFY(QMetaObject::invokeMethod(
-        manager.get(), "sendP6ResposesMessage", Q_ARG(quint32, fields[0]),
-        Q_ARG(quint32, fields[1]), Q_ARG(quint32, fields[2]), Q_ARG(quint32, fields[3]),
-        Q_ARG(quint32, fields[4]), Q_ARG(QByteArray, QByteArray())));
+    QVERIFY(QMetaObject::invokeMethod(manager.get(), "sendP6ResposesMessage",
+                                      Q_ARG(quint32, fields[0]), Q_ARG(quint32, fields[1]),
+                                      Q_ARG(quint32, fields[2]), Q_ARG(quint32, fields[3]),
+                                      Q_ARG(quint32, fields[4]), Q_ARG(QByteArray, QByteArray())));
     QTEST(events(), "expected");
 }
 
 void tst_p6::senderPassesThePayloadOn()
 {
     const quint32 none = 0;
-    QVERIFY(QMetaObject::invokeMethod(
-        manager.get(), "sendP6ResposesMessage", Q_ARG(quint32, none), Q_ARG(quint32, none),
-        Q_ARG(quint32, none), Q_ARG(quint32, none), Q_ARG(quint32, none),
-        Q_ARG(QByteArray, QByteArray::fromHex("00ff0a0d20"))));
+    QVERIFY(QMetaObject::invokeMethod(manager.get(), "sendP6ResposesMessage", Q_ARG(quint32, none),
+                                      Q_ARG(quint32, none), Q_ARG(quint32, none),
+                                      Q_ARG(quint32, none), Q_ARG(quint32, none),
+                                      Q_ARG(QByteArray, QByteArray::fromHex("00ff0a0d20"))));
     QCOMPARE(sentFrames(), transcript("sent 18000000 ext [00 ff 0a 0d 20]"));
 }
 
@@ -332,7 +336,8 @@ void tst_p6::transferInfoIsAccepted_data()
 
     QTest::newRow("six bytes") << QByteArray("000810270000") << 0u << 10000u;
     QTest::newRow("eight bytes") << QByteArray("0008102700000102") << 0u << 10000u;
-    QTest::newRow("low bits of the version byte") << QByteArray("010b04030201") << 1u << 0x01020304u;
+    QTest::newRow("low bits of the version byte")
+        << QByteArray("010b04030201") << 1u << 0x01020304u;
     QTest::newRow("largest numbers") << QByteArray("ff08ffffffff") << 255u << 4294967295u;
     QTest::newRow("most significant byte") << QByteArray("030800000080") << 3u << 0x80000000u;
 }
@@ -411,17 +416,17 @@ void tst_p6::transferInfoReportsTheReceiverParameters_data()
                               << u"sent 1b58001d ext [08 00 00 00 00 00 00 00]"_s;
     QTest::newRow("flag") << QList<quint32>{0, 0, 0, 0, 1}
                           << u"sent 1b58001d ext [0a 00 00 00 00 00 00 00]"_s;
-    QTest::newRow("limit of 256 frames") << QList<quint32>{0, 0, 0, 256, 0}
-                                         << u"sent 1b58001d ext [09 00 00 00 00 00 00 00]"_s;
-    QTest::newRow("limit of 511 frames and flag") << QList<quint32>{0, 0, 0, 511, 1}
-                                                  << u"sent 1b58001d ext [0b ff 00 00 00 00 00 00]"_s;
-    QTest::newRow("limit that does not fit") << QList<quint32>{0, 0, 0, 512, 0}
-                                             << u"sent 1b58001d ext [08 00 00 00 00 00 00 00]"_s;
+    QTest::newRow("limit of 256 frames")
+        << QList<quint32>{0, 0, 0, 256, 0} << u"sent 1b58001d ext [09 00 00 00 00 00 00 00]"_s;
+    QTest::newRow("limit of 511 frames and flag")
+        << QList<quint32>{0, 0, 0, 511, 1} << u"sent 1b58001d ext [0b ff 00 00 00 00 00 00]"_s;
+    QTest::newRow("limit that does not fit")
+        << QList<quint32>{0, 0, 0, 512, 0} << u"sent 1b58001d ext [08 00 00 00 00 00 00 00]"_s;
     QTest::newRow("low 16 bits of the others")
         << QList<quint32>{0xAABB1234, 0xCCDD5678, 0xEEFF9ABC, 0, 0}
         << u"sent 1b58001d ext [08 00 34 12 78 56 bc 9a]"_s;
-    QTest::newRow("whole byte of the flag") << QList<quint32>{0, 0, 0, 0, 2}
-                                            << u"sent 1b58001d ext [0c 00 00 00 00 00 00 00]"_s;
+    QTest::newRow("whole byte of the flag")
+        << QList<quint32>{0, 0, 0, 0, 2} << u"sent 1b58001d ext [0c 00 00 00 00 00 00 00]"_s;
 }
 
 void tst_p6::transferInfoReportsTheReceiverParameters()
@@ -839,8 +844,9 @@ void tst_p6::completeOfAShortFileChecksWhatIsThere()
     ServiceTree::write("pendingUpdates/file.log", "123456789");
     call("processP6TransferCompleteCommand", frame(0x1B1A4000, "2639f4cb"));
     // Where a long has 32 bits, the size is a negative one, of which nothing is read.
-    QCOMPARE(sentFrames(), sizeof(long) > 4 ? transcript("sent 1b584000 ext [26 39 f4 cb]")
-                                            : transcript("sent 1b5840ba ext [00 00 00 00]"));
+    QCOMPARE(sentFrames(),
+             sizeof(long) > 4 ? transcript("sent 1b584000 ext [26 39 f4 cb]")
+                              : transcript("sent 1b5840ba ext [00 00 00 00]"));
 }
 
 void tst_p6::completeOfAnEmptyFile()

@@ -184,8 +184,8 @@ void tst_p6_records::recordStartShowsTheProgress_data()
     QTest::newRow("last") << 3u << QByteArray("0103000000") << u"1"_s;
     QTest::newRow("beyond the last") << 4u << QByteArray("0105000000") << u"1.25"_s;
     QTest::newRow("largest numbers") << 4294967295u << QByteArray("01ffffffff") << u"1"_s;
-    QTest::newRow("more than a signed number holds") << 2u << QByteArray("0100000080")
-                                                     << u"1073741824"_s;
+    QTest::newRow("more than a signed number holds")
+        << 2u << QByteArray("0100000080") << u"1073741824"_s;
     QTest::newRow("no records") << 0u << QByteArray("0101000000") << u"inf"_s;
     QTest::newRow("record 0 of no records") << 0u << QByteArray("0100000000") << u"nan"_s;
 }
@@ -197,9 +197,9 @@ void tst_p6_records::recordStartShowsTheProgress()
     QFETCH(QString, progress);
     session().numberOfBlocks = records;
     call("processP6RecordStartCommand", frame(0x1B1A2000, payload.constData()));
-    QCOMPARE(events().constLast(),
-             u"display \"Receiving Configuration File\" on \"Empty String\" off %1 on"_s.arg(
-                 progress));
+    QCOMPARE(
+        events().constLast(),
+        u"display \"Receiving Configuration File\" on \"Empty String\" off %1 on"_s.arg(progress));
 }
 
 // ---- Data Frame
@@ -225,10 +225,12 @@ void tst_p6_records::dataFrameLogsNumberAndSize_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("expected") << 0x1B1AF000u << QByteArray("0102030405060708")
-                              << u"debug |processP6DataFrameCommand: Frame Number:  0 Payload Size:  8|"_s;
-    QTest::newRow("out of order") << 0x1B1AF3F0u << QByteArray("010203")
-                                  << u"debug |processP6DataFrameCommand: Frame Number:  63 Payload Size:  3|"_s;
+    QTest::newRow("expected")
+        << 0x1B1AF000u << QByteArray("0102030405060708")
+        << u"debug |processP6DataFrameCommand: Frame Number:  0 Payload Size:  8|"_s;
+    QTest::newRow("out of order")
+        << 0x1B1AF3F0u << QByteArray("010203")
+        << u"debug |processP6DataFrameCommand: Frame Number:  63 Payload Size:  3|"_s;
 }
 
 void tst_p6_records::dataFrameLogsNumberAndSize()
@@ -735,8 +737,8 @@ void tst_p6_records::messageChangesOnlyItsFields_data()
     QTest::addColumn<QCanBusFrame>("message");
     QTest::addColumn<QStringList>("changed");
 
-    QTest::newRow("Transfer Info") << frame(0x1B1A0000, "030801000000")
-                                   << QStringList{u"fileSize 1"_s, u"fileType 3"_s};
+    QTest::newRow("Transfer Info")
+        << frame(0x1B1A0000, "030801000000") << QStringList{u"fileSize 1"_s, u"fileType 3"_s};
     QTest::newRow("Transfer Info of another version")
         << frame(0x1B1A0000, "030401000000") << QStringList();
     QTest::newRow("Transfer Info without payload") << frame(0x1B1A0000) << QStringList();
@@ -744,11 +746,10 @@ void tst_p6_records::messageChangesOnlyItsFields_data()
         << frame(0x1B1A1000, "0304000001000000") << QStringList();
     QTest::newRow("Initiate Transfer of another size")
         << frame(0x1B1A1000, "03080000010000") << QStringList();
-    QTest::newRow("Record Start")
-        << frame(0x1B1A2000, "0105000000")
-        << QStringList{u"currentBlockNumber 5"_s, u"blockDataLength 8"_s,
-                       u"blockBuffer 0000000000000000"_s, u"expectedFrameNumber 0"_s,
-                       u"framesToFollow 1"_s};
+    QTest::newRow("Record Start") << frame(0x1B1A2000, "0105000000")
+                                  << QStringList{u"currentBlockNumber 5"_s, u"blockDataLength 8"_s,
+                                                 u"blockBuffer 0000000000000000"_s,
+                                                 u"expectedFrameNumber 0"_s, u"framesToFollow 1"_s};
     QTest::newRow("Record Start of another size") << frame(0x1B1A2000, "01050000") << QStringList();
     QTest::newRow("Data Frame")
         << frame(0x1B1AF010, "4344")

@@ -156,13 +156,13 @@ void tst_wire::oversizedArgumentsStayInTheirFields_data()
     QTest::newRow("command/response") << Wire::p6Id(0, 0, 0, 2, 0) << 0x18000000u;
     QTest::newRow("P6 response number") << Wire::p6Id(0, 0, 0, 0, 1024) << 0x18000000u;
     QTest::newRow("frame number") << Wire::p6DataFrameId(0, 0, 64) << 0x1800F000u;
-    QTest::newRow("every bit of a command") << Wire::p3CommandId(all, all, all, all, all)
-                                            << 0x0FFF1BFFu;
-    QTest::newRow("every bit of a response") << Wire::p3ResponseId(all, all, all, all)
-                                             << 0x0FFF5BFFu;
+    QTest::newRow("every bit of a command")
+        << Wire::p3CommandId(all, all, all, all, all) << 0x0FFF1BFFu;
+    QTest::newRow("every bit of a response")
+        << Wire::p3ResponseId(all, all, all, all) << 0x0FFF5BFFu;
     QTest::newRow("every bit of an event") << Wire::p3EventId(all, all, all) << 0x0FFF3FFFu;
-    QTest::newRow("every bit of a P6 message") << Wire::p6Id(all, all, all, all, all)
-                                               << 0x1BFFF7FFu;
+    QTest::newRow("every bit of a P6 message")
+        << Wire::p6Id(all, all, all, all, all) << 0x1BFFF7FFu;
 }
 
 void tst_wire::oversizedArgumentsStayInTheirFields()

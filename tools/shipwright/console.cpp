@@ -23,7 +23,7 @@ constexpr qint64 redrawInterval = 100;
 void print(FILE *stream, const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
     std::fflush(stream);
 }
 
@@ -49,7 +49,11 @@ QString duration(double seconds)
 
 } // namespace
 
-Console::Console(bool json, int columns) : m_json(json), m_columns(json ? 0 : columns) {}
+Console::Console(bool json, int columns)
+    : m_json(json),
+      m_columns(json ? 0 : columns)
+{
+}
 
 int Console::terminalColumns()
 {
@@ -83,14 +87,16 @@ void Console::failure(const Failure &failure, const QString &receiverState)
         text += u"Try: "_s + failure.hint + u'\n';
     print(stderr, text);
     if (m_json) {
-        report(u"failure"_s, {}, {{u"status"_s, static_cast<int>(failure.exit)},
-                                  {u"message"_s, failure.message},
-                                  {u"receiver"_s, receiverState},
-                                  {u"hint"_s, failure.hint}});
+        report(u"failure"_s, {},
+               {{u"status"_s, int(failure.exit)},
+                {u"message"_s, failure.message},
+                {u"receiver"_s, receiverState},
+                {u"hint"_s, failure.hint}});
     }
 }
 
-void Console::startTransfer(const QString &fileName, quint32 fileType, std::optional<quint32> bitRate)
+void Console::startTransfer(const QString &fileName, quint32 fileType,
+                            std::optional<quint32> bitRate)
 {
     m_fileName = fileName;
     m_fileType = fileType;
@@ -103,8 +109,8 @@ void Console::startTransfer(const QString &fileName, quint32 fileType, std::opti
 
 double Console::bytesPerSecond(quint64 bytes) const
 {
-    const double seconds = static_cast<double>(m_sinceStart.nsecsElapsed()) / 1e9;
-    return seconds > 0 ? static_cast<double>(bytes) / seconds : 0;
+    const double seconds = double(m_sinceStart.nsecsElapsed()) / 1e9;
+    return seconds > 0 ? double(bytes) / seconds : 0;
 }
 
 std::optional<double> Console::busShare(double bytesPerSecond) const
@@ -117,15 +123,14 @@ std::optional<double> Console::busShare(double bytesPerSecond) const
 QString Console::figures(const TransferProgress &progress) const
 {
     const double rate = bytesPerSecond(progress.bytes);
-    QStringList parts{u"%1 of %2"_s.arg(size(static_cast<double>(progress.bytes)),
-                                        size(static_cast<double>(progress.total))),
+    QStringList parts{u"%1 of %2"_s.arg(size(double(progress.bytes)), size(double(progress.total))),
                       u"%1/s"_s.arg(size(rate))};
     if (const auto share = busShare(rate); share && rate > 0)
         parts += u"%1 % of the bus"_s.arg(*share * 100, 0, 'f', 0);
     if (progress.phase == TransferProgress::Phase::Confirming)
         parts += u"waiting for the receiver to check the file"_s;
     else if (progress.phase == TransferProgress::Phase::Sending && rate > 0)
-        parts += u"%1 left"_s.arg(duration(static_cast<double>(progress.total - progress.bytes) / rate));
+        parts += u"%1 left"_s.arg(duration(double(progress.total - progress.bytes) / rate));
     if (progress.repeated > 0)
         parts += count(progress.repeated, u"record"_s) + u" sent again"_s;
     return parts.join(u", "_s);
@@ -136,7 +141,7 @@ void Console::progress(const TransferProgress &progress)
     const bool confirmed = progress.phase == TransferProgress::Phase::Confirmed;
     int percent = 100;
     if (!confirmed) {
-        percent = progress.total == 0 ? 0 : static_cast<int>(progress.bytes * 100 / progress.total);
+        percent = progress.total == 0 ? 0 : int(progress.bytes * 100 / progress.total);
         percent = qMin(percent, 99);
     }
 
@@ -150,9 +155,8 @@ void Console::progress(const TransferProgress &progress)
         return;
     }
     // Not a terminal: a line for each tenth, each repeated record and each phase.
-    const int step = progress.phase == TransferProgress::Phase::Sending
-        ? percent / 10
-        : 100 + static_cast<int>(progress.phase);
+    const int step = progress.phase == TransferProgress::Phase::Sending ? percent / 10
+                                                                        : 100 + int(progress.phase);
     if (step == m_lastStep && progress.repeated == m_repeatsShown)
         return;
     m_lastStep = step;
@@ -161,11 +165,11 @@ void Console::progress(const TransferProgress &progress)
     QJsonObject fields{{u"file"_s, m_fileName},
                        {u"type"_s, fileTypeName(m_fileType)},
                        {u"percent"_s, percent},
-                       {u"bytes"_s, static_cast<qint64>(progress.bytes)},
-                       {u"total"_s, static_cast<qint64>(progress.total)},
-                       {u"records"_s, static_cast<qint64>(progress.records)},
-                       {u"totalRecords"_s, static_cast<qint64>(progress.totalRecords)},
-                       {u"repeated"_s, static_cast<qint64>(progress.repeated)},
+                       {u"bytes"_s, qint64(progress.bytes)},
+                       {u"total"_s, qint64(progress.total)},
+                       {u"records"_s, qint64(progress.records)},
+                       {u"totalRecords"_s, qint64(progress.totalRecords)},
+                       {u"repeated"_s, qint64(progress.repeated)},
                        {u"bytesPerSecond"_s, qRound64(rate)}};
     if (const auto share = busShare(rate))
         fields.insert(u"busShare"_s, *share);
@@ -194,22 +198,22 @@ void Console::finishTransfer(const TransferResult &result)
 {
     const double rate = bytesPerSecond(result.bytes);
     const QString crc = QString::number(result.crc, 16).rightJustified(8, u'0');
-    QString text = u"Sent %1 file %2: %3 in %4, CRC-32 0x%5, %6 s, %7/s"_s
-                       .arg(fileTypeName(m_fileType), m_fileName, count(result.bytes, u"byte"_s),
-                            count(result.records, u"record"_s), crc,
-                            QString::number(static_cast<double>(result.milliseconds) / 1000, 'f', 1),
-                            size(rate));
+    QString text = u"Sent %1 file %2: %3 in %4, CRC-32 0x%5, %6 s, %7/s"_s.arg(
+        fileTypeName(m_fileType), m_fileName, count(result.bytes, u"byte"_s),
+        count(result.records, u"record"_s), crc,
+        QString::number(double(result.milliseconds) / 1000, 'f', 1), size(rate));
     if (const auto share = busShare(rate))
         text += u" (%1 % of the bus)"_s.arg(*share * 100, 0, 'f', 0);
     if (result.repeated > 0)
         text += u"; "_s + count(result.repeated, u"record"_s) + u" sent again"_s;
-    report(u"sent"_s, text + u'.', {{u"file"_s, m_fileName},
-                             {u"type"_s, fileTypeName(m_fileType)},
-                             {u"bytes"_s, static_cast<qint64>(result.bytes)},
-                             {u"records"_s, static_cast<qint64>(result.records)},
-                             {u"repeated"_s, static_cast<qint64>(result.repeated)},
-                             {u"crc"_s, crc},
-                             {u"milliseconds"_s, result.milliseconds}});
+    report(u"sent"_s, text + u'.',
+           {{u"file"_s, m_fileName},
+            {u"type"_s, fileTypeName(m_fileType)},
+            {u"bytes"_s, qint64(result.bytes)},
+            {u"records"_s, qint64(result.records)},
+            {u"repeated"_s, qint64(result.repeated)},
+            {u"crc"_s, crc},
+            {u"milliseconds"_s, result.milliseconds}});
 }
 
 } // namespace Shipwright

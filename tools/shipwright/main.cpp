@@ -32,7 +32,7 @@ void watchSignals()
         return;
     struct sigaction action = {};
     action.sa_handler = onSignal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    action.sa_flags = int(SA_RESETHAND);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }
@@ -77,17 +77,19 @@ int main(int argc, char *argv[])
     parser.clearPositionalArguments();
     if (command) {
         parser.setApplicationDescription(QString::fromLatin1(command->summary));
-        parser.addPositionalArgument(QString::fromLatin1(command->name), {},
-                                     u"%1 %2"_s.arg(QLatin1StringView(command->name),
-                                                    QLatin1StringView(command->arguments)).trimmed());
+        parser.addPositionalArgument(
+            QString::fromLatin1(command->name), {},
+            u"%1 %2"_s.arg(QLatin1StringView(command->name), QLatin1StringView(command->arguments))
+                .trimmed());
         if (command->addOptions)
             command->addOptions(parser);
     } else {
         parser.setApplicationDescription(
             u"Service tool: provisions, tests and watches a Dockhand receiver on a CAN bus."_s
             + commandList());
-        parser.addPositionalArgument(u"command"_s, u"What to do; \"shipwright COMMAND --help\" "
-                                                   "tells more."_s,
+        parser.addPositionalArgument(u"command"_s,
+                                     u"What to do; \"shipwright COMMAND --help\" "
+                                     "tells more."_s,
                                      u"COMMAND [ARGUMENTS]"_s);
     }
     const bool parsed = parser.parse(QCoreApplication::arguments());
@@ -110,10 +112,11 @@ int main(int argc, char *argv[])
         if (!command)
             throw Failure(Exit::Usage, u"No command given."_s, help);
         arguments.removeFirst();
-        if (arguments.size() < command->leastArguments || arguments.size() > command->mostArguments) {
+        if (arguments.size() < command->leastArguments
+            || arguments.size() > command->mostArguments) {
             throw Failure(Exit::Usage,
                           u"Usage: shipwright %1 %2"_s.arg(QLatin1StringView(command->name),
-                                                          QLatin1StringView(command->arguments)),
+                                                           QLatin1StringView(command->arguments)),
                           help);
         }
         const Options options = readCommonOptions(parser);
@@ -124,9 +127,9 @@ int main(int argc, char *argv[])
             notifier.setEnabled(false);
             session->interrupt();
         });
-        return static_cast<int>(command->run(*session, arguments));
+        return int(command->run(*session, arguments));
     } catch (const Failure &failure) {
         console.failure(failure, session ? session->receiverState() : QString());
-        return static_cast<int>(failure.exit);
+        return int(failure.exit);
     }
 }

@@ -11,7 +11,9 @@ namespace Shipwright {
 using namespace Qt::StringLiterals;
 
 Session::Session(const Options &options, const QCommandLineParser &parser, Console &console)
-    : m_options(options), m_parser(parser), m_console(console)
+    : m_options(options),
+      m_parser(parser),
+      m_console(console)
 {
 }
 
@@ -32,20 +34,21 @@ Peer &Session::peer()
 void Session::openBus()
 {
     QString error;
-    m_device.reset(QCanBus::instance()->createDevice(m_options.plugin, m_options.interfaceName,
-                                                     &error));
+    m_device.reset(
+        QCanBus::instance()->createDevice(m_options.plugin, m_options.interfaceName, &error));
     if (!m_device) {
-        throw Failure(Exit::Interface,
-                      u"The CAN plugin \"%1\" gives no interface \"%2\": %3"_s
-                          .arg(m_options.plugin, m_options.interfaceName, error),
-                      u"Plugins on this computer: %1."_s.arg(
-                          QCanBus::instance()->plugins().join(u", "_s)));
+        throw Failure(
+            Exit::Interface,
+            u"The CAN plugin \"%1\" gives no interface \"%2\": %3"_s.arg(
+                m_options.plugin, m_options.interfaceName, error),
+            u"Plugins on this computer: %1."_s.arg(QCanBus::instance()->plugins().join(u", "_s)));
     }
     m_device->setConfigurationParameter(QCanBusDevice::LoopbackKey, true);
     m_device->setConfigurationParameter(QCanBusDevice::ReceiveOwnKey, false);
     m_device->setConfigurationParameter(QCanBusDevice::CanFdKey, false);
-    m_device->setConfigurationParameter(QCanBusDevice::ErrorFilterKey,
-                                        QVariant::fromValue(QCanBusFrame::FrameErrors(QCanBusFrame::AnyError)));
+    m_device->setConfigurationParameter(
+        QCanBusDevice::ErrorFilterKey,
+        QVariant::fromValue(QCanBusFrame::FrameErrors(QCanBusFrame::AnyError)));
     if (m_options.bitRate)
         m_device->setConfigurationParameter(QCanBusDevice::BitRateKey, *m_options.bitRate);
 
@@ -65,14 +68,16 @@ void Session::startLog()
         return;
     m_log.setFileName(m_options.logFile);
     if (!m_log.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
-        throw Failure(Exit::LocalFile, u"The log %1 cannot be written: %2."_s
-                                           .arg(m_options.logFile, m_log.errorString()));
+        throw Failure(
+            Exit::LocalFile,
+            u"The log %1 cannot be written: %2."_s.arg(m_options.logFile, m_log.errorString()));
     }
     m_link->addObserver([this](const QCanBusFrame &frame, Direction) {
         const QByteArray line = Candump::format(m_options.interfaceName, frame);
         if (m_log.write(line) != line.size()) {
-            throw Failure(Exit::LocalFile, u"The log %1 cannot be written: %2."_s
-                                               .arg(m_options.logFile, m_log.errorString()));
+            throw Failure(
+                Exit::LocalFile,
+                u"The log %1 cannot be written: %2."_s.arg(m_options.logFile, m_log.errorString()));
         }
     });
 }

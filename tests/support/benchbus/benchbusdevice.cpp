@@ -42,10 +42,10 @@ can_frame fromQt(const QCanBusFrame &frame)
     if (frame.frameType() == QCanBusFrame::RemoteRequestFrame)
         result.can_id |= CAN_RTR_FLAG;
     if (frame.frameType() == QCanBusFrame::ErrorFrame)
-        result.can_id = static_cast<canid_t>(frame.error().toInt()) | CAN_ERR_FLAG;
+        result.can_id = canid_t(frame.error().toInt()) | CAN_ERR_FLAG;
     const QByteArray payload = frame.payload();
-    result.can_dlc = static_cast<__u8>(payload.size());
-    std::memcpy(result.data, payload.constData(), static_cast<std::size_t>(payload.size()));
+    result.can_dlc = __u8(payload.size());
+    std::memcpy(result.data, payload.constData(), std::size_t(payload.size()));
     return result;
 }
 
@@ -57,7 +57,8 @@ bool wouldBlock()
 } // namespace
 
 BenchBusDevice::BenchBusDevice(QString interfaceName, std::unique_ptr<FaultFile> faultFile)
-    : m_interfaceName(std::move(interfaceName)), m_faultFile(std::move(faultFile))
+    : m_interfaceName(std::move(interfaceName)),
+      m_faultFile(std::move(faultFile))
 {
     // What Qt's SocketCAN device starts with.
     QCanBusDevice::setConfigurationParameter(LoopbackKey, true);
@@ -90,7 +91,7 @@ void BenchBusDevice::setConfigurationParameter(ConfigurationKey key, const QVari
     if (key == RawFilterKey && !setFilters(value.value<QList<Filter>>()))
         return;
     if (key == ErrorFilterKey)
-        m_errorMask = static_cast<quint32>(value.value<QCanBusFrame::FrameErrors>().toInt());
+        m_errorMask = quint32(value.value<QCanBusFrame::FrameErrors>().toInt());
     if ((key == CanFdKey || key == ReceiveOwnKey) && value.toBool()) {
         setError(u"The bench bus knows neither CAN FD nor own frames"_s, ConfigurationError);
         return;
@@ -114,7 +115,8 @@ bool BenchBusDevice::setFilters(const QList<Filter> &filters)
             added.id |= CAN_RTR_FLAG;
             break;
         default: // error frames are chosen by ErrorFilterKey
-            setError(u"Cannot set filter for frame type: %1"_s.arg(filter.type), ConfigurationError);
+            setError(u"Cannot set filter for frame type: %1"_s.arg(filter.type),
+                     ConfigurationError);
             return false;
         }
         const bool base = (filter.format & Filter::MatchBaseFormat) != 0;
@@ -148,7 +150,8 @@ bool BenchBusDevice::open()
     if (!join())
         return false;
     setState(ConnectedState);
-    QMetaObject::invokeMethod(this, [this] { applyFaults({}); }, Qt::QueuedConnection);
+    const auto applyFirstFaults = [this] { applyFaults({}); };
+    QMetaObject::invokeMethod(this, applyFirstFaults, Qt::QueuedConnection);
     return true;
 }
 
@@ -189,7 +192,7 @@ void BenchBusDevice::leave()
 {
     if (m_socket < 0)
         return;
-    while (sendSome() > 0) { }
+    while (sendSome() > 0) {}
     for (Notifier *notifier : {&m_readable, &m_writable}) {
         if (*notifier)
             (*notifier)->setEnabled(false);
@@ -238,16 +241,17 @@ qint64 BenchBusDevice::sendSome()
     while (m_outputFrames < m_output.size() && hasOutgoingFrames())
         m_output[m_outputFrames++] = fromQt(dequeueOutgoingFrame());
     const std::size_t size = m_outputFrames * sizeof(can_frame);
-    const auto count = ::send(m_socket, reinterpret_cast<const char *>(m_output.data()) + m_outputSent,
+    const auto count = ::send(m_socket,
+                              reinterpret_cast<const char *>(m_output.data()) + m_outputSent,
                               size - m_outputSent, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (count < 0)
         return wouldBlock() ? 0 : -1;
     const std::size_t framesBefore = m_outputSent / sizeof(can_frame);
-    m_outputSent += static_cast<std::size_t>(count);
+    m_outputSent += std::size_t(count);
     const std::size_t framesSent = m_outputSent / sizeof(can_frame);
     if (m_outputSent == size)
         m_outputFrames = m_outputSent = 0;
-    return static_cast<qint64>(framesSent - framesBefore);
+    return qint64(framesSent - framesBefore);
 }
 
 void BenchBusDevice::sendQueued()
@@ -270,13 +274,13 @@ void BenchBusDevice::receive()
         lose(u"The bench bus is gone"_s);
         return;
     }
-    m_inputBytes += static_cast<std::size_t>(count);
+    m_inputBytes += std::size_t(count);
 
     using namespace std::chrono;
     const auto now = QCanBusFrame::TimeStamp::fromMicroSeconds(
         duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
     const std::size_t frames = m_inputBytes / sizeof(can_frame);
-    m_received.reserve(m_received.size() + static_cast<qsizetype>(frames));
+    m_received.reserve(m_received.size() + qsizetype(frames));
     for (std::size_t i = 0; i < frames; ++i) {
         if (passes(m_input[i].can_id))
             m_received.append(toQt(m_input[i], now));

@@ -62,7 +62,7 @@ private:
     Notifier m_readable;
     Notifier m_writable;
     std::array<can_frame, 4096> m_input;
-    std::size_t m_inputBytes = 0; ///< bytes in m_input of a frame that is still incomplete
+    std::size_t m_inputBytes = 0;   ///< bytes in m_input of a frame that is still incomplete
     QList<QCanBusFrame> m_received; ///< frames that wait for their batch to be complete
     std::array<can_frame, 1024> m_output;
     std::size_t m_outputFrames = 0; ///< frames in m_output

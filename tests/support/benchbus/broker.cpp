@@ -32,7 +32,10 @@ constexpr std::size_t batchSize = 4096 * CAN_MTU;
 class Descriptor
 {
 public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
+    explicit Descriptor(int fd)
+        : m_fd(fd)
+    {
+    }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
     ~Descriptor() { ::close(m_fd); }
@@ -67,7 +70,10 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// A rate of 0 lets everything pass at once.
-    explicit Pace(double bitRate) : m_bitRate(bitRate) {}
+    explicit Pace(double bitRate)
+        : m_bitRate(bitRate)
+    {
+    }
 
     bool isLimited() const { return m_bitRate > 0; }
     bool isBusy() const { return isLimited() && Clock::now() < m_busyUntil; }
@@ -89,7 +95,8 @@ public:
         // A frame that waited follows the one before it however late this process woke up.
         const bool follows = !m_idle && now - m_busyUntil < std::chrono::milliseconds(5);
         const std::chrono::duration<double> time(bitsOf(frame) / m_bitRate);
-        m_busyUntil = (follows ? m_busyUntil : now) + std::chrono::duration_cast<Clock::duration>(time);
+        m_busyUntil = (follows ? m_busyUntil : now)
+            + std::chrono::duration_cast<Clock::duration>(time);
         m_idle = false;
     }
 
@@ -98,7 +105,8 @@ private:
     static double bitsOf(const can_frame &frame)
     {
         const int overhead = frame.can_id & CAN_EFF_FLAG ? 67 : 47;
-        const int bytes = frame.can_id & CAN_RTR_FLAG ? 0 : std::min<int>(frame.can_dlc, CAN_MAX_DLEN);
+        const int bytes = frame.can_id & CAN_RTR_FLAG ? 0
+                                                      : std::min<int>(frame.can_dlc, CAN_MAX_DLEN);
         return overhead + 8 * bytes;
     }
 
@@ -119,7 +127,7 @@ public:
     {
         // Closing the gap only once it is the larger part keeps the cost of a byte constant.
         if (m_sent > size()) {
-            m_bytes.erase(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_sent));
+            m_bytes.erase(m_bytes.begin(), m_bytes.begin() + std::ptrdiff_t(m_sent));
             m_sent = 0;
         }
         m_bytes.insert(m_bytes.end(), bytes, bytes + count);
@@ -146,7 +154,10 @@ private:
 class Participant
 {
 public:
-    explicit Participant(int fd) : m_socket(fd) {}
+    explicit Participant(int fd)
+        : m_socket(fd)
+    {
+    }
 
     int socket() const { return m_socket; }
     bool isGone() const { return m_gone; }
@@ -162,7 +173,7 @@ public:
         if (count == 0 || (count < 0 && !wouldBlock()))
             m_gone = true;
         if (count > 0) {
-            const auto available = m_rest + static_cast<std::size_t>(count);
+            const auto available = m_rest + std::size_t(count);
             m_rest = available % CAN_MTU;
             m_whole = available - m_rest;
         }
@@ -181,7 +192,7 @@ public:
     {
         const auto count = ::send(m_socket, m_output.data(), m_output.size(), MSG_NOSIGNAL);
         if (count >= 0) {
-            m_output.remove(static_cast<std::size_t>(count));
+            m_output.remove(std::size_t(count));
         } else if (!wouldBlock()) {
             // It reads no more, but what it sent before may still wait to be read.
             m_output.clear();
@@ -203,14 +214,16 @@ public:
     Bus(std::string path, double bitRate)
         : m_path(std::move(path)),
           m_pace(bitRate),
-          m_listener(checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket"))
+          m_listener(
+              checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "socket"))
     {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         if (m_path.size() >= sizeof address.sun_path)
             throw std::invalid_argument(m_path + ": path too long for a socket");
         m_path.copy(address.sun_path, m_path.size());
-        checked(::bind(m_listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), m_path);
+        checked(::bind(m_listener, reinterpret_cast<const sockaddr *>(&address), sizeof address),
+                m_path);
         m_bound = true;
         checked(::listen(m_listener, SOMAXCONN), "listen");
     }
@@ -249,7 +262,8 @@ private:
         const auto patience = m_pace.patience();
         if (patience)
             time.tv_nsec = std::chrono::nanoseconds(*patience).count();
-        return checked(::ppoll(polled.data(), polled.size(), patience ? &time : nullptr, nullptr), "poll");
+        return checked(::ppoll(polled.data(), polled.size(), patience ? &time : nullptr, nullptr),
+                       "poll");
     }
 
     pollfd interestIn(const Participant &participant, bool busy) const
@@ -266,9 +280,9 @@ private:
     /// A sender waits while anyone else has no room for what it sends.
     bool mayRead(const Participant &sender) const
     {
-        return std::none_of(m_participants.begin(), m_participants.end(), [&](const Participant &other) {
-            return &other != &sender && other.isFull();
-        });
+        return std::none_of(
+            m_participants.begin(), m_participants.end(),
+            [&](const Participant &other) { return &other != &sender && other.isFull(); });
     }
 
     void serve(const std::vector<pollfd> &polled)
@@ -343,7 +357,8 @@ int main(int argc, char **argv)
         bitRate = std::strtod(argv[2], nullptr);
     if (argc != 2 && !(bitRate >= 10'000)) {
         std::fputs("Usage: benchbus [--bitrate BITS_PER_SECOND] SOCKET_PATH\n"
-                   "The slowest bit rate is 10000.\n", stderr);
+                   "The slowest bit rate is 10000.\n",
+                   stderr);
         return 2;
     }
     const char *path = argv[argc - 1];

@@ -6,7 +6,8 @@
 
 #include <utility>
 
-FaultFile::FaultFile() : m_path(qEnvironmentVariable("BENCHBUS_FAULTS"))
+FaultFile::FaultFile()
+    : m_path(qEnvironmentVariable("BENCHBUS_FAULTS"))
 {
     if (m_path.isEmpty())
         return;
@@ -37,9 +38,8 @@ void FaultFile::read()
     }
 
     const std::pair<QByteArray, bool &> flags[] = {
-        {"create", m_faults.create}, {"connect", m_faults.connect},
-        {"write", m_faults.write},   {"error", m_faults.error},
-        {"disconnect", m_faults.disconnect},
+        {"create", m_faults.create}, {"connect", m_faults.connect},       {"write", m_faults.write},
+        {"error", m_faults.error},   {"disconnect", m_faults.disconnect},
     };
     const QList<QByteArray> lines = file.readAll().split('\n');
     for (const QByteArray &line : lines) {

@@ -37,8 +37,8 @@ FaultFs::Control *map(const char *file, int flags)
     const int fd = openFile(file, flags, 0600);
     if (fd < 0 || ftruncate(fd, sizeof(FaultFs::Control)) != 0)
         std::abort();
-    void *const address =
-        mmap(nullptr, sizeof(FaultFs::Control), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    void *const address = mmap(nullptr, sizeof(FaultFs::Control), PROT_READ | PROT_WRITE,
+                               MAP_SHARED, fd, 0);
     if (address == MAP_FAILED)
         std::abort();
     close(fd);
@@ -51,8 +51,7 @@ Function real(const char *name)
 {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
-#define REAL(name) \
-    static const auto next = real<decltype(&(name))>(#name)
+#define REAL(name) static const auto next = real<decltype(&(name))>(#name)
 
 /// \a path as seen from the directory \a at; only what is needed to tell where it leads.
 std::string absolute(int at, const char *path)
@@ -60,7 +59,8 @@ std::string absolute(int at, const char *path)
     if (!path || *path == '/')
         return path ? path : "";
     std::array<char, 4096> directory{};
-    const std::string place = at == AT_FDCWD ? "/proc/self/cwd" : "/proc/self/fd/" + std::to_string(at);
+    const std::string place = at == AT_FDCWD ? "/proc/self/cwd"
+                                             : "/proc/self/fd/" + std::to_string(at);
     REAL(readlink);
     const ssize_t length = next(place.c_str(), directory.data(), directory.size());
     return std::string(directory.data(), length > 0 ? size_t(length) : 0) + '/' + path;
@@ -183,27 +183,27 @@ void FaultFs::share(const char *file)
 
 extern "C" {
 
-#define OPEN_FUNCTION(name)                                                             \
-    int name(const char *path, int flags, ...)                                          \
-    {                                                                                   \
-        va_list arguments;                                                              \
-        va_start(arguments, flags);                                                     \
-        const mode_t mode = modeOf(flags, arguments);                                   \
-        va_end(arguments);                                                              \
-        REAL(name);                                                                     \
-        return openAt([&] { return next(path, flags, mode); }, AT_FDCWD, path, flags);  \
+#define OPEN_FUNCTION(name)                                                            \
+    int name(const char *path, int flags, ...)                                         \
+    {                                                                                  \
+        va_list arguments;                                                             \
+        va_start(arguments, flags);                                                    \
+        const mode_t mode = modeOf(flags, arguments);                                  \
+        va_end(arguments);                                                             \
+        REAL(name);                                                                    \
+        return openAt([&] { return next(path, flags, mode); }, AT_FDCWD, path, flags); \
     }
 OPEN_FUNCTION(open)
 OPEN_FUNCTION(open64)
 
-#define OPENAT_FUNCTION(name)                                                     \
-    int name(int at, const char *path, int flags, ...)                            \
-    {                                                                             \
-        va_list arguments;                                                        \
-        va_start(arguments, flags);                                               \
-        const mode_t mode = modeOf(flags, arguments);                             \
-        va_end(arguments);                                                        \
-        REAL(name);                                                               \
+#define OPENAT_FUNCTION(name)                                                        \
+    int name(int at, const char *path, int flags, ...)                               \
+    {                                                                                \
+        va_list arguments;                                                           \
+        va_start(arguments, flags);                                                  \
+        const mode_t mode = modeOf(flags, arguments);                                \
+        va_end(arguments);                                                           \
+        REAL(name);                                                                  \
         return openAt([&] { return next(at, path, flags, mode); }, at, path, flags); \
     }
 OPENAT_FUNCTION(openat)
@@ -286,8 +286,10 @@ ssize_t sendfile(int out, int in, off_t *offset, size_t size)
     REAL(sendfile);
     if (!isOurs(out))
         return next(out, in, offset, size);
-    struct stat status{};
-    const auto halfFile = [&] { return fstat(in, &status) == 0 ? half(size_t(status.st_size)) : 1; };
+    struct stat status = {};
+    const auto halfFile = [&] {
+        return fstat(in, &status) == 0 ? half(size_t(status.st_size)) : 1;
+    };
     switch (count()) {
     case FaultFs::Action::Error:
         errno = FaultFs::control().error;
@@ -325,10 +327,10 @@ int fchmod(int fd, mode_t mode)
     return isOurs(fd) && fails() ? -1 : next(fd, mode);
 }
 
-#define TRUNCATE_FUNCTION(name, offset_type)              \
-    int name(int fd, offset_type size) noexcept           \
-    {                                                     \
-        REAL(name);                                       \
+#define TRUNCATE_FUNCTION(name, offset_type)                \
+    int name(int fd, offset_type size) noexcept             \
+    {                                                       \
+        REAL(name);                                         \
         return isOurs(fd) && fails() ? -1 : next(fd, size); \
     }
 TRUNCATE_FUNCTION(ftruncate, off_t)

@@ -11,9 +11,9 @@ namespace FaultFs {
 
 enum class Action : int {
     None,
-    Error,  ///< the operation fails with the chosen errno
-    Short,  ///< a read or write handles half of its bytes, at least one; others go unharmed
-    Kill,   ///< a write is done by half, then the whole process group is killed
+    Error, ///< the operation fails with the chosen errno
+    Short, ///< a read or write handles half of its bytes, at least one; others go unharmed
+    Kill,  ///< a write is done by half, then the whole process group is killed
 };
 
 /// Shared by all processes that were forked after share(), and the programs that they run.
@@ -24,7 +24,7 @@ struct Control
     uint32_t at;                      ///< number of the operation to strike, from 1; 0 for none
     bool lasting;                     ///< strikes every later operation too
     Action action;
-    int error;                        ///< errno for Action::Error
+    int error; ///< errno for Action::Error
     /// With watch set: the first path that a process tried to change although it lies neither
     /// below the tree nor below temporary, nor is "Unknown" in the working directory. Else empty.
     bool watch;

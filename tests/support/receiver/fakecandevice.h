@@ -18,9 +18,9 @@ public:
     /// How the plugin and its devices behave.
     struct Behaviour
     {
-        QString creationError;        ///< not empty: no device is created, for this reason
+        QString creationError; ///< not empty: no device is created, for this reason
         bool refusesConnection = false;
-        QString writeError;           ///< not empty: writing fails for this reason
+        QString writeError; ///< not empty: writing fails for this reason
         /// Called with each frame before it is logged as sent.
         std::function<void(const QCanBusFrame &)> onWrite;
     };

@@ -103,7 +103,7 @@ ToolFrames::List ToolFrames::transfer(quint8 fileType, const QByteArray &content
 {
     const auto records = quint32((content.size() + recordSize - 1) / recordSize);
     List frames{transferInfo(fileType, quint32(content.size())),
-                  initiateTransfer(fileType, records)};
+                initiateTransfer(fileType, records)};
     for (quint32 number = 1; number <= records; ++number)
         frames += record(number, content.mid((number - 1) * recordSize, recordSize));
     frames.append(transferComplete(crc32(content)));

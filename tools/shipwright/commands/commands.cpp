@@ -5,10 +5,8 @@ namespace Shipwright {
 std::span<const Command *const> allCommands()
 {
     static const Command *const commands[] = {
-        &connectCommand, &infoCommand, &setTimeCommand,
-        &setSerialCommand, &sendCommand, &endCommand,
-        &provisionCommand, &watchCommand, &decodeCommand,
-        &selftestCommand,
+        &connectCommand, &infoCommand,      &setTimeCommand, &setSerialCommand, &sendCommand,
+        &endCommand,     &provisionCommand, &watchCommand,   &decodeCommand,    &selftestCommand,
     };
     return commands;
 }

@@ -15,10 +15,10 @@ class Session;
 struct Command
 {
     const char *name;
-    const char *arguments; ///< as the help shows them
+    const char *arguments = ""; ///< as the help shows them
     const char *summary;
-    qsizetype leastArguments;
-    qsizetype mostArguments;
+    qsizetype leastArguments = 0;
+    qsizetype mostArguments = 0;
     Exit (*run)(Session &session, const QStringList &arguments);
     void (*addOptions)(QCommandLineParser &parser) = nullptr;
 };

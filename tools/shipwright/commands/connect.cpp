@@ -24,7 +24,9 @@ Exit run(Session &session, const QStringList &)
 
 } // namespace
 
-const Command connectCommand{"connect", "", "Start a configuration session: check that the receiver answers.",
-                             0, 0, run};
+const Command connectCommand{
+    .name = "connect",
+    .summary = "Start a configuration session: check that the receiver answers.",
+    .run = run};
 
 } // namespace Shipwright

@@ -56,7 +56,11 @@ Exit run(Session &session, const QStringList &arguments)
 
 } // namespace
 
-const Command decodeCommand{"decode", "[FILE]",
-                            "Print a candump log, or standard input, one readable line a frame.", 0, 1, run};
+const Command decodeCommand{
+    .name = "decode",
+    .arguments = "[FILE]",
+    .summary = "Print a candump log, or standard input, one readable line a frame.",
+    .mostArguments = 1,
+    .run = run};
 
 } // namespace Shipwright

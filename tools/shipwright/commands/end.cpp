@@ -24,6 +24,6 @@ Exit run(Session &session, const QStringList &)
 
 } // namespace
 
-const Command endCommand{"end", "", "End the configuration session.", 0, 0, run};
+const Command endCommand{.name = "end", .summary = "End the configuration session.", .run = run};
 
 } // namespace Shipwright

@@ -12,27 +12,30 @@ namespace {
 Exit run(Session &session, const QStringList &)
 {
     const ReceiverParameters p = session.peer().receiverParameters();
-    session.console().report(
-        u"info"_s,
-        u"Protocol version:             %1\n"
-        "Data frames in a record:      %2\n"
-        "Flag:                         %3\n"
-        "Limit for a negotiation:      %4 ms\n"
-        "Limit for a record:           %5 ms\n"
-        "Limit for the whole file:     %6 ms"_s
-            .arg(p.version).arg(p.frameLimit + 1).arg(p.flag ? 1 : 0)
-            .arg(p.negotiationTimeout).arg(p.recordTimeout).arg(p.completeTimeout),
-        {{u"version"_s, static_cast<qint64>(p.version)},
-         {u"frameLimit"_s, static_cast<qint64>(p.frameLimit)},
-         {u"flag"_s, p.flag},
-         {u"parameter1"_s, static_cast<qint64>(p.negotiationTimeout)},
-         {u"parameter2"_s, static_cast<qint64>(p.recordTimeout)},
-         {u"parameter3"_s, static_cast<qint64>(p.completeTimeout)}});
+    session.console().report(u"info"_s,
+                             u"Protocol version:             %1\n"
+                             "Data frames in a record:      %2\n"
+                             "Flag:                         %3\n"
+                             "Limit for a negotiation:      %4 ms\n"
+                             "Limit for a record:           %5 ms\n"
+                             "Limit for the whole file:     %6 ms"_s.arg(p.version)
+                                 .arg(p.frameLimit + 1)
+                                 .arg(p.flag ? 1 : 0)
+                                 .arg(p.negotiationTimeout)
+                                 .arg(p.recordTimeout)
+                                 .arg(p.completeTimeout),
+                             {{u"version"_s, qint64(p.version)},
+                              {u"frameLimit"_s, qint64(p.frameLimit)},
+                              {u"flag"_s, p.flag},
+                              {u"parameter1"_s, qint64(p.negotiationTimeout)},
+                              {u"parameter2"_s, qint64(p.recordTimeout)},
+                              {u"parameter3"_s, qint64(p.completeTimeout)}});
     return Exit::Success;
 }
 
 } // namespace
 
-const Command infoCommand{"info", "", "Ask for the receiver's parameters and print them.", 0, 0, run};
+const Command infoCommand{
+    .name = "info", .summary = "Ask for the receiver's parameters and print them.", .run = run};
 
 } // namespace Shipwright

@@ -17,11 +17,12 @@ constexpr quint32 fileOrder[] = {Wire::fileConfiguration, Wire::fileMenu, Wire::
 
 void addOptions(QCommandLineParser &parser)
 {
-    parser.addOption({u"time"_s, u"Set the clock to \"now\" or to an ISO 8601 date and time."_s,
-                      u"TIME"_s});
+    parser.addOption(
+        {u"time"_s, u"Set the clock to \"now\" or to an ISO 8601 date and time."_s, u"TIME"_s});
     parser.addOption({u"serial"_s, u"Set the serial number."_s, u"TEXT"_s});
     for (const quint32 type : fileOrder) {
-        parser.addOption({fileTypeName(type), u"Send a %1 file."_s.arg(fileTypeName(type)), u"FILE"_s});
+        parser.addOption(
+            {fileTypeName(type), u"Send a %1 file."_s.arg(fileTypeName(type)), u"FILE"_s});
     }
 }
 
@@ -63,8 +64,11 @@ Exit run(Session &session, const QStringList &)
 
 } // namespace
 
-const Command provisionCommand{"provision", "[--time TIME] [--serial TEXT] [--configuration FILE] ...",
-                               "Do a whole session: connect, clock, serial number, files, end.",
-                               0, 0, run, addOptions};
+const Command provisionCommand{
+    .name = "provision",
+    .arguments = "[--time TIME] [--serial TEXT] [--configuration FILE] ...",
+    .summary = "Do a whole session: connect, clock, serial number, files, end.",
+    .run = run,
+    .addOptions = addOptions};
 
 } // namespace Shipwright

@@ -13,9 +13,10 @@ namespace {
 
 void addOptions(QCommandLineParser &parser)
 {
-    parser.addOption({u"destructive"_s,
-                      u"Also run the checks that set the clock and the serial number (to \"TEST12345678\") "
-                      "and install a configuration (\"{}\"); menu and package files are replaced too."_s});
+    parser.addOption(
+        {u"destructive"_s,
+         u"Also run the checks that set the clock and the serial number (to \"TEST12345678\") "
+         "and install a configuration (\"{}\"); menu and package files are replaced too."_s});
 }
 
 Exit run(Session &session, const QStringList &)
@@ -33,7 +34,7 @@ Exit run(Session &session, const QStringList &)
     int passed = 0;
     int skipped = 0;
     Console &console = session.console();
-    const int failed = checkConformance(session.link(), settings, [&](const ConformanceResult &result) {
+    const auto report = [&](const ConformanceResult &result) {
         QString outcome = u"pass"_s;
         if (result.outcome == Outcome::Failed)
             outcome = u"FAIL"_s;
@@ -44,10 +45,12 @@ Exit run(Session &session, const QStringList &)
         QString text = outcome + u"  "_s + result.name;
         if (!result.deviation.isEmpty())
             text += u"\n      "_s + result.deviation;
-        console.report(u"check"_s, text, {{u"name"_s, result.name},
-                                          {u"outcome"_s, outcome.toLower()},
-                                          {u"deviation"_s, result.deviation}});
-    });
+        console.report(u"check"_s, text,
+                       {{u"name"_s, result.name},
+                        {u"outcome"_s, outcome.toLower()},
+                        {u"deviation"_s, result.deviation}});
+    };
+    const int failed = checkConformance(session.link(), settings, report);
     QString summary = u"%1 passed, %2 failed, %3 skipped"_s.arg(passed).arg(failed).arg(skipped);
     if (skipped > 0)
         summary += u" (--destructive runs them)"_s;
@@ -58,8 +61,11 @@ Exit run(Session &session, const QStringList &)
 
 } // namespace
 
-const Command selftestCommand{"selftest", "[--destructive]",
-                              "Check the receiver against the protocol; replaces its generic file.",
-                              0, 0, run, addOptions};
+const Command selftestCommand{
+    .name = "selftest",
+    .arguments = "[--destructive]",
+    .summary = "Check the receiver against the protocol; replaces its generic file.",
+    .run = run,
+    .addOptions = addOptions};
 
 } // namespace Shipwright

@@ -59,11 +59,15 @@ void sendFile(Session &session, quint32 fileType, const QString &path)
     Peer &peer = session.peer();
     Console &console = session.console();
     console.startTransfer(path, fileType, session.options().bitRate);
-    console.finishTransfer(peer.sendFile(fileType, content, [&console](const TransferProgress &p) {
-        console.progress(p);
-    }));
+    console.finishTransfer(peer.sendFile(
+        fileType, content, [&console](const TransferProgress &p) { console.progress(p); }));
 }
 
-const Command sendCommand{"send", "configuration|menu|generic|package FILE", "Send a file.", 2, 2, run};
+const Command sendCommand{.name = "send",
+                          .arguments = "configuration|menu|generic|package FILE",
+                          .summary = "Send a file.",
+                          .leastArguments = 2,
+                          .mostArguments = 2,
+                          .run = run};
 
 } // namespace Shipwright

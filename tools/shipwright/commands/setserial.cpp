@@ -25,7 +25,12 @@ Exit run(Session &session, const QStringList &arguments)
 
 } // namespace
 
-const Command setSerialCommand{"set-serial", "TEXT",
-                               "Set the receiver's serial number, up to 15 bytes of UTF-8.", 1, 1, run};
+const Command setSerialCommand{
+    .name = "set-serial",
+    .arguments = "TEXT",
+    .summary = "Set the receiver's serial number, up to 15 bytes of UTF-8.",
+    .leastArguments = 1,
+    .mostArguments = 1,
+    .run = run};
 
 } // namespace Shipwright

@@ -38,8 +38,11 @@ Exit run(Session &session, const QStringList &arguments)
 
 } // namespace
 
-const Command setTimeCommand{"set-time", "[now|DATE-TIME]",
-                             "Set the receiver's clock, to this computer's time or to an ISO 8601 one.",
-                             0, 1, run};
+const Command setTimeCommand{
+    .name = "set-time",
+    .arguments = "[now|DATE-TIME]",
+    .summary = "Set the receiver's clock, to this computer's time or to an ISO 8601 one.",
+    .mostArguments = 1,
+    .run = run};
 
 } // namespace Shipwright

@@ -35,7 +35,9 @@ Exit run(Session &session, const QStringList &)
 
 } // namespace
 
-const Command watchCommand{"watch", "", "Print the traffic on the bus, one readable line a frame, until Ctrl-C.",
-                           0, 0, run};
+const Command watchCommand{
+    .name = "watch",
+    .summary = "Print the traffic on the bus, one readable line a frame, until Ctrl-C.",
+    .run = run};
 
 } // namespace Shipwright

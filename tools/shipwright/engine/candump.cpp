@@ -18,8 +18,7 @@ QByteArray format(const QString &interfaceName, const QCanBusFrame &frame)
     const QCanBusFrame::TimeStamp stamp = frame.timeStamp();
     const bool isError = frame.frameType() == QCanBusFrame::ErrorFrame;
     const int idDigits = isError || frame.hasExtendedFrameFormat() ? 8 : 3;
-    const quint32 id = isError ? errorFlag | static_cast<quint32>(frame.error().toInt())
-                               : frame.frameId();
+    const quint32 id = isError ? errorFlag | quint32(frame.error().toInt()) : frame.frameId();
     QString data;
     if (frame.frameType() == QCanBusFrame::RemoteRequestFrame)
         data = u"R"_s;
@@ -59,8 +58,8 @@ std::optional<Entry> parse(const QByteArray &line)
         frame.setFrameType(QCanBusFrame::RemoteRequestFrame);
     else
         frame.setPayload(QByteArray::fromHex(data.toLatin1()));
-    frame.setTimeStamp(QCanBusFrame::TimeStamp(match.captured(1).toLongLong(),
-                                               match.captured(2).toLongLong()));
+    frame.setTimeStamp(
+        QCanBusFrame::TimeStamp(match.captured(1).toLongLong(), match.captured(2).toLongLong()));
     return Entry{match.captured(3), frame};
 }
 

@@ -25,7 +25,7 @@ void SystemClock::wait(qint64 milliseconds)
     QTimer wakeUp;
     wakeUp.setSingleShot(true);
     wakeUp.setTimerType(Qt::PreciseTimer);
-    wakeUp.start(static_cast<int>(qMin<qint64>(milliseconds, 60'000)));
+    wakeUp.start(int(qMin<qint64>(milliseconds, 60'000)));
     QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 }
 

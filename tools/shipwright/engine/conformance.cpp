@@ -38,8 +38,8 @@ QByteArray hex(const char *digits)
 
 quint32 crcOf(const QByteArray &data)
 {
-    return static_cast<quint32>(::crc32(0, reinterpret_cast<const Bytef *>(data.constData()),
-                                        static_cast<uInt>(data.size())));
+    return quint32(
+        ::crc32(0, reinterpret_cast<const Bytef *>(data.constData()), uInt(data.size())));
 }
 
 QByteArray littleEndian(quint32 number)
@@ -54,7 +54,7 @@ QByteArray content(qsizetype size, qsizetype seed = 0)
 {
     QByteArray bytes(size, '\0');
     for (qsizetype i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((i * 7 + i / 256 + seed * 31 + 1) % 253);
+        bytes[i] = char((i * 7 + i / 256 + seed * 31 + 1) % 253);
     return bytes;
 }
 
@@ -66,7 +66,11 @@ constexpr char version2 = 2 << 2;
 class Probe
 {
 public:
-    Probe(Link &link, const ConformanceSettings &settings) : m_link(link), m_settings(settings) {}
+    Probe(Link &link, const ConformanceSettings &settings)
+        : m_link(link),
+          m_settings(settings)
+    {
+    }
 
     quint32 destination = Wire::nodeDockhand;
 
@@ -85,16 +89,17 @@ public:
     void transferInfo(quint32 fileType, quint32 size)
     {
         message(Wire::p6TransferInfo,
-                QByteArray(1, static_cast<char>(fileType)) + version2 + littleEndian(size));
+                QByteArray(1, char(fileType)) + version2 + littleEndian(size));
     }
     void initiate(quint32 fileType, quint32 records)
     {
-        message(Wire::p6InitTransfer, QByteArray(1, static_cast<char>(fileType)) + version2
-                    + QByteArray(2, '\0') + littleEndian(records));
+        message(Wire::p6InitTransfer,
+                QByteArray(1, char(fileType)) + version2 + QByteArray(2, '\0')
+                    + littleEndian(records));
     }
     void recordStart(qsizetype frames, quint32 number = 0)
     {
-        message(Wire::p6RecordStart, QByteArray(1, static_cast<char>(frames)) + littleEndian(number));
+        message(Wire::p6RecordStart, QByteArray(1, char(frames)) + littleEndian(number));
     }
     void dataFrame(quint32 number, const QByteArray &payload)
     {
@@ -121,13 +126,13 @@ public:
     /// The receiver's parameters are its own, but they are the same in every answer.
     void expectParameters(quint32 code)
     {
-        const quint32 id = Wire::p6Id(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6TransferInfo,
-                                      0, code);
+        const quint32 id = Wire::p6Id(Wire::nodeDockhand, Wire::nodeShipwright,
+                                      Wire::p6TransferInfo, 0, code);
         const QString due = u"%1 and the 8 bytes of the parameters"_s.arg(shown(id, {}));
         const QCanBusFrame frame = next(due);
         const QByteArray payload = frame.payload();
         const bool isVersion2 = payload.size() == Wire::negotiationReplySize
-            && Wire::versionField.of(static_cast<uchar>(payload.at(0))) == Wire::protocolVersion;
+            && Wire::versionField.of(uchar(payload.at(0))) == Wire::protocolVersion;
         if (m_parameters.isEmpty() && isVersion2)
             m_parameters = payload;
         if (frame.frameId() != id || payload != m_parameters)
@@ -135,10 +140,7 @@ public:
     }
     void expectInitiated() { expectAnswer(Wire::p6InitTransfer, 0, QByteArray(8, '\0')); }
     void expectRecordAccepted() { expectAnswer(Wire::p6RecordEnd, 0, hex("00")); }
-    void expectRecordRefused()
-    {
-        expectAnswer(Wire::p6RecordEnd, Wire::resultFailure, hex("01"));
-    }
+    void expectRecordRefused() { expectAnswer(Wire::p6RecordEnd, Wire::resultFailure, hex("01")); }
     void expectFile(quint32 crc)
     {
         m_long = true;
@@ -155,8 +157,8 @@ public:
         const quint32 before = std::exchange(destination, Wire::nodeDockhand);
         command(Wire::p3StartConfig, {}, questionSlot);
         destination = before;
-        const quint32 id = Wire::p3ResponseId(Wire::nodeDockhand, Wire::nodeShipwright, questionSlot,
-                                              Wire::resultFailure);
+        const quint32 id = Wire::p3ResponseId(Wire::nodeDockhand, Wire::nodeShipwright,
+                                              questionSlot, Wire::resultFailure);
         const QCanBusFrame frame = next(u"silence"_s);
         if (frame.frameId() != id)
             deviate(u"silence"_s, shown(frame.frameId(), frame.payload()));
@@ -173,7 +175,7 @@ public:
     void sendFrames(const QByteArray &data)
     {
         for (qsizetype i = 0; i * 8 < data.size(); ++i)
-            dataFrame(static_cast<quint32>(i), data.mid(i * 8, 8));
+            dataFrame(quint32(i), data.mid(i * 8, 8));
     }
     void record(const QByteArray &data, quint32 number = 0)
     {
@@ -184,8 +186,8 @@ public:
     }
     void transfer(quint32 fileType, const QByteArray &data)
     {
-        const auto records = static_cast<quint32>((data.size() + 511) / 512);
-        open(fileType, static_cast<quint32>(data.size()), records);
+        const auto records = quint32((data.size() + 511) / 512);
+        open(fileType, quint32(data.size()), records);
         for (quint32 i = 0; i < records; ++i)
             record(data.mid(qsizetype(i) * 512, 512), i);
         close(data);
@@ -277,7 +279,8 @@ void endIsAnswered(Probe &probe)
 void commandFromStranger(Probe &probe)
 {
     probe.send(Wire::p3CommandId(nodeStranger, Wire::nodeDockhand, 0, Wire::p3InterfaceShipwright,
-                                 Wire::p3StartConfig), {});
+                                 Wire::p3StartConfig),
+               {});
     probe.expectSilence();
 }
 
@@ -292,7 +295,8 @@ void commandOnOtherInterface(Probe &probe)
 {
     for (const quint32 interfaceId : {0u, 10u, 12u, 15u}) {
         probe.send(Wire::p3CommandId(Wire::nodeShipwright, Wire::nodeDockhand, 0, interfaceId,
-                                     Wire::p3StartConfig), {});
+                                     Wire::p3StartConfig),
+                   {});
         probe.expectSilence();
     }
 }
@@ -394,7 +398,8 @@ void initiateOfWrongSize(Probe &probe)
     const QByteArray whole = hex("0208000001000000");
     for (qsizetype size = 0; size < whole.size(); ++size) {
         probe.message(Wire::p6InitTransfer, whole.left(size));
-        probe.expectAnswer(Wire::p6InitTransfer, Wire::resultInitTransferRejected, QByteArray(8, '\0'));
+        probe.expectAnswer(Wire::p6InitTransfer, Wire::resultInitTransferRejected,
+                           QByteArray(8, '\0'));
     }
 }
 
@@ -402,7 +407,8 @@ void initiateOfWrongVersion(Probe &probe)
 {
     for (const char *payload : {"0200000001000000", "0204000001000000", "020c000001000000"}) {
         probe.message(Wire::p6InitTransfer, hex(payload));
-        probe.expectAnswer(Wire::p6InitTransfer, Wire::resultInitTransferRejected, QByteArray(8, '\0'));
+        probe.expectAnswer(Wire::p6InitTransfer, Wire::resultInitTransferRejected,
+                           QByteArray(8, '\0'));
     }
 }
 
@@ -411,7 +417,7 @@ void initiateOfWrongVersion(Probe &probe)
 void fileOfEverySize(Probe &probe)
 {
     for (const qsizetype size : {1, 7, 8, 9, 511, 512, 513, 1500})
-        probe.transfer(generic, content(size, static_cast<int>(size)));
+        probe.transfer(generic, content(size, int(size)));
 }
 
 void emptyFile(Probe &probe)
@@ -502,7 +508,8 @@ void recordEndOfWrongSize(Probe &probe)
         const QByteArray refused = content(40, 34);
         probe.recordStart(5);
         probe.sendFrames(refused);
-        probe.message(Wire::p6RecordEnd, (littleEndian(crcOf(refused)) + QByteArray(4, '\0')).left(size));
+        probe.message(Wire::p6RecordEnd,
+                      (littleEndian(crcOf(refused)) + QByteArray(4, '\0')).left(size));
         probe.expectRecordRefused();
     }
     probe.record(data);
@@ -678,12 +685,12 @@ QByteArray presentTime()
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
     QByteArray payload(Wire::dateTimeSize, '\0');
-    payload[Wire::dateTimeYear] = static_cast<char>(now.date().year() - Wire::dateTimeEpoch);
-    payload[Wire::dateTimeMonth] = static_cast<char>(now.date().month());
-    payload[Wire::dateTimeDay] = static_cast<char>(now.date().day());
-    payload[Wire::dateTimeHour] = static_cast<char>(now.time().hour());
-    payload[Wire::dateTimeMinute] = static_cast<char>(now.time().minute());
-    payload[Wire::dateTimeSecond] = static_cast<char>(now.time().second());
+    payload[Wire::dateTimeYear] = char(now.date().year() - Wire::dateTimeEpoch);
+    payload[Wire::dateTimeMonth] = char(now.date().month());
+    payload[Wire::dateTimeDay] = char(now.date().day());
+    payload[Wire::dateTimeHour] = char(now.time().hour());
+    payload[Wire::dateTimeMinute] = char(now.time().minute());
+    payload[Wire::dateTimeSecond] = char(now.time().second());
     return payload;
 }
 
@@ -802,7 +809,8 @@ const Check checks[] = {
 
 } // namespace
 
-int checkConformance(Link &link, const ConformanceSettings &settings, const ConformanceReport &report)
+int checkConformance(Link &link, const ConformanceSettings &settings,
+                     const ConformanceReport &report)
 {
     using Outcome = ConformanceResult::Outcome;
     Probe probe(link, settings);

@@ -69,7 +69,11 @@ QString resultName(quint32 code)
 class Reader
 {
 public:
-    Reader(Decoded &decoded, const QByteArray &payload) : m_decoded(decoded), m_payload(payload) {}
+    Reader(Decoded &decoded, const QByteArray &payload)
+        : m_decoded(decoded),
+          m_payload(payload)
+    {
+    }
 
     void add(const QString &name, const QJsonValue &value, const QString &text)
     {
@@ -77,12 +81,12 @@ public:
     }
     void addNumber(const QString &name, quint32 value, const QString &text)
     {
-        add(name, static_cast<qint64>(value), text.arg(value));
+        add(name, qint64(value), text.arg(value));
     }
     /// A number of things; \a noun is the name of one.
     void addCount(const QString &name, quint32 value, const QString &noun)
     {
-        add(name, static_cast<qint64>(value),
+        add(name, qint64(value),
             u"%1 %2%3"_s.arg(QString::number(value), noun, value == 1 ? QString() : u"s"_s));
     }
     void addCrc(const QString &text)
@@ -93,17 +97,16 @@ public:
     void addFileType()
     {
         const quint32 type = byte(Wire::fileTypeOffset);
-        add(u"fileType"_s, static_cast<qint64>(type),
-            u"file type %1 (%2)"_s.arg(type).arg(fileTypeName(type)));
+        add(u"fileType"_s, qint64(type), u"file type %1 (%2)"_s.arg(type).arg(fileTypeName(type)));
     }
     void addCode(quint32 id)
     {
         const quint32 code = Wire::responseNumber.of(id);
-        add(u"code"_s, static_cast<qint64>(code), u"code %1 (%2)"_s.arg(code).arg(resultName(code)));
+        add(u"code"_s, qint64(code), u"code %1 (%2)"_s.arg(code).arg(resultName(code)));
     }
 
-    quint32 byte(qsizetype offset) const { return static_cast<uchar>(m_payload.at(offset)); }
-    template <typename Number>
+    quint32 byte(qsizetype offset) const { return uchar(m_payload.at(offset)); }
+    template<typename Number>
     Number number(qsizetype offset) const
     {
         return qFromLittleEndian<Number>(m_payload.constData() + offset);
@@ -136,7 +139,7 @@ void readDateTime(Reader &reader)
 {
     if (!reader.sizeIs(Wire::dateTimeSize))
         return;
-    const auto part = [&reader](qsizetype offset) { return static_cast<int>(reader.byte(offset)); };
+    const auto part = [&reader](qsizetype offset) { return int(reader.byte(offset)); };
     // Not a QDateTime: what the frame says is shown, whether or not there is such a day.
     const QString text = u"%1-%2-%3 %4:%5:%6 UTC"_s
                              .arg(part(Wire::dateTimeYear) + Wire::dateTimeEpoch)
@@ -253,7 +256,8 @@ void decodeTransferCommand(Decoded &decoded, Reader &reader, quint32 id)
         decoded.message = u"P6 Record Start"_s;
         if (reader.sizeIs(Wire::recordStartSize)) {
             const quint32 frames = reader.byte(Wire::framesToFollowOffset);
-            reader.addNumber(u"record"_s, reader.number<quint32>(Wire::blockNumberOffset), u"record %1"_s);
+            reader.addNumber(u"record"_s, reader.number<quint32>(Wire::blockNumberOffset),
+                             u"record %1"_s);
             reader.addCount(u"frames"_s, frames, u"frame"_s);
             if (frames > Wire::recordFrames)
                 reader.setFault(u"at most %1 frames can be numbered"_s.arg(Wire::recordFrames));
@@ -295,8 +299,10 @@ void decodeTransferAnswer(Decoded &decoded, Reader &reader, quint32 id)
                              u"frame limit %1"_s);
             reader.addNumber(u"parameter1"_s, reader.number<quint16>(Wire::infoParam1Offset),
                              u"parameters %1"_s);
-            reader.addNumber(u"parameter2"_s, reader.number<quint16>(Wire::infoParam2Offset), u"%1"_s);
-            reader.addNumber(u"parameter3"_s, reader.number<quint16>(Wire::infoParam3Offset), u"%1"_s);
+            reader.addNumber(u"parameter2"_s, reader.number<quint16>(Wire::infoParam2Offset),
+                             u"%1"_s);
+            reader.addNumber(u"parameter3"_s, reader.number<quint16>(Wire::infoParam3Offset),
+                             u"%1"_s);
         }
         break;
     case Wire::p6InitTransfer:
@@ -309,7 +315,8 @@ void decodeTransferAnswer(Decoded &decoded, Reader &reader, quint32 id)
         reader.addCode(id);
         if (reader.sizeIs(Wire::recordEndReplySize)) {
             const bool accepted = reader.payload().at(0) == Wire::recordAccepted;
-            reader.add(u"accepted"_s, accepted, accepted ? u"CRC-32 matches"_s : u"CRC-32 differs"_s);
+            reader.add(u"accepted"_s, accepted,
+                       accepted ? u"CRC-32 matches"_s : u"CRC-32 differs"_s);
         }
         break;
     case Wire::p6TransferComplete:
@@ -387,9 +394,11 @@ QString decodedLine(const QCanBusFrame &frame, qint64 start)
     for (const Decoded::Field &field : decoded.fields)
         texts += field.text;
     QString line = u"%1  %2  %3  "_s
-                       .arg(static_cast<double>(microSeconds(frame.timeStamp()) - start) / 1e6, 10, 'f', 6)
-                       .arg(QString::number(frame.frameId(), 16).toUpper()
-                                .rightJustified(frame.hasExtendedFrameFormat() ? 8 : 3, u'0'), 8)
+                       .arg(double(microSeconds(frame.timeStamp()) - start) / 1e6, 10, 'f', 6)
+                       .arg(QString::number(frame.frameId(), 16)
+                                .toUpper()
+                                .rightJustified(frame.hasExtendedFrameFormat() ? 8 : 3, u'0'),
+                            8)
                        .arg(hexBytes(frame.payload()), -23);
     if (!decoded.from.isEmpty())
         line += decoded.from + u" > "_s + decoded.to + u"  "_s;
@@ -407,15 +416,16 @@ QJsonObject decodedObject(const QCanBusFrame &frame)
     QJsonObject fields;
     for (const Decoded::Field &field : decoded.fields)
         fields.insert(field.name, field.value);
-    QJsonObject object{
-        {u"time"_s, static_cast<double>(microSeconds(frame.timeStamp())) / 1e6},
-        {u"id"_s, QString::number(frame.frameId(), 16).toUpper().rightJustified(
-                      frame.hasExtendedFrameFormat() ? 8 : 3, u'0')},
-        {u"data"_s, QString::fromLatin1(frame.payload().toHex()).toUpper()},
-        {u"from"_s, decoded.from},
-        {u"to"_s, decoded.to},
-        {u"message"_s, decoded.message},
-        {u"fields"_s, fields}};
+    QJsonObject object{{u"time"_s, double(microSeconds(frame.timeStamp())) / 1e6},
+                       {u"id"_s,
+                        QString::number(frame.frameId(), 16)
+                            .toUpper()
+                            .rightJustified(frame.hasExtendedFrameFormat() ? 8 : 3, u'0')},
+                       {u"data"_s, QString::fromLatin1(frame.payload().toHex()).toUpper()},
+                       {u"from"_s, decoded.from},
+                       {u"to"_s, decoded.to},
+                       {u"message"_s, decoded.message},
+                       {u"fields"_s, fields}};
     if (!decoded.fault.isEmpty())
         object.insert(u"fault"_s, decoded.fault);
     return object;

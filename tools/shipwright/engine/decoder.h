@@ -22,7 +22,7 @@ struct Decoded
     QString to;
     QString message; ///< "P6 Transfer Info"
     QList<Field> fields;
-    QString fault;   ///< what is wrong with the frame; empty when nothing is
+    QString fault; ///< what is wrong with the frame; empty when nothing is
 };
 
 /// Looks at the frame alone: an answer does not say which command it is for, and none is guessed.

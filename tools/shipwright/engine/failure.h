@@ -29,7 +29,10 @@ class Failure : public std::exception
 {
 public:
     Failure(Exit status, QString text, QString advice = {})
-        : exit(status), message(std::move(text)), hint(std::move(advice)), m_what(message.toUtf8())
+        : exit(status),
+          message(std::move(text)),
+          hint(std::move(advice)),
+          m_what(message.toUtf8())
     {
     }
 

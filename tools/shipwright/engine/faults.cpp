@@ -85,7 +85,7 @@ void FaultPlan::add(const QString &text)
 
     const QString action = match.captured(1);
     const auto *const known = std::find_if(std::begin(actions), std::end(actions),
-                                    [&action](const auto &a) { return action == a.first; });
+                                           [&action](const auto &a) { return action == a.first; });
     if (known == std::end(actions))
         refuse(u"the action is one of %1"_s.arg(actionNames().join(u", "_s)));
     if (match.hasCaptured(2) != (known->second == Fault::Action::Delay))

@@ -14,10 +14,10 @@ struct Fault
     enum class Action { Drop, Repeat, Swap, Corrupt, Truncate, Delay, Abandon, Kill };
 
     Action action;
-    qint64 delay = 0;      ///< milliseconds, for Delay
-    QString frames;        ///< kind of frame that is counted
-    quint64 first = 1;     ///< first one affected, counted from 1
-    quint64 last = 1;      ///< last one affected
+    qint64 delay = 0;  ///< milliseconds, for Delay
+    QString frames;    ///< kind of frame that is counted
+    quint64 first = 1; ///< first one affected, counted from 1
+    quint64 last = 1;  ///< last one affected
 };
 
 /// The faults that a command line asks for, and the count of the frames that went by.

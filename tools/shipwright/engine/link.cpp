@@ -29,13 +29,17 @@ QCanBusFrame corrupted(const QCanBusFrame &frame)
 {
     QByteArray payload = frame.payload();
     if (!payload.isEmpty())
-        payload[0] = static_cast<char>(payload.at(0) ^ 0x01);
+        payload[0] = char(payload.at(0) ^ 0x01);
     return QCanBusFrame(frame.frameId(), payload);
 }
 
 } // namespace
 
-Link::Link(QCanBusDevice &device, Clock &clock) : m_device(device), m_clock(clock) {}
+Link::Link(QCanBusDevice &device, Clock &clock)
+    : m_device(device),
+      m_clock(clock)
+{
+}
 
 void Link::open()
 {
@@ -109,8 +113,8 @@ void Link::send(quint32 frameId, const QByteArray &payload)
             break;
         case Fault::Action::Abandon:
             flush();
-            throw Failure(Exit::Abandoned, u"Abandoned before sending %1, as asked for."_s
-                                               .arg(describe(frame)));
+            throw Failure(Exit::Abandoned,
+                          u"Abandoned before sending %1, as asked for."_s.arg(describe(frame)));
         case Fault::Action::Kill:
             flush();
             close();
@@ -130,8 +134,8 @@ void Link::write(const QCanBusFrame &frame)
         const qint64 waited = m_clock.now() - start;
         checkUsable();
         if (waited >= m_sendTimeout) {
-            failToSend(u"%1 could not be sent for %2 ms: %3"_s
-                           .arg(describe(frame), QString::number(waited), m_device.errorString()));
+            failToSend(u"%1 could not be sent for %2 ms: %3"_s.arg(
+                describe(frame), QString::number(waited), m_device.errorString()));
         }
         m_clock.wait(sendBufferPoll);
     }
@@ -145,8 +149,8 @@ void Link::flush()
     for (qint64 queued = m_device.framesToWrite(); queued > 0;) {
         checkUsable();
         if (m_clock.now() - lastSent >= m_sendTimeout) {
-            failToSend(u"Frames (%1) stay in the send buffer for %2 ms"_s
-                           .arg(queued).arg(m_clock.now() - lastSent));
+            failToSend(u"Frames (%1) stay in the send buffer for %2 ms"_s.arg(queued).arg(
+                m_clock.now() - lastSent));
         }
         m_clock.wait(sendBufferPoll);
         if (m_device.framesToWrite() < queued)
@@ -158,10 +162,10 @@ void Link::flush()
 void Link::failToSend(const QString &what) const
 {
     const QString condition = busCondition();
-    throw Failure(Exit::SendBlocked,
-                  what + (condition.isEmpty() ? QString() : u"; "_s + condition) + u'.',
-                  u"Nobody acknowledges frames, or the interface is down: check that the receiver is "
-                  "powered and wired, the termination, and that both sides run at the same bit rate."_s);
+    throw Failure(
+        Exit::SendBlocked, what + (condition.isEmpty() ? QString() : u"; "_s + condition) + u'.',
+        u"Nobody acknowledges frames, or the interface is down: check that the receiver is "
+        "powered and wired, the termination, and that both sides run at the same bit rate."_s);
 }
 
 std::optional<QCanBusFrame> Link::takeReceived()
@@ -193,7 +197,7 @@ std::optional<QCanBusFrame> Link::receive(qint64 deadline)
 void Link::discardReceived()
 {
     m_clock.wait(0);
-    while (takeReceived()) { }
+    while (takeReceived()) {}
 }
 
 void Link::pause(qint64 milliseconds)

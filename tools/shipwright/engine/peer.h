@@ -28,7 +28,7 @@ struct ReceiverParameters
 {
     quint32 version = 0;
     bool flag = false;
-    quint32 frameLimit = 0;        ///< highest frame number of a record
+    quint32 frameLimit = 0;         ///< highest frame number of a record
     quint32 negotiationTimeout = 0; ///< parameter 1, milliseconds
     quint32 recordTimeout = 0;      ///< parameter 2, milliseconds
     quint32 completeTimeout = 0;    ///< parameter 3, milliseconds
@@ -91,9 +91,9 @@ private:
     };
     struct Expectation
     {
-        quint32 idMask;  ///< bits of the identifier that make the answer known
+        quint32 idMask; ///< bits of the identifier that make the answer known
         quint32 id;
-        QString what;    ///< what was sent, for a message
+        QString what; ///< what was sent, for a message
         qint64 timeout;
     };
 

@@ -24,7 +24,11 @@ QString hex(quint32 frameId, const QByteArray &payload)
 
 } // namespace
 
-Peer::Peer(Link &link, const PeerSettings &settings) : m_link(link), m_settings(settings) {}
+Peer::Peer(Link &link, const PeerSettings &settings)
+    : m_link(link),
+      m_settings(settings)
+{
+}
 
 qint64 Peer::limit(quint32 receiverLimit) const
 {
@@ -74,16 +78,15 @@ Peer::Answer Peer::command(quint32 operation, const QByteArray &payload, const Q
                                          m_settings.slot, Wire::p3InterfaceShipwright, operation);
     const quint32 answerId = Wire::p3ResponseId(Wire::nodeDockhand, Wire::nodeShipwright,
                                                 m_settings.slot, 0);
-    return exchange(id, payload,
-                    {~Wire::responseNumber.mask(), answerId, what, limit(0)});
+    return exchange(id, payload, {~Wire::responseNumber.mask(), answerId, what, limit(0)});
 }
 
 void Peer::expectSuccess(const Answer &answer, const QString &what, const QString &reason) const
 {
     if (answer.code == Wire::resultSuccess)
         return;
-    throw Failure(Exit::Refused, u"The receiver refused %1 with code %2."_s.arg(what).arg(answer.code),
-                  reason);
+    throw Failure(Exit::Refused,
+                  u"The receiver refused %1 with code %2."_s.arg(what).arg(answer.code), reason);
 }
 
 void Peer::startConfiguration()
@@ -94,8 +97,8 @@ void Peer::startConfiguration()
     expectSuccess(answer, what, u"It does not know the handshake A5 5A: is it a Dockhand?"_s);
     if (answer.payload != QByteArray::fromHex(Wire::startConfigReply)) {
         throw Failure(Exit::BadAnswer,
-                      u"The answer to %1 carries %2 where 5AA5 was expected."_s
-                          .arg(what, QString::fromLatin1(answer.payload.toHex()).toUpper()));
+                      u"The answer to %1 carries %2 where 5AA5 was expected."_s.arg(
+                          what, QString::fromLatin1(answer.payload.toHex()).toUpper()));
     }
     m_configuring = true;
 }
@@ -116,24 +119,25 @@ void Peer::setDateTime(const QDateTime &dateTime)
     const int year = date.year() - Wire::dateTimeEpoch;
     if (!utc.isValid() || year < 0 || year > 255) {
         throw Failure(Exit::Usage,
-                      u"The date %1 cannot be sent: the wire carries the years 2000 to 2255."_s
-                          .arg(utc.toString(Qt::ISODate)));
+                      u"The date %1 cannot be sent: the wire carries the years 2000 to 2255."_s.arg(
+                          utc.toString(Qt::ISODate)));
     }
     QByteArray payload(Wire::dateTimeSize, '\0');
-    payload[Wire::dateTimeYear] = static_cast<char>(year);
-    payload[Wire::dateTimeMonth] = static_cast<char>(date.month());
-    payload[Wire::dateTimeDay] = static_cast<char>(date.day());
-    payload[Wire::dateTimeHour] = static_cast<char>(time.hour());
-    payload[Wire::dateTimeMinute] = static_cast<char>(time.minute());
-    payload[Wire::dateTimeSecond] = static_cast<char>(time.second());
+    payload[Wire::dateTimeYear] = char(year);
+    payload[Wire::dateTimeMonth] = char(date.month());
+    payload[Wire::dateTimeDay] = char(date.day());
+    payload[Wire::dateTimeHour] = char(time.hour());
+    payload[Wire::dateTimeMinute] = char(time.minute());
+    payload[Wire::dateTimeSecond] = char(time.second());
 
     const Answer answer = command(Wire::p3SetDateTime, payload, what);
-    expectSuccess(answer, what, u"The receiver does not take %1 for a date."_s
-                                    .arg(utc.toString(Qt::ISODate)));
+    expectSuccess(answer, what,
+                  u"The receiver does not take %1 for a date."_s.arg(utc.toString(Qt::ISODate)));
     if (answer.payload != payload) {
-        throw Failure(Exit::BadAnswer, u"The answer to %1 carries %2, not the %3 that was sent."_s
-                                           .arg(what, QString::fromLatin1(answer.payload.toHex()),
-                                                QString::fromLatin1(payload.toHex())));
+        throw Failure(Exit::BadAnswer,
+                      u"The answer to %1 carries %2, not the %3 that was sent."_s.arg(
+                          what, QString::fromLatin1(answer.payload.toHex()),
+                          QString::fromLatin1(payload.toHex())));
     }
 }
 
@@ -149,15 +153,17 @@ void Peer::checkSerialNumber(const QString &serialNumber)
     if (text.isEmpty())
         refuse(u"it is empty"_s);
     if (text.size() > longest)
-        refuse(u"it has %1 bytes in UTF-8, and two frames carry %2"_s.arg(text.size()).arg(longest));
+        refuse(
+            u"it has %1 bytes in UTF-8, and two frames carry %2"_s.arg(text.size()).arg(longest));
     for (const QChar c : serialNumber) {
         if (c.category() == QChar::Other_Control)
             refuse(u"it contains a control character"_s);
     }
     // The receiver decodes each frame's bytes by themselves, so a character must not straddle.
-    if (text.size() > firstPart && (static_cast<uchar>(text.at(firstPart)) & 0xC0) == 0x80) {
-        refuse(u"one of its characters would be cut in two between the first frame, which carries "
-               "%1 bytes, and the second, and the receiver decodes each by itself"_s.arg(firstPart));
+    if (text.size() > firstPart && (uchar(text.at(firstPart)) & 0xC0) == 0x80) {
+        refuse(
+            u"one of its characters would be cut in two between the first frame, which carries "
+            "%1 bytes, and the second, and the receiver decodes each by itself"_s.arg(firstPart));
     }
 }
 
@@ -170,9 +176,8 @@ void Peer::setSerialNumber(const QString &serialNumber)
     const QString what = u"set serial number"_s;
     const QString storage = u"The receiver could not store it: look for \"File write failed\" in "
                             "its log and check /media/service/korvane."_s;
-    expectSuccess(command(Wire::p3SetSerial,
-                          static_cast<char>(text.size()) + text.left(firstPart), what),
-                  what, storage);
+    expectSuccess(command(Wire::p3SetSerial, char(text.size()) + text.left(firstPart), what), what,
+                  storage);
     if (text.size() > firstPart) {
         const QString second = u"set serial number, second frame"_s;
         expectSuccess(command(Wire::p3SetSerialExt, text.mid(firstPart), second), second, storage);
