@@ -141,11 +141,12 @@ void logDataFrame(quint32 id, const QByteArray &payload)
     qCInfo(logCategory) << "onFramesReceived: Multipacket CAN Message";
     qCDebug(logCategory) << "processP6CanCommand: Received P6 Frame srcID: "
                          << Wire::sourceNode.of(id) << " destID: " << Wire::destinationNode.of(id)
-                         << " p6Type: " << Wire::p6Type.of(id)
-                         << "cmdResp: " << Wire::p6CommandResponse.of(id);
+                         << " p6Type: " << Wire::P6::type.of(id)
+                         << "cmdResp: " << Wire::P6::commandResponse.of(id);
     qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Data Frame received";
     qCDebug(logCategory) << "processP6DataFrameCommand: Frame Number: "
-                         << Wire::p6FrameNumber.of(id) << "Payload Size: " << payload.size();
+                         << Wire::DataFrame::frameNumber.of(id)
+                         << "Payload Size: " << payload.size();
 }
 
 void logDataFrames()

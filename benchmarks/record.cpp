@@ -22,57 +22,59 @@ can_frame extended(quint32 id, std::span<const uchar> payload)
 
 can_frame message(quint32 type, std::span<const uchar> payload)
 {
-    return extended(Wire::p6Id(Wire::nodeShipwright, Wire::nodeDockhand, type, 0, 0), payload);
+    return extended(Wire::P6::messageId(Wire::nodeShipwright, Wire::nodeDockhand, type, 0, 0),
+                    payload);
 }
 
 } // namespace
 
 Record::Record()
 {
-    static_assert(dataFrames == Wire::recordFrames && bytes == dataFrames * Wire::frameSize);
+    static_assert(dataFrames == Wire::RecordStart::maxFrames
+                  && bytes == dataFrames * Wire::DataFrame::size);
 
     std::array<uchar, bytes> content;
     std::minstd_rand random; // always the same numbers
     std::generate(content.begin(), content.end(), [&random] { return uchar(random() >> 8); });
 
-    m_frames.front() = message(Wire::p6RecordStart, std::array<uchar, 5>{dataFrames, 1});
+    m_frames.front() = message(Wire::RecordStart::type, std::array<uchar, 5>{dataFrames, 1});
     for (unsigned i = 0; i < dataFrames; ++i) {
         m_frames[1 + i] = extended(
-            Wire::p6DataFrameId(Wire::nodeShipwright, Wire::nodeDockhand, i),
-            std::span(content).subspan(i * Wire::frameSize, Wire::frameSize));
+            Wire::DataFrame::messageId(Wire::nodeShipwright, Wire::nodeDockhand, i),
+            std::span(content).subspan(i * Wire::DataFrame::size, Wire::DataFrame::size));
     }
-    std::array<uchar, Wire::crcSize> crc;
+    std::array<uchar, Wire::P6::crcSize> crc;
     qToLittleEndian(quint32(crc32(0, content.data(), content.size())), crc.data());
-    m_frames.back() = message(Wire::p6RecordEnd, crc);
+    m_frames.back() = message(Wire::RecordEnd::type, crc);
 }
 
 can_frame initiatePackage(unsigned records)
 {
-    std::array<uchar, Wire::initTransferSize> payload{};
-    payload[Wire::fileTypeOffset] = Wire::filePackage;
-    payload[Wire::versionOffset] = Wire::versionField.pack(Wire::protocolVersion);
-    qToLittleEndian(quint32(records), payload.data() + Wire::numberOfBlocksOffset);
-    return message(Wire::p6InitTransfer, payload);
+    std::array<uchar, Wire::InitiateTransfer::size> payload{};
+    payload[Wire::TransferInfo::fileType] = Wire::FileType::package;
+    payload[Wire::TransferInfo::version] = Wire::P6::versionField.pack(Wire::P6::version);
+    qToLittleEndian(quint32(records), payload.data() + Wire::InitiateTransfer::numberOfRecords);
+    return message(Wire::InitiateTransfer::type, payload);
 }
 
 can_frame announcePackage(unsigned size)
 {
-    std::array<uchar, Wire::transferInfoMinSize> payload{};
-    payload[Wire::fileTypeOffset] = Wire::filePackage;
-    payload[Wire::versionOffset] = Wire::versionField.pack(Wire::protocolVersion);
-    qToLittleEndian(quint32(size), payload.data() + Wire::fileSizeOffset);
-    return message(Wire::p6TransferInfo, payload);
+    std::array<uchar, Wire::TransferInfo::minSize> payload{};
+    payload[Wire::TransferInfo::fileType] = Wire::FileType::package;
+    payload[Wire::TransferInfo::version] = Wire::P6::versionField.pack(Wire::P6::version);
+    qToLittleEndian(quint32(size), payload.data() + Wire::TransferInfo::fileSize);
+    return message(Wire::TransferInfo::type, payload);
 }
 
 can_frame complete(unsigned crc)
 {
-    std::array<uchar, Wire::crcSize> payload;
+    std::array<uchar, Wire::P6::crcSize> payload;
     qToLittleEndian(quint32(crc), payload.data());
-    return message(Wire::p6TransferComplete, payload);
+    return message(Wire::TransferComplete::type, payload);
 }
 
 can_frame foreign(bool ofItsProtocol)
 {
     const quint32 protocol = ofItsProtocol ? Wire::protocolP6 : 1;
-    return extended(Wire::nodesId(protocol, 3, 4), std::array<uchar, Wire::frameSize>{});
+    return extended(Wire::nodesId(protocol, 3, 4), std::array<uchar, Wire::DataFrame::size>{});
 }

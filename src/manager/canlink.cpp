@@ -76,7 +76,7 @@ void CanBusManager::onFramesReceived()
         switch (const quint32 protocol = Wire::protocolType.of(id)) {
         case Wire::protocolP3:
             qCDebug(logCategory) << "onFramesReceived: Simple CAN Message";
-            if (Wire::p3Response.of(id)) {
+            if (Wire::P3::response.of(id)) {
                 qCInfo(logCategory) << "onFramesReceived: Simple CAN Response Message";
                 processP3CanResponse(std::move(frame));
             } else {
@@ -123,7 +123,7 @@ void CanBusManager::processP3CanResponse(QCanBusFrame frame)
 void CanBusManager::processP3CanEvent(QCanBusFrame frame)
 {
     qCWarning(logCategory) << "processP3CanEvent: Simple Event Frame sent to Dockhand: "
-                           << Wire::p3EventNumber.of(frame.frameId()) << " - No Action";
+                           << Wire::P3::eventNumber.of(frame.frameId()) << " - No Action";
 }
 
 void CanBusManager::processP5CanMessage(QCanBusFrame)

@@ -44,13 +44,13 @@ void refreshCopy(const QString &source, const QString &destination)
 QString CanBusManager::getFileTypeString(quint32 fileType)
 {
     switch (fileType) {
-    case Wire::fileConfiguration:
+    case Wire::FileType::configuration:
         return QStringLiteral("Configuration");
-    case Wire::fileMenu:
+    case Wire::FileType::menu:
         return QStringLiteral("Menu");
-    case Wire::fileGeneric:
+    case Wire::FileType::generic:
         return QStringLiteral("Generic");
-    case Wire::filePackage:
+    case Wire::FileType::package:
         return QStringLiteral("Package");
     default:
         return QStringLiteral("Unknown");
@@ -60,13 +60,13 @@ QString CanBusManager::getFileTypeString(quint32 fileType)
 QString CanBusManager::getFilePathString(quint32 fileType)
 {
     switch (fileType) {
-    case Wire::fileConfiguration:
+    case Wire::FileType::configuration:
         return Paths::factoryConfig;
-    case Wire::fileMenu:
+    case Wire::FileType::menu:
         return Paths::factoryMenu;
-    case Wire::fileGeneric:
+    case Wire::FileType::generic:
         return Paths::genericFile;
-    case Wire::filePackage:
+    case Wire::FileType::package:
         return Paths::package;
     default:
         return QStringLiteral("Unknown");

@@ -14,7 +14,7 @@
 void CanBusManager::sendP3CommandMessage(quint32 src, quint32 dest, quint32 slotNum,
                                          quint32 interfaceId, quint32 opId, const QByteArray &data)
 {
-    const quint32 id = Wire::p3CommandId(src, dest, slotNum, interfaceId, opId);
+    const quint32 id = Wire::P3::commandId(src, dest, slotNum, interfaceId, opId);
     // All three senders share the prefix, misspelt as it is: log readers know it.
     qCDebug(logCategory) << "sendP3ResposesMessage: src: " << src << " dest: " << dest
                          << " slotNum: " << slotNum << " interfaceId: " << interfaceId
@@ -25,7 +25,7 @@ void CanBusManager::sendP3CommandMessage(quint32 src, quint32 dest, quint32 slot
 void CanBusManager::sendP3ResposesMessage(quint32 src, quint32 dest, quint32 slotNum,
                                           quint32 responseNum, const QByteArray &data)
 {
-    const quint32 id = Wire::p3ResponseId(src, dest, slotNum, responseNum);
+    const quint32 id = Wire::P3::responseId(src, dest, slotNum, responseNum);
     qCDebug(logCategory) << "sendP3ResposesMessage: src: " << src << " dest: " << dest
                          << " slotNum: " << slotNum << " responseNum: " << responseNum
                          << "frameId: " << QString::number(id, 16);
@@ -35,7 +35,7 @@ void CanBusManager::sendP3ResposesMessage(quint32 src, quint32 dest, quint32 slo
 void CanBusManager::sendP3EventMessage(quint32 src, quint32 dest, quint32 eventNum,
                                        const QByteArray &data)
 {
-    const quint32 id = Wire::p3EventId(src, dest, eventNum);
+    const quint32 id = Wire::P3::eventId(src, dest, eventNum);
     qCDebug(logCategory) << "sendP3ResposesMessage: src: " << src << " dest: " << dest
                          << " eventNum: " << eventNum << "frameId: " << QString::number(id, 16);
     writeFrame(id, data);
@@ -46,14 +46,14 @@ void CanBusManager::processP3CanCommand(QCanBusFrame frame)
     const quint32 id = frame.frameId();
     const quint32 source = Wire::sourceNode.of(id);
     const quint32 destination = Wire::destinationNode.of(id);
-    const quint32 interfaceId = Wire::p3Interface.of(id);
-    const quint32 operation = Wire::p3Operation.of(id);
+    const quint32 interfaceId = Wire::P3::interfaceNumber.of(id);
+    const quint32 operation = Wire::P3::operation.of(id);
     qCDebug(logCategory) << "processP3CanCommand: Received P3 Frame srcID: " << source
                          << " destID: " << destination << " interfaceID: " << interfaceId
                          << "opID: " << operation;
 
     if ((destination != Wire::nodeDockhandAlt && destination != Wire::nodeDockhand)
-        || source != Wire::nodeShipwright || interfaceId != Wire::p3InterfaceShipwright) {
+        || source != Wire::nodeShipwright || interfaceId != Wire::P3::interfaceShipwright) {
         // The number is the destination's, whichever of the three is wrong.
         qCWarning(logCategory)
             << "processP3CanCommand: Frame received by Shipwright on unhandled Interface ID:"
@@ -64,23 +64,23 @@ void CanBusManager::processP3CanCommand(QCanBusFrame frame)
         << "processP3CanCommand: Dockhand received frame on the Shipwright interface";
 
     switch (operation) {
-    case Wire::p3StartConfig:
+    case Wire::StartConfiguration::operation:
         qCInfo(logCategory) << "processP3CanCommand: Start Config Writing Command Received";
         processP3StartConfigResponse(std::move(frame));
         break;
-    case Wire::p3SetDateTime:
+    case Wire::SetDateTime::operation:
         qCInfo(logCategory) << "processP3CanCommand: Set Date Time Command Received";
         processP3SetDateTimeResponse(std::move(frame));
         break;
-    case Wire::p3SetSerial:
+    case Wire::SetSerial::operation:
         qCInfo(logCategory) << "processP3CanCommand: Set Serial Command Received";
         processP3SetSerialResponse(std::move(frame));
         break;
-    case Wire::p3SetSerialExt:
+    case Wire::SetSerialExt::operation:
         qCInfo(logCategory) << "processP3CanCommand: Set Serial Ext Command Received";
         processP3SetSerialExtResponse(std::move(frame));
         break;
-    case Wire::p3EndConfiguration:
+    case Wire::EndConfiguration::operation:
         qCInfo(logCategory) << "processP3CanCommand: End Configuration Command Received";
         processP3EndConfigurationResponse(std::move(frame));
         break;
@@ -92,8 +92,8 @@ void CanBusManager::processP3CanCommand(QCanBusFrame frame)
 
 void CanBusManager::processP3StartConfigResponse(QCanBusFrame frame)
 {
-    const quint32 slot = Wire::p3Slot.of(frame.frameId());
-    if (!frame.payload().startsWith(QByteArray::fromHex(Wire::startConfigRequest))) {
+    const quint32 slot = Wire::P3::slot.of(frame.frameId());
+    if (!frame.payload().startsWith(QByteArray::fromHex(Wire::StartConfiguration::request))) {
         sendP3ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, slot, Wire::resultFailure,
                               QByteArray());
         return;
@@ -103,22 +103,22 @@ void CanBusManager::processP3StartConfigResponse(QCanBusFrame frame)
                            QStringLiteral("Waiting for transfer"), true, 0.0, true);
     }
     sendP3ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, slot, Wire::resultSuccess,
-                          QByteArray::fromHex(Wire::startConfigReply));
+                          QByteArray::fromHex(Wire::StartConfiguration::response));
 }
 
 void CanBusManager::processP3SetDateTimeResponse(QCanBusFrame frame)
 {
-    const quint32 slot = Wire::p3Slot.of(frame.frameId());
+    const quint32 slot = Wire::P3::slot.of(frame.frameId());
     const QByteArray payload = frame.payload();
     QDateTime dateTime;
-    if (payload.size() == Wire::dateTimeSize) {
+    if (payload.size() == Wire::SetDateTime::size) {
         const auto byte = [&payload](qsizetype index) { return quint8(payload.at(index)); };
         // QDateTime takes a valid date with an invalid time of day at midnight.
-        dateTime = QDateTime(
-            QDate(Wire::dateTimeEpoch + byte(Wire::dateTimeYear), byte(Wire::dateTimeMonth),
-                  byte(Wire::dateTimeDay)),
-            QTime(byte(Wire::dateTimeHour), byte(Wire::dateTimeMinute), byte(Wire::dateTimeSecond)),
-            Qt::UTC);
+        dateTime = QDateTime(QDate(Wire::SetDateTime::epoch + byte(Wire::SetDateTime::year),
+                                   byte(Wire::SetDateTime::month), byte(Wire::SetDateTime::day)),
+                             QTime(byte(Wire::SetDateTime::hour), byte(Wire::SetDateTime::minute),
+                                   byte(Wire::SetDateTime::second)),
+                             Qt::UTC);
     }
     if (!dateTime.isValid()) {
         sendP3ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, slot, Wire::resultFailure,
@@ -160,24 +160,24 @@ quint32 CanBusManager::storeSerialNumber(const char *handler)
 
 void CanBusManager::processP3SetSerialResponse(QCanBusFrame frame)
 {
-    const quint32 slot = Wire::p3Slot.of(frame.frameId());
+    const quint32 slot = Wire::P3::slot.of(frame.frameId());
     const QByteArray payload = frame.payload();
-    serialNumberLength = payload.isEmpty() ? 0 : quint8(payload.at(Wire::serialLength));
-    const qsizetype count = std::min<qsizetype>(serialNumberLength, Wire::serialFirstFrameMax);
+    serialNumberLength = payload.isEmpty() ? 0 : quint8(payload.at(Wire::SetSerial::length));
+    const qsizetype count = std::min<qsizetype>(serialNumberLength, Wire::SetSerial::textMax);
 
     quint32 result = Wire::resultSuccess;
-    if (payload.size() < Wire::serialText + count) {
+    if (payload.size() < Wire::SetSerial::text + count) {
         qCWarning(logCategory)
             << "processP3SetSerialResponse: Not enough data to parse serial string: "
             << payload.size();
         result = Wire::resultFailure;
     } else {
-        serialNumber = QString::fromUtf8(payload.sliced(Wire::serialText, count));
+        serialNumber = QString::fromUtf8(payload.sliced(Wire::SetSerial::text, count));
         qCDebug(logCategory) << "processP3SetSerialResponse: received " << count << "bytes of "
                              << serialNumberLength << ": rcvSerialNumber " << serialNumber;
     }
     // A short number is stored whether or not the frame held it.
-    if (serialNumberLength <= Wire::serialFirstFrameMax)
+    if (serialNumberLength <= Wire::SetSerial::textMax)
         result = storeSerialNumber("processP3SetSerialResponse");
 
     sendP3ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, slot, result, QByteArray());
@@ -185,15 +185,15 @@ void CanBusManager::processP3SetSerialResponse(QCanBusFrame frame)
 
 void CanBusManager::processP3SetSerialExtResponse(QCanBusFrame frame)
 {
-    const quint32 slot = Wire::p3Slot.of(frame.frameId());
+    const quint32 slot = Wire::P3::slot.of(frame.frameId());
     const QByteArray payload = frame.payload();
-    qsizetype remaining = qsizetype(serialNumberLength) - Wire::serialFirstFrameMax;
+    qsizetype remaining = qsizetype(serialNumberLength) - Wire::SetSerial::textMax;
     if (remaining <= 0) {
         qCWarning(logCategory)
             << "processP3SetSerialExtResponse: Something has gone wrong, I have already received "
                "the full serial. I should not get this: "
             << payload.size();
-        remaining = Wire::serialFirstFrameMax;
+        remaining = Wire::SetSerial::textMax;
     }
 
     if (payload.size() < remaining) {
@@ -215,5 +215,5 @@ void CanBusManager::processP3EndConfigurationResponse(QCanBusFrame frame)
     emit statusUpdated(QStringLiteral("Configuration Complete"), true, QStringLiteral("Empty"),
                        false, 1.0, true);
     sendP3ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright,
-                          Wire::p3Slot.of(frame.frameId()), Wire::resultSuccess, QByteArray());
+                          Wire::P3::slot.of(frame.frameId()), Wire::resultSuccess, QByteArray());
 }

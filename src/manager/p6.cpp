@@ -23,15 +23,15 @@ quint32 numberAt(QByteArrayView payload, qsizetype offset)
 
 quint32 protocolVersionOf(QByteArrayView payload)
 {
-    return payload.size() > Wire::versionOffset
-        ? Wire::versionField.of(byteAt(payload, Wire::versionOffset))
+    return payload.size() > Wire::TransferInfo::version
+        ? Wire::P6::versionField.of(byteAt(payload, Wire::TransferInfo::version))
         : 0;
 }
 
 /// The CRC of a Record End or Transfer Complete; a payload of another size counts as CRC 0.
 quint32 receivedCrc(QByteArrayView payload)
 {
-    return payload.size() == Wire::crcSize ? numberAt(payload, 0) : 0;
+    return payload.size() == Wire::P6::crcSize ? numberAt(payload, 0) : 0;
 }
 
 } // namespace
@@ -41,37 +41,37 @@ void CanBusManager::processP6CanMessage(QCanBusFrame frame)
     const quint32 id = frame.frameId();
     const quint32 source = Wire::sourceNode.of(id);
     const quint32 destination = Wire::destinationNode.of(id);
-    const quint32 type = Wire::p6Type.of(id);
+    const quint32 type = Wire::P6::type.of(id);
     qCDebug(logCategory) << "processP6CanCommand: Received P6 Frame srcID: " << source
                          << " destID: " << destination << " p6Type: " << type
-                         << "cmdResp: " << Wire::p6CommandResponse.of(id);
+                         << "cmdResp: " << Wire::P6::commandResponse.of(id);
 
     if (source != Wire::nodeShipwright
         || (destination != Wire::nodeDockhandAlt && destination != Wire::nodeDockhand))
         return;
 
     switch (type) {
-    case Wire::p6TransferInfo:
+    case Wire::TransferInfo::type:
         qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Transfer Info received";
         processP6TransferInfoCommand(std::move(frame));
         break;
-    case Wire::p6InitTransfer:
+    case Wire::InitiateTransfer::type:
         qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Initiate Transfer received";
         processP6InitTransferCommand(std::move(frame));
         break;
-    case Wire::p6RecordStart:
+    case Wire::RecordStart::type:
         qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Record Start received";
         processP6RecordStartCommand(std::move(frame));
         break;
-    case Wire::p6RecordEnd:
+    case Wire::RecordEnd::type:
         qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Record End received";
         processP6RecordEndCommand(std::move(frame));
         break;
-    case Wire::p6TransferComplete:
+    case Wire::TransferComplete::type:
         qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Transfer Complete received";
         processP6TransferCompleteCommand(std::move(frame));
         break;
-    case Wire::p6DataFrame:
+    case Wire::DataFrame::type:
         qCInfo(logCategory) << "processP6CanCommand: P6 Message Type Data Frame received";
         processP6DataFrameCommand(std::move(frame));
         break;
@@ -85,7 +85,7 @@ void CanBusManager::sendP6ResposesMessage(quint32 src, quint32 dest, quint32 p6T
                                           quint32 cmdResp, quint32 responseNum,
                                           const QByteArray &data)
 {
-    const quint32 id = Wire::p6Id(src, dest, p6Type, cmdResp, responseNum);
+    const quint32 id = Wire::P6::messageId(src, dest, p6Type, cmdResp, responseNum);
     qCDebug(logCategory) << "sendP6ResposesMessage: src: " << src << " dest: " << dest
                          << " p6Type: " << p6Type << " cmdResp: " << cmdResp
                          << " responseNum: " << responseNum
@@ -100,12 +100,12 @@ void CanBusManager::processP6TransferInfoCommand(QCanBusFrame frame)
     qCDebug(logCategory) << "processP6TransferInfoCommand: Protocol check";
     qCDebug(logCategory) << "Payload size:" << inData.size() << "Hex:" << inData.toHex();
 
-    quint32 result = Wire::resultTransferInfoRejected;
-    if (inData.size() >= Wire::transferInfoMinSize
-        && protocolVersionOf(inData) == Wire::protocolVersion) {
+    quint32 result = Wire::TransferInfo::rejected;
+    if (inData.size() >= Wire::TransferInfo::minSize
+        && protocolVersionOf(inData) == Wire::P6::version) {
         qCDebug(logCategory) << "processP6TransferInfoCommand: Protocol Check Passed";
-        multiPacketTransfer.fileType = byteAt(inData, Wire::fileTypeOffset);
-        multiPacketTransfer.fileSize = numberAt(inData, Wire::fileSizeOffset);
+        multiPacketTransfer.fileType = byteAt(inData, Wire::TransferInfo::fileType);
+        multiPacketTransfer.fileSize = numberAt(inData, Wire::TransferInfo::fileSize);
         qCDebug(logCategory) << "processP6TransferInfoCommand: FileSize:"
                              << multiPacketTransfer.fileSize
                              << "FileType:" << multiPacketTransfer.fileType;
@@ -113,21 +113,22 @@ void CanBusManager::processP6TransferInfoCommand(QCanBusFrame frame)
     }
 
     qCDebug(logCategory) << "processP6TransferInfoCommand: packing the response data";
-    QByteArray response(Wire::negotiationReplySize, '\0');
+    namespace Response = Wire::TransferInfoResponse;
+    QByteArray response(Response::size, '\0');
     char *const out = response.data();
     qToLittleEndian(
-        quint8(Wire::versionField.pack(Wire::protocolVersion)
-               | quint32(multiPacketTransfer.infoFlag << Wire::infoFlagShift)
-               | Wire::infoFrameLimitHighField.pack(multiPacketTransfer.infoFrameLimit >> 8)),
-        out + Wire::infoFlagsOffset);
-    qToLittleEndian(quint8(multiPacketTransfer.infoFrameLimit), out + Wire::infoFrameLimitOffset);
-    qToLittleEndian(quint16(multiPacketTransfer.infoParam1), out + Wire::infoParam1Offset);
-    qToLittleEndian(quint16(multiPacketTransfer.infoParam2), out + Wire::infoParam2Offset);
-    qToLittleEndian(quint16(multiPacketTransfer.infoParam3), out + Wire::infoParam3Offset);
+        quint8(Wire::P6::versionField.pack(Wire::P6::version)
+               | quint32(multiPacketTransfer.infoFlag << Response::flagShift)
+               | Response::frameLimitHighField.pack(multiPacketTransfer.infoFrameLimit >> 8)),
+        out + Response::flags);
+    qToLittleEndian(quint8(multiPacketTransfer.infoFrameLimit), out + Response::frameLimit);
+    qToLittleEndian(quint16(multiPacketTransfer.infoParam1), out + Response::parameter1);
+    qToLittleEndian(quint16(multiPacketTransfer.infoParam2), out + Response::parameter2);
+    qToLittleEndian(quint16(multiPacketTransfer.infoParam3), out + Response::parameter3);
 
     qCDebug(logCategory) << "processP6TransferInfoCommand: sending the response";
-    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6TransferInfo, 0, result,
-                          response);
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::TransferInfo::type, 0,
+                          result, response);
 }
 
 void CanBusManager::processP6InitTransferCommand(QCanBusFrame frame)
@@ -138,12 +139,13 @@ void CanBusManager::processP6InitTransferCommand(QCanBusFrame frame)
     qCDebug(logCategory) << "processP6InitTransferCommand: Protocol check - inData.size"
                          << inData.size() << "proto: " << version;
 
-    quint32 result = Wire::resultInitTransferRejected;
-    if (inData.size() == Wire::initTransferSize && version == Wire::protocolVersion) {
+    quint32 result = Wire::InitiateTransfer::rejected;
+    if (inData.size() == Wire::InitiateTransfer::size && version == Wire::P6::version) {
         qCDebug(logCategory) << "processP6InitTransferCommand: Protocol Check Passed";
-        multiPacketTransfer.fileType = byteAt(inData, Wire::fileTypeOffset);
+        multiPacketTransfer.fileType = byteAt(inData, Wire::InitiateTransfer::fileType);
         multiPacketTransfer.outputFilePath = getFilePathString(multiPacketTransfer.fileType);
-        multiPacketTransfer.numberOfBlocks = numberAt(inData, Wire::numberOfBlocksOffset);
+        multiPacketTransfer.numberOfBlocks = numberAt(inData,
+                                                      Wire::InitiateTransfer::numberOfRecords);
 
         // A file still open from an unfinished transfer is closed by its new name, with a
         // warning of Qt's own.
@@ -160,22 +162,22 @@ void CanBusManager::processP6InitTransferCommand(QCanBusFrame frame)
         result = Wire::resultSuccess;
     }
 
-    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6InitTransfer, 0, result,
-                          QByteArray(Wire::negotiationReplySize, '\0'));
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::InitiateTransfer::type, 0,
+                          result, QByteArray(Wire::InitiateTransfer::responseSize, '\0'));
 }
 
 void CanBusManager::processP6RecordStartCommand(QCanBusFrame frame)
 {
     const QByteArray inData = frame.payload();
     qCDebug(logCategory) << "processP6RecordStartCommand: ";
-    if (inData.size() == Wire::recordStartSize) {
+    if (inData.size() == Wire::RecordStart::size) {
         multiPacketTransfer.transferInProgress = true;
-        multiPacketTransfer.framesToFollow = byteAt(inData, Wire::framesToFollowOffset);
+        multiPacketTransfer.framesToFollow = byteAt(inData, Wire::RecordStart::framesToFollow);
         multiPacketTransfer.blockDataLength = qint32(multiPacketTransfer.framesToFollow
-                                                     * Wire::frameSize);
+                                                     * Wire::DataFrame::size);
         multiPacketTransfer.blockBuffer.fill('\0', multiPacketTransfer.blockDataLength);
         multiPacketTransfer.expectedFrameNumber = 0;
-        multiPacketTransfer.currentBlockNumber = numberAt(inData, Wire::blockNumberOffset);
+        multiPacketTransfer.currentBlockNumber = numberAt(inData, Wire::RecordStart::recordNumber);
         qCDebug(logCategory) << "Number of Frames to follow:" << multiPacketTransfer.framesToFollow
                              << "Current Block Number:" << multiPacketTransfer.currentBlockNumber;
     }
@@ -191,7 +193,7 @@ void CanBusManager::processP6RecordStartCommand(QCanBusFrame frame)
 
 void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
 {
-    const quint32 frameNumber = Wire::p6FrameNumber.of(frame.frameId());
+    const quint32 frameNumber = Wire::DataFrame::frameNumber.of(frame.frameId());
     const QByteArray payload = frame.payload();
     qCDebug(logCategory) << "processP6DataFrameCommand: Frame Number: " << frameNumber
                          << "Payload Size: " << payload.size();
@@ -199,17 +201,17 @@ void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
     if (frameNumber != multiPacketTransfer.expectedFrameNumber)
         return;
     // Nothing outside of the announced record is written; its Record End reports the loss.
-    const qsizetype offset = frameNumber * Wire::frameSize;
-    if (payload.size() > Wire::frameSize
-        || offset + Wire::frameSize > multiPacketTransfer.blockBuffer.size())
+    const qsizetype offset = frameNumber * Wire::DataFrame::size;
+    if (payload.size() > Wire::DataFrame::size
+        || offset + Wire::DataFrame::size > multiPacketTransfer.blockBuffer.size())
         return;
 
     char *const out = multiPacketTransfer.blockBuffer.data() + offset;
-    if (payload.size() == Wire::frameSize)
-        std::memcpy(out, payload.constData(), Wire::frameSize); // a known size: no call
+    if (payload.size() == Wire::DataFrame::size)
+        std::memcpy(out, payload.constData(), Wire::DataFrame::size); // a known size: no call
     else
         std::memcpy(out, payload.constData(), size_t(payload.size()));
-    multiPacketTransfer.blockDataLength -= qint32(Wire::frameSize - payload.size());
+    multiPacketTransfer.blockDataLength -= qint32(Wire::DataFrame::size - payload.size());
     multiPacketTransfer.expectedFrameNumber = frameNumber + 1;
 }
 
@@ -241,9 +243,10 @@ void CanBusManager::processP6RecordEndCommand(QCanBusFrame frame)
         }
     }
     // Refers to the constant: a record's answer needs no memory of its own.
-    const QByteArray response = QByteArray::fromRawData(
-        accepted ? &Wire::recordAccepted : &Wire::recordRejected, Wire::recordEndReplySize);
-    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6RecordEnd, 0,
+    const QByteArray response = QByteArray::fromRawData(accepted ? &Wire::RecordEnd::accepted
+                                                                 : &Wire::RecordEnd::rejected,
+                                                        Wire::RecordEnd::responseSize);
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::RecordEnd::type, 0,
                           accepted ? Wire::resultSuccess : Wire::resultFailure, response);
 }
 
@@ -269,7 +272,7 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
         qCCritical(logCategory) << "processP6TransferCompleteCommand: CRCs dont match!";
     } else {
         qCInfo(logCategory) << "processP6TransferCompleteCommand: CRCs match";
-        if (multiPacketTransfer.fileType == Wire::fileConfiguration) {
+        if (multiPacketTransfer.fileType == Wire::FileType::configuration) {
             processReceivedConfigFile();
         } else {
             qCInfo(logCategory) << "processP6TransferCompleteCommand: Unkown file type received";
@@ -277,10 +280,10 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
         result = Wire::resultSuccess;
     }
 
-    QByteArray response(Wire::crcSize, '\0');
+    QByteArray response(Wire::P6::crcSize, '\0');
     qToLittleEndian(calculated, response.data());
     // The service tool gets its answer only when the installation has ended.
-    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::p6TransferComplete, 0,
+    sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::TransferComplete::type, 0,
                           result, response);
 
     // Shown after a mismatch too: the display does not tell the two apart.

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/failure.h"
-#include "engine/peer.h"
+#include "failure.h"
+#include "peer.h"
 
 #include <QElapsedTimer>
 #include <QJsonObject>

@@ -1,4 +1,4 @@
-#include "commands/commands.h"
+#include "commands.h"
 #include "console.h"
 #include "options.h"
 #include "session.h"

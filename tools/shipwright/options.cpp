@@ -1,6 +1,6 @@
 #include "options.h"
 
-#include "engine/failure.h"
+#include "failure.h"
 
 #include <wire.h>
 
@@ -64,7 +64,7 @@ Options readCommonOptions(const QCommandLineParser &parser)
     options.interfaceName = parser.value(u"interface"_s);
     if (parser.isSet(u"bitrate"_s))
         options.bitRate = quint32(number(parser, u"bitrate"_s, 10'000, 1'000'000));
-    options.peer.slot = quint32(number(parser, u"slot"_s, 0, Wire::p3Slot.max()));
+    options.peer.slot = quint32(number(parser, u"slot"_s, 0, Wire::P3::slot.max()));
     options.peer.destination = parser.value(u"destination"_s).toUInt();
     if (options.peer.destination != Wire::nodeDockhand
         && options.peer.destination != Wire::nodeDockhandAlt) {

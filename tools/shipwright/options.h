@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/faults.h"
-#include "engine/peer.h"
+#include "faults.h"
+#include "peer.h"
 
 #include <QCommandLineParser>
 #include <QString>

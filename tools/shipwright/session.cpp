@@ -1,8 +1,8 @@
 #include "session.h"
 
+#include "candump.h"
 #include "console.h"
-#include "engine/candump.h"
-#include "engine/failure.h"
+#include "failure.h"
 
 #include <QCanBus>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "engine/clock.h"
-#include "engine/link.h"
-#include "engine/peer.h"
+#include "clock.h"
+#include "link.h"
 #include "options.h"
+#include "peer.h"
 
 #include <QCanBusDevice>
 #include <QFile>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../engine/failure.h"
+#include "failure.h"
 
 #include <QStringList>
 

@@ -1,10 +1,10 @@
 #include "commands.h"
 
-#include "../console.h"
-#include "../session.h"
+#include "console.h"
+#include "session.h"
 
-#include "../engine/candump.h"
-#include "../engine/decoder.h"
+#include "candump.h"
+#include "decoder.h"
 
 #include <QFile>
 

@@ -1,7 +1,7 @@
 #include "commands.h"
 
-#include "../console.h"
-#include "../session.h"
+#include "console.h"
+#include "session.h"
 
 namespace Shipwright {
 

@@ -1,8 +1,8 @@
 #include "commands.h"
 #include "steps.h"
 
-#include "../console.h"
-#include "../session.h"
+#include "console.h"
+#include "session.h"
 
 #include <wire.h>
 
@@ -12,8 +12,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr quint32 fileOrder[] = {Wire::fileConfiguration, Wire::fileMenu, Wire::fileGeneric,
-                                 Wire::filePackage};
+constexpr quint32 fileOrder[] = {Wire::FileType::configuration, Wire::FileType::menu,
+                                 Wire::FileType::generic, Wire::FileType::package};
 
 void addOptions(QCommandLineParser &parser)
 {

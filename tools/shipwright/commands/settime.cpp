@@ -1,8 +1,8 @@
 #include "commands.h"
 #include "steps.h"
 
-#include "../console.h"
-#include "../session.h"
+#include "console.h"
+#include "session.h"
 
 namespace Shipwright {
 

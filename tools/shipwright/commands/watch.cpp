@@ -1,9 +1,9 @@
 #include "commands.h"
 
-#include "../console.h"
-#include "../session.h"
+#include "console.h"
+#include "session.h"
 
-#include "../engine/decoder.h"
+#include "decoder.h"
 
 #include <limits>
 

@@ -78,35 +78,35 @@ public:
     void send(quint32 id, const QByteArray &payload) { m_link.send(id, payload); }
     void command(quint32 operation, const QByteArray &payload, quint32 slot = 0)
     {
-        send(Wire::p3CommandId(Wire::nodeShipwright, destination, slot, Wire::p3InterfaceShipwright,
-                               operation),
+        send(Wire::P3::commandId(Wire::nodeShipwright, destination, slot,
+                                 Wire::P3::interfaceShipwright, operation),
              payload);
     }
     void message(quint32 type, const QByteArray &payload)
     {
-        send(Wire::p6Id(Wire::nodeShipwright, destination, type, 0, 0), payload);
+        send(Wire::P6::messageId(Wire::nodeShipwright, destination, type, 0, 0), payload);
     }
     void transferInfo(quint32 fileType, quint32 size)
     {
-        message(Wire::p6TransferInfo,
+        message(Wire::TransferInfo::type,
                 QByteArray(1, char(fileType)) + version2 + littleEndian(size));
     }
     void initiate(quint32 fileType, quint32 records)
     {
-        message(Wire::p6InitTransfer,
+        message(Wire::InitiateTransfer::type,
                 QByteArray(1, char(fileType)) + version2 + QByteArray(2, '\0')
                     + littleEndian(records));
     }
     void recordStart(qsizetype frames, quint32 number = 0)
     {
-        message(Wire::p6RecordStart, QByteArray(1, char(frames)) + littleEndian(number));
+        message(Wire::RecordStart::type, QByteArray(1, char(frames)) + littleEndian(number));
     }
     void dataFrame(quint32 number, const QByteArray &payload)
     {
-        send(Wire::p6DataFrameId(Wire::nodeShipwright, destination, number), payload);
+        send(Wire::DataFrame::messageId(Wire::nodeShipwright, destination, number), payload);
     }
-    void recordEnd(quint32 crc) { message(Wire::p6RecordEnd, littleEndian(crc)); }
-    void complete(quint32 crc) { message(Wire::p6TransferComplete, littleEndian(crc)); }
+    void recordEnd(quint32 crc) { message(Wire::RecordEnd::type, littleEndian(crc)); }
+    void complete(quint32 crc) { message(Wire::TransferComplete::type, littleEndian(crc)); }
 
     // ---- What is due
     void expect(quint32 id, const QByteArray &payload)
@@ -117,48 +117,52 @@ public:
     }
     void expectResponse(quint32 code, const QByteArray &payload = {}, quint32 slot = 0)
     {
-        expect(Wire::p3ResponseId(Wire::nodeDockhand, Wire::nodeShipwright, slot, code), payload);
+        expect(Wire::P3::responseId(Wire::nodeDockhand, Wire::nodeShipwright, slot, code), payload);
     }
     void expectAnswer(quint32 type, quint32 code, const QByteArray &payload)
     {
-        expect(Wire::p6Id(Wire::nodeDockhand, Wire::nodeShipwright, type, 0, code), payload);
+        expect(Wire::P6::messageId(Wire::nodeDockhand, Wire::nodeShipwright, type, 0, code),
+               payload);
     }
     /// The receiver's parameters are its own, but they are the same in every answer.
     void expectParameters(quint32 code)
     {
-        const quint32 id = Wire::p6Id(Wire::nodeDockhand, Wire::nodeShipwright,
-                                      Wire::p6TransferInfo, 0, code);
+        const quint32 id = Wire::P6::messageId(Wire::nodeDockhand, Wire::nodeShipwright,
+                                               Wire::TransferInfo::type, 0, code);
         const QString due = u"%1 and the 8 bytes of the parameters"_s.arg(shown(id, {}));
         const QCanBusFrame frame = next(due);
         const QByteArray payload = frame.payload();
-        const bool isVersion2 = payload.size() == Wire::negotiationReplySize
-            && Wire::versionField.of(uchar(payload.at(0))) == Wire::protocolVersion;
+        const bool isVersion2 = payload.size() == Wire::TransferInfoResponse::size
+            && Wire::P6::versionField.of(uchar(payload.at(0))) == Wire::P6::version;
         if (m_parameters.isEmpty() && isVersion2)
             m_parameters = payload;
         if (frame.frameId() != id || payload != m_parameters)
             deviate(due, shown(frame.frameId(), payload));
     }
-    void expectInitiated() { expectAnswer(Wire::p6InitTransfer, 0, QByteArray(8, '\0')); }
-    void expectRecordAccepted() { expectAnswer(Wire::p6RecordEnd, 0, hex("00")); }
-    void expectRecordRefused() { expectAnswer(Wire::p6RecordEnd, Wire::resultFailure, hex("01")); }
+    void expectInitiated() { expectAnswer(Wire::InitiateTransfer::type, 0, QByteArray(8, '\0')); }
+    void expectRecordAccepted() { expectAnswer(Wire::RecordEnd::type, 0, hex("00")); }
+    void expectRecordRefused()
+    {
+        expectAnswer(Wire::RecordEnd::type, Wire::resultFailure, hex("01"));
+    }
     void expectFile(quint32 crc)
     {
         m_long = true;
-        expectAnswer(Wire::p6TransferComplete, Wire::resultSuccess, littleEndian(crc));
+        expectAnswer(Wire::TransferComplete::type, Wire::resultSuccess, littleEndian(crc));
         m_long = false;
     }
     void expectFileRefused(quint32 crc)
     {
-        expectAnswer(Wire::p6TransferComplete, Wire::resultFailure, littleEndian(crc));
+        expectAnswer(Wire::TransferComplete::type, Wire::resultFailure, littleEndian(crc));
     }
     void expectSilence()
     {
         // A start command without the handshake is refused and changes nothing.
         const quint32 before = std::exchange(destination, Wire::nodeDockhand);
-        command(Wire::p3StartConfig, {}, questionSlot);
+        command(Wire::StartConfiguration::operation, {}, questionSlot);
         destination = before;
-        const quint32 id = Wire::p3ResponseId(Wire::nodeDockhand, Wire::nodeShipwright,
-                                              questionSlot, Wire::resultFailure);
+        const quint32 id = Wire::P3::responseId(Wire::nodeDockhand, Wire::nodeShipwright,
+                                                questionSlot, Wire::resultFailure);
         const QCanBusFrame frame = next(u"silence"_s);
         if (frame.frameId() != id)
             deviate(u"silence"_s, shown(frame.frameId(), frame.payload()));
@@ -232,14 +236,14 @@ private:
     bool m_long = false;
 };
 
-constexpr quint32 generic = Wire::fileGeneric;
+constexpr quint32 generic = Wire::FileType::generic;
 
 // ---- Start and end of configuration
 
 void startInEverySlot(Probe &probe)
 {
     for (quint32 slot = 0; slot <= 3; ++slot) {
-        probe.command(Wire::p3StartConfig, hex("a55a"), slot);
+        probe.command(Wire::StartConfiguration::operation, hex("a55a"), slot);
         probe.expectResponse(0, hex("5aa5"), slot);
     }
 }
@@ -247,29 +251,29 @@ void startInEverySlot(Probe &probe)
 void startAtSecondDestination(Probe &probe)
 {
     probe.destination = Wire::nodeDockhandAlt;
-    probe.command(Wire::p3StartConfig, hex("a55a"), 1);
+    probe.command(Wire::StartConfiguration::operation, hex("a55a"), 1);
     probe.expectResponse(0, hex("5aa5"), 1);
 }
 
 void startWithMoreBytes(Probe &probe)
 {
-    probe.command(Wire::p3StartConfig, hex("a55a0011"));
+    probe.command(Wire::StartConfiguration::operation, hex("a55a0011"));
     probe.expectResponse(0, hex("5aa5"));
 }
 
 void startWithoutHandshake(Probe &probe)
 {
     for (const char *payload : {"", "a5", "5aa5", "a500", "00a55a"}) {
-        probe.command(Wire::p3StartConfig, hex(payload), 2);
+        probe.command(Wire::StartConfiguration::operation, hex(payload), 2);
         probe.expectResponse(Wire::resultFailure, {}, 2);
     }
 }
 
 void endIsAnswered(Probe &probe)
 {
-    probe.command(Wire::p3EndConfiguration, {});
+    probe.command(Wire::EndConfiguration::operation, {});
     probe.expectResponse(0);
-    probe.command(Wire::p3EndConfiguration, hex("0102030405060708"), 3);
+    probe.command(Wire::EndConfiguration::operation, hex("0102030405060708"), 3);
     probe.expectResponse(0, {}, 3);
 }
 
@@ -278,8 +282,9 @@ void endIsAnswered(Probe &probe)
 
 void commandFromStranger(Probe &probe)
 {
-    probe.send(Wire::p3CommandId(nodeStranger, Wire::nodeDockhand, 0, Wire::p3InterfaceShipwright,
-                                 Wire::p3StartConfig),
+    probe.send(Wire::P3::commandId(nodeStranger, Wire::nodeDockhand, 0,
+                                   Wire::P3::interfaceShipwright,
+                                   Wire::StartConfiguration::operation),
                {});
     probe.expectSilence();
 }
@@ -287,15 +292,15 @@ void commandFromStranger(Probe &probe)
 void commandToNobody(Probe &probe)
 {
     probe.destination = nodeNobody;
-    probe.command(Wire::p3StartConfig, {});
+    probe.command(Wire::StartConfiguration::operation, {});
     probe.expectSilence();
 }
 
 void commandOnOtherInterface(Probe &probe)
 {
     for (const quint32 interfaceId : {0u, 10u, 12u, 15u}) {
-        probe.send(Wire::p3CommandId(Wire::nodeShipwright, Wire::nodeDockhand, 0, interfaceId,
-                                     Wire::p3StartConfig),
+        probe.send(Wire::P3::commandId(Wire::nodeShipwright, Wire::nodeDockhand, 0, interfaceId,
+                                       Wire::StartConfiguration::operation),
                    {});
         probe.expectSilence();
     }
@@ -303,14 +308,14 @@ void commandOnOtherInterface(Probe &probe)
 
 void unknownOperations(Probe &probe)
 {
-    for (quint32 operation = 5; operation <= Wire::p3Operation.max(); ++operation)
+    for (quint32 operation = 5; operation <= Wire::P3::operation.max(); ++operation)
         probe.command(operation, {});
     probe.expectSilence();
 }
 
 void responsesAndOtherProtocols(Probe &probe)
 {
-    probe.send(Wire::p3ResponseId(Wire::nodeShipwright, Wire::nodeDockhand, 0, 0), {});
+    probe.send(Wire::P3::responseId(Wire::nodeShipwright, Wire::nodeDockhand, 0, 0), {});
     probe.expectSilence();
     for (const quint32 protocol : {0u, 1u, 2u, 4u, Wire::protocolP5, 7u}) {
         probe.send(Wire::nodesId(protocol, Wire::nodeShipwright, Wire::nodeDockhand), {});
@@ -320,14 +325,15 @@ void responsesAndOtherProtocols(Probe &probe)
 
 void transferFromStranger(Probe &probe)
 {
-    probe.send(Wire::p6Id(nodeStranger, Wire::nodeDockhand, Wire::p6TransferInfo, 0, 0), {});
+    probe.send(
+        Wire::P6::messageId(nodeStranger, Wire::nodeDockhand, Wire::TransferInfo::type, 0, 0), {});
     probe.expectSilence();
 }
 
 void transferToNobody(Probe &probe)
 {
     probe.destination = nodeNobody;
-    probe.message(Wire::p6TransferInfo, {});
+    probe.message(Wire::TransferInfo::type, {});
     probe.expectSilence();
 }
 
@@ -344,13 +350,13 @@ void infoAccepted(Probe &probe)
 {
     probe.transferInfo(generic, 10000);
     probe.expectParameters(0);
-    probe.message(Wire::p6TransferInfo, hex("02081027000055aa"));
+    probe.message(Wire::TransferInfo::type, hex("02081027000055aa"));
     probe.expectParameters(0);
 }
 
 void infoLowVersionBits(Probe &probe)
 {
-    probe.message(Wire::p6TransferInfo, hex("020b10270000"));
+    probe.message(Wire::TransferInfo::type, hex("020b10270000"));
     probe.expectParameters(0);
 }
 
@@ -358,16 +364,16 @@ void infoOfWrongSize(Probe &probe)
 {
     const QByteArray whole = hex("020810270000");
     for (qsizetype size = 0; size < whole.size(); ++size) {
-        probe.message(Wire::p6TransferInfo, whole.left(size));
-        probe.expectParameters(Wire::resultTransferInfoRejected);
+        probe.message(Wire::TransferInfo::type, whole.left(size));
+        probe.expectParameters(Wire::TransferInfo::rejected);
     }
 }
 
 void infoOfWrongVersion(Probe &probe)
 {
     for (const char *payload : {"020010270000", "020410270000", "020c10270000", "028810270000"}) {
-        probe.message(Wire::p6TransferInfo, hex(payload));
-        probe.expectParameters(Wire::resultTransferInfoRejected);
+        probe.message(Wire::TransferInfo::type, hex(payload));
+        probe.expectParameters(Wire::TransferInfo::rejected);
     }
 }
 
@@ -380,7 +386,8 @@ void infoAtSecondDestination(Probe &probe)
 
 void infoWithResponseBit(Probe &probe)
 {
-    probe.send(Wire::p6Id(Wire::nodeShipwright, Wire::nodeDockhand, Wire::p6TransferInfo, 1, 0),
+    probe.send(Wire::P6::messageId(Wire::nodeShipwright, Wire::nodeDockhand,
+                                   Wire::TransferInfo::type, 1, 0),
                hex("020810270000"));
     probe.expectParameters(0);
 }
@@ -389,7 +396,7 @@ void initiateAccepted(Probe &probe)
 {
     probe.initiate(generic, 1);
     probe.expectInitiated();
-    probe.message(Wire::p6InitTransfer, hex("020bffff01000000"));
+    probe.message(Wire::InitiateTransfer::type, hex("020bffff01000000"));
     probe.expectInitiated();
 }
 
@@ -397,8 +404,8 @@ void initiateOfWrongSize(Probe &probe)
 {
     const QByteArray whole = hex("0208000001000000");
     for (qsizetype size = 0; size < whole.size(); ++size) {
-        probe.message(Wire::p6InitTransfer, whole.left(size));
-        probe.expectAnswer(Wire::p6InitTransfer, Wire::resultInitTransferRejected,
+        probe.message(Wire::InitiateTransfer::type, whole.left(size));
+        probe.expectAnswer(Wire::InitiateTransfer::type, Wire::InitiateTransfer::rejected,
                            QByteArray(8, '\0'));
     }
 }
@@ -406,8 +413,8 @@ void initiateOfWrongSize(Probe &probe)
 void initiateOfWrongVersion(Probe &probe)
 {
     for (const char *payload : {"0200000001000000", "0204000001000000", "020c000001000000"}) {
-        probe.message(Wire::p6InitTransfer, hex(payload));
-        probe.expectAnswer(Wire::p6InitTransfer, Wire::resultInitTransferRejected,
+        probe.message(Wire::InitiateTransfer::type, hex(payload));
+        probe.expectAnswer(Wire::InitiateTransfer::type, Wire::InitiateTransfer::rejected,
                            QByteArray(8, '\0'));
     }
 }
@@ -508,7 +515,7 @@ void recordEndOfWrongSize(Probe &probe)
         const QByteArray refused = content(40, 34);
         probe.recordStart(5);
         probe.sendFrames(refused);
-        probe.message(Wire::p6RecordEnd,
+        probe.message(Wire::RecordEnd::type,
                       (littleEndian(crcOf(refused)) + QByteArray(4, '\0')).left(size));
         probe.expectRecordRefused();
     }
@@ -524,7 +531,7 @@ void zeroLengthRecord(Probe &probe)
     probe.recordEnd(0);
     probe.expectRecordAccepted();
     probe.recordStart(0);
-    probe.message(Wire::p6RecordEnd, hex("000000"));
+    probe.message(Wire::RecordEnd::type, hex("000000"));
     probe.expectRecordAccepted();
     probe.recordStart(0);
     probe.recordEnd(1);
@@ -539,8 +546,8 @@ void recordStartOfWrongSize(Probe &probe)
     probe.open(generic, 16, 1);
     probe.recordStart(2);
     probe.dataFrame(0, data.left(8));
-    probe.message(Wire::p6RecordStart, hex("05000000"));
-    probe.message(Wire::p6RecordStart, hex("050000000000"));
+    probe.message(Wire::RecordStart::type, hex("05000000"));
+    probe.message(Wire::RecordStart::type, hex("050000000000"));
     probe.dataFrame(1, data.mid(8));
     probe.recordEnd(crcOf(data));
     probe.expectRecordAccepted();
@@ -587,7 +594,7 @@ void lowBitsOfDataFrame(Probe &probe)
     probe.open(generic, 16, 1);
     probe.recordStart(2);
     for (quint32 i = 0; i < 2; ++i) {
-        probe.send(Wire::p6DataFrameId(Wire::nodeShipwright, Wire::nodeDockhand, i) | 0xF,
+        probe.send(Wire::DataFrame::messageId(Wire::nodeShipwright, Wire::nodeDockhand, i) | 0xF,
                    data.mid(qsizetype(i) * 8, 8));
     }
     probe.recordEnd(crcOf(data));
@@ -613,7 +620,7 @@ void completeOfWrongSize(Probe &probe)
     probe.open(generic, 40, 1);
     probe.record(data);
     for (const qsizetype size : {0, 3, 5}) {
-        probe.message(Wire::p6TransferComplete,
+        probe.message(Wire::TransferComplete::type,
                       (littleEndian(crcOf(data)) + QByteArray(1, '\0')).left(size));
         probe.expectFileRefused(crcOf(data));
     }
@@ -671,7 +678,7 @@ void startDuringTransfer(Probe &probe)
     probe.open(generic, 16, 1);
     probe.recordStart(2);
     probe.dataFrame(0, data.left(8));
-    probe.command(Wire::p3StartConfig, hex("a55a"));
+    probe.command(Wire::StartConfiguration::operation, hex("a55a"));
     probe.expectResponse(0, hex("5aa5"));
     probe.dataFrame(1, data.mid(8));
     probe.recordEnd(crcOf(data));
@@ -684,13 +691,13 @@ void startDuringTransfer(Probe &probe)
 QByteArray presentTime()
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    QByteArray payload(Wire::dateTimeSize, '\0');
-    payload[Wire::dateTimeYear] = char(now.date().year() - Wire::dateTimeEpoch);
-    payload[Wire::dateTimeMonth] = char(now.date().month());
-    payload[Wire::dateTimeDay] = char(now.date().day());
-    payload[Wire::dateTimeHour] = char(now.time().hour());
-    payload[Wire::dateTimeMinute] = char(now.time().minute());
-    payload[Wire::dateTimeSecond] = char(now.time().second());
+    QByteArray payload(Wire::SetDateTime::size, '\0');
+    payload[Wire::SetDateTime::year] = char(now.date().year() - Wire::SetDateTime::epoch);
+    payload[Wire::SetDateTime::month] = char(now.date().month());
+    payload[Wire::SetDateTime::day] = char(now.date().day());
+    payload[Wire::SetDateTime::hour] = char(now.time().hour());
+    payload[Wire::SetDateTime::minute] = char(now.time().minute());
+    payload[Wire::SetDateTime::second] = char(now.time().second());
     return payload;
 }
 
@@ -698,7 +705,7 @@ void clockRefused(Probe &probe)
 {
     for (const char *payload : {"", "1803050e07", "1803050e070900", "180d010e0709", "1800010e0709",
                                 "18041f0e0709", "1803000e0709", "17021d0e0709"}) {
-        probe.command(Wire::p3SetDateTime, hex(payload), 1);
+        probe.command(Wire::SetDateTime::operation, hex(payload), 1);
         probe.expectResponse(Wire::resultFailure, hex(payload), 1);
     }
 }
@@ -706,41 +713,41 @@ void clockRefused(Probe &probe)
 void clockSet(Probe &probe)
 {
     const QByteArray now = presentTime();
-    probe.command(Wire::p3SetDateTime, now);
+    probe.command(Wire::SetDateTime::operation, now);
     probe.expectResponse(0, now);
 }
 
 void serialInOneFrame(Probe &probe)
 {
-    probe.command(Wire::p3SetSerial, '\4' + QByteArrayLiteral("TEST"));
+    probe.command(Wire::SetSerial::operation, '\4' + QByteArrayLiteral("TEST"));
     probe.expectResponse(0);
-    probe.command(Wire::p3SetSerial, '\4' + QByteArrayLiteral("TESTxxx"), 2);
+    probe.command(Wire::SetSerial::operation, '\4' + QByteArrayLiteral("TESTxxx"), 2);
     probe.expectResponse(0, {}, 2);
 }
 
 void serialInTwoFrames(Probe &probe)
 {
-    probe.command(Wire::p3SetSerial, '\x0C' + QByteArrayLiteral("TEST123"));
+    probe.command(Wire::SetSerial::operation, '\x0C' + QByteArrayLiteral("TEST123"));
     probe.expectResponse(0);
-    probe.command(Wire::p3SetSerialExt, QByteArrayLiteral("45678"));
+    probe.command(Wire::SetSerialExt::operation, QByteArrayLiteral("45678"));
     probe.expectResponse(0);
 }
 
 void serialTooShort(Probe &probe)
 {
-    probe.command(Wire::p3SetSerial, '\x0C' + QByteArrayLiteral("TE"));
+    probe.command(Wire::SetSerial::operation, '\x0C' + QByteArrayLiteral("TE"));
     probe.expectResponse(Wire::resultFailure);
 }
 
 void configurationInstalled(Probe &probe)
 {
-    probe.transfer(Wire::fileConfiguration, QByteArrayLiteral("{}\n"));
+    probe.transfer(Wire::FileType::configuration, QByteArrayLiteral("{}\n"));
 }
 
 void menuAndPackage(Probe &probe)
 {
-    probe.transfer(Wire::fileMenu, content(700, 31));
-    probe.transfer(Wire::filePackage, content(700, 32));
+    probe.transfer(Wire::FileType::menu, content(700, 31));
+    probe.transfer(Wire::FileType::package, content(700, 32));
 }
 
 struct Check

@@ -54,9 +54,9 @@ QString resultName(quint32 code)
     switch (code) {
     case Wire::resultSuccess:
         return u"success"_s;
-    case Wire::resultTransferInfoRejected:
+    case Wire::TransferInfo::rejected:
         return u"Transfer Info rejected"_s;
-    case Wire::resultInitTransferRejected:
+    case Wire::InitiateTransfer::rejected:
         return u"Initiate Transfer rejected"_s;
     case Wire::resultFailure:
         return u"failure"_s;
@@ -96,7 +96,7 @@ public:
     }
     void addFileType()
     {
-        const quint32 type = byte(Wire::fileTypeOffset);
+        const quint32 type = byte(Wire::TransferInfo::fileType);
         add(u"fileType"_s, qint64(type), u"file type %1 (%2)"_s.arg(type).arg(fileTypeName(type)));
     }
     void addCode(quint32 id)
@@ -137,68 +137,68 @@ private:
 
 void readDateTime(Reader &reader)
 {
-    if (!reader.sizeIs(Wire::dateTimeSize))
+    if (!reader.sizeIs(Wire::SetDateTime::size))
         return;
     const auto part = [&reader](qsizetype offset) { return int(reader.byte(offset)); };
     // Not a QDateTime: what the frame says is shown, whether or not there is such a day.
     const QString text = u"%1-%2-%3 %4:%5:%6 UTC"_s
-                             .arg(part(Wire::dateTimeYear) + Wire::dateTimeEpoch)
-                             .arg(part(Wire::dateTimeMonth), 2, 10, QLatin1Char('0'))
-                             .arg(part(Wire::dateTimeDay), 2, 10, QLatin1Char('0'))
-                             .arg(part(Wire::dateTimeHour), 2, 10, QLatin1Char('0'))
-                             .arg(part(Wire::dateTimeMinute), 2, 10, QLatin1Char('0'))
-                             .arg(part(Wire::dateTimeSecond), 2, 10, QLatin1Char('0'));
+                             .arg(part(Wire::SetDateTime::year) + Wire::SetDateTime::epoch)
+                             .arg(part(Wire::SetDateTime::month), 2, 10, QLatin1Char('0'))
+                             .arg(part(Wire::SetDateTime::day), 2, 10, QLatin1Char('0'))
+                             .arg(part(Wire::SetDateTime::hour), 2, 10, QLatin1Char('0'))
+                             .arg(part(Wire::SetDateTime::minute), 2, 10, QLatin1Char('0'))
+                             .arg(part(Wire::SetDateTime::second), 2, 10, QLatin1Char('0'));
     reader.add(u"time"_s, text, text);
-    const QDate date(part(Wire::dateTimeYear) + Wire::dateTimeEpoch, part(Wire::dateTimeMonth),
-                     part(Wire::dateTimeDay));
+    const QDate date(part(Wire::SetDateTime::year) + Wire::SetDateTime::epoch,
+                     part(Wire::SetDateTime::month), part(Wire::SetDateTime::day));
     if (!date.isValid())
         reader.setFault(u"no such day"_s);
 }
 
 void readSerial(Reader &reader)
 {
-    if (!reader.sizeIsAtLeast(Wire::serialText))
+    if (!reader.sizeIsAtLeast(Wire::SetSerial::text))
         return;
-    const quint32 length = reader.byte(Wire::serialLength);
+    const quint32 length = reader.byte(Wire::SetSerial::length);
     reader.addNumber(u"length"_s, length, u"%1 bytes in all"_s);
-    const qsizetype here = qMin<qsizetype>(length, Wire::serialFirstFrameMax);
-    const QString text = QString::fromUtf8(reader.payload().mid(Wire::serialText, here));
+    const qsizetype here = qMin<qsizetype>(length, Wire::SetSerial::textMax);
+    const QString text = QString::fromUtf8(reader.payload().mid(Wire::SetSerial::text, here));
     reader.add(u"text"_s, text, u"\"%1\""_s.arg(text));
-    reader.sizeIsAtLeast(Wire::serialText + here);
+    reader.sizeIsAtLeast(Wire::SetSerial::text + here);
 }
 
 void decodeCommand(Decoded &decoded, Reader &reader, quint32 id)
 {
-    reader.addNumber(u"slot"_s, Wire::p3Slot.of(id), u"slot %1"_s);
-    const quint32 interfaceId = Wire::p3Interface.of(id);
-    const quint32 operation = Wire::p3Operation.of(id);
-    if (interfaceId != Wire::p3InterfaceShipwright) {
+    reader.addNumber(u"slot"_s, Wire::P3::slot.of(id), u"slot %1"_s);
+    const quint32 interfaceId = Wire::P3::interfaceNumber.of(id);
+    const quint32 operation = Wire::P3::operation.of(id);
+    if (interfaceId != Wire::P3::interfaceShipwright) {
         decoded.message = u"P3 command"_s;
         reader.addNumber(u"interface"_s, interfaceId, u"interface %1"_s);
         reader.addNumber(u"operation"_s, operation, u"operation %1"_s);
         return;
     }
     switch (operation) {
-    case Wire::p3StartConfig:
+    case Wire::StartConfiguration::operation:
         decoded.message = u"P3 Start Configuration"_s;
-        if (!reader.payload().startsWith(QByteArray::fromHex(Wire::startConfigRequest)))
+        if (!reader.payload().startsWith(QByteArray::fromHex(Wire::StartConfiguration::request)))
             reader.setFault(u"no handshake A5 5A"_s);
         break;
-    case Wire::p3SetDateTime:
+    case Wire::SetDateTime::operation:
         decoded.message = u"P3 Set Date Time"_s;
         readDateTime(reader);
         break;
-    case Wire::p3SetSerial:
+    case Wire::SetSerial::operation:
         decoded.message = u"P3 Set Serial"_s;
         readSerial(reader);
         break;
-    case Wire::p3SetSerialExt: {
+    case Wire::SetSerialExt::operation: {
         decoded.message = u"P3 Set Serial Ext"_s;
         const QString text = QString::fromUtf8(reader.payload());
         reader.add(u"text"_s, text, u"\"%1\""_s.arg(text));
         break;
     }
-    case Wire::p3EndConfiguration:
+    case Wire::EndConfiguration::operation:
         decoded.message = u"P3 End Configuration"_s;
         break;
     default:
@@ -210,15 +210,15 @@ void decodeCommand(Decoded &decoded, Reader &reader, quint32 id)
 
 void decodeP3(Decoded &decoded, Reader &reader, quint32 id)
 {
-    if (Wire::p3Response.of(id) != 0) {
+    if (Wire::P3::response.of(id) != 0) {
         decoded.message = u"P3 response"_s;
-        reader.addNumber(u"slot"_s, Wire::p3Slot.of(id), u"slot %1"_s);
+        reader.addNumber(u"slot"_s, Wire::P3::slot.of(id), u"slot %1"_s);
         reader.addCode(id);
-        if (reader.payload() == QByteArray::fromHex(Wire::startConfigReply))
+        if (reader.payload() == QByteArray::fromHex(Wire::StartConfiguration::response))
             reader.add(u"handshake"_s, true, u"handshake 5A A5"_s);
     } else if (Wire::sourceNode.of(id) == Wire::nodeDockhand) {
         decoded.message = u"P3 event"_s;
-        reader.addNumber(u"number"_s, Wire::p3EventNumber.of(id), u"number %1"_s);
+        reader.addNumber(u"number"_s, Wire::P3::eventNumber.of(id), u"number %1"_s);
     } else {
         decodeCommand(decoded, reader, id);
     }
@@ -226,107 +226,114 @@ void decodeP3(Decoded &decoded, Reader &reader, quint32 id)
 
 void readVersion(Reader &reader)
 {
-    const quint32 version = Wire::versionField.of(reader.byte(Wire::versionOffset));
+    const quint32 version = Wire::P6::versionField.of(reader.byte(Wire::TransferInfo::version));
     reader.addNumber(u"version"_s, version, u"version %1"_s);
-    if (version != Wire::protocolVersion)
-        reader.setFault(u"version %1 expected"_s.arg(Wire::protocolVersion));
+    if (version != Wire::P6::version)
+        reader.setFault(u"version %1 expected"_s.arg(Wire::P6::version));
 }
 
 void decodeTransferCommand(Decoded &decoded, Reader &reader, quint32 id)
 {
-    switch (Wire::p6Type.of(id)) {
-    case Wire::p6TransferInfo:
+    switch (Wire::P6::type.of(id)) {
+    case Wire::TransferInfo::type:
         decoded.message = u"P6 Transfer Info"_s;
-        if (reader.sizeIsAtLeast(Wire::transferInfoMinSize)) {
+        if (reader.sizeIsAtLeast(Wire::TransferInfo::minSize)) {
             reader.addFileType();
-            reader.addCount(u"fileSize"_s, reader.number<quint32>(Wire::fileSizeOffset), u"byte"_s);
+            reader.addCount(u"fileSize"_s, reader.number<quint32>(Wire::TransferInfo::fileSize),
+                            u"byte"_s);
             readVersion(reader);
         }
         break;
-    case Wire::p6InitTransfer:
+    case Wire::InitiateTransfer::type:
         decoded.message = u"P6 Initiate Transfer"_s;
-        if (reader.sizeIs(Wire::initTransferSize)) {
+        if (reader.sizeIs(Wire::InitiateTransfer::size)) {
             reader.addFileType();
-            reader.addCount(u"records"_s, reader.number<quint32>(Wire::numberOfBlocksOffset),
+            reader.addCount(u"records"_s,
+                            reader.number<quint32>(Wire::InitiateTransfer::numberOfRecords),
                             u"record"_s);
             readVersion(reader);
         }
         break;
-    case Wire::p6RecordStart:
+    case Wire::RecordStart::type:
         decoded.message = u"P6 Record Start"_s;
-        if (reader.sizeIs(Wire::recordStartSize)) {
-            const quint32 frames = reader.byte(Wire::framesToFollowOffset);
-            reader.addNumber(u"record"_s, reader.number<quint32>(Wire::blockNumberOffset),
+        if (reader.sizeIs(Wire::RecordStart::size)) {
+            const quint32 frames = reader.byte(Wire::RecordStart::framesToFollow);
+            reader.addNumber(u"record"_s, reader.number<quint32>(Wire::RecordStart::recordNumber),
                              u"record %1"_s);
             reader.addCount(u"frames"_s, frames, u"frame"_s);
-            if (frames > Wire::recordFrames)
-                reader.setFault(u"at most %1 frames can be numbered"_s.arg(Wire::recordFrames));
+            if (frames > Wire::RecordStart::maxFrames)
+                reader.setFault(
+                    u"at most %1 frames can be numbered"_s.arg(Wire::RecordStart::maxFrames));
         }
         break;
-    case Wire::p6RecordEnd:
+    case Wire::RecordEnd::type:
         decoded.message = u"P6 Record End"_s;
-        if (reader.sizeIs(Wire::crcSize))
+        if (reader.sizeIs(Wire::P6::crcSize))
             reader.addCrc(u"CRC-32 %1"_s);
         break;
-    case Wire::p6TransferComplete:
+    case Wire::TransferComplete::type:
         decoded.message = u"P6 Transfer Complete"_s;
-        if (reader.sizeIs(Wire::crcSize))
+        if (reader.sizeIs(Wire::P6::crcSize))
             reader.addCrc(u"CRC-32 %1"_s);
         break;
-    case Wire::p6DataFrame:
+    case Wire::DataFrame::type:
         decoded.message = u"P6 Data Frame"_s;
-        reader.addNumber(u"frame"_s, Wire::p6FrameNumber.of(id), u"frame %1"_s);
+        reader.addNumber(u"frame"_s, Wire::DataFrame::frameNumber.of(id), u"frame %1"_s);
         break;
     default:
-        decoded.message = u"P6 type %1"_s.arg(Wire::p6Type.of(id));
+        decoded.message = u"P6 type %1"_s.arg(Wire::P6::type.of(id));
         reader.setFault(u"unknown type"_s);
     }
 }
 
 void decodeTransferAnswer(Decoded &decoded, Reader &reader, quint32 id)
 {
-    switch (Wire::p6Type.of(id)) {
-    case Wire::p6TransferInfo:
+    switch (Wire::P6::type.of(id)) {
+    case Wire::TransferInfo::type:
         decoded.message = u"P6 Transfer Info answer"_s;
         reader.addCode(id);
-        if (reader.sizeIs(Wire::negotiationReplySize)) {
-            const quint32 flags = reader.byte(Wire::infoFlagsOffset);
-            reader.addNumber(u"version"_s, Wire::versionField.of(flags), u"version %1"_s);
-            reader.addNumber(u"flag"_s, flags >> Wire::infoFlagShift & 1, u"flag %1"_s);
+        if (reader.sizeIs(Wire::TransferInfoResponse::size)) {
+            const quint32 flags = reader.byte(Wire::TransferInfoResponse::flags);
+            reader.addNumber(u"version"_s, Wire::P6::versionField.of(flags), u"version %1"_s);
+            reader.addNumber(u"flag"_s, flags >> Wire::TransferInfoResponse::flagShift & 1,
+                             u"flag %1"_s);
             reader.addNumber(u"frameLimit"_s,
-                             Wire::infoFrameLimitHighField.of(flags) << 8
-                                 | reader.byte(Wire::infoFrameLimitOffset),
+                             Wire::TransferInfoResponse::frameLimitHighField.of(flags) << 8
+                                 | reader.byte(Wire::TransferInfoResponse::frameLimit),
                              u"frame limit %1"_s);
-            reader.addNumber(u"parameter1"_s, reader.number<quint16>(Wire::infoParam1Offset),
+            reader.addNumber(u"parameter1"_s,
+                             reader.number<quint16>(Wire::TransferInfoResponse::parameter1),
                              u"parameters %1"_s);
-            reader.addNumber(u"parameter2"_s, reader.number<quint16>(Wire::infoParam2Offset),
+            reader.addNumber(u"parameter2"_s,
+                             reader.number<quint16>(Wire::TransferInfoResponse::parameter2),
                              u"%1"_s);
-            reader.addNumber(u"parameter3"_s, reader.number<quint16>(Wire::infoParam3Offset),
+            reader.addNumber(u"parameter3"_s,
+                             reader.number<quint16>(Wire::TransferInfoResponse::parameter3),
                              u"%1"_s);
         }
         break;
-    case Wire::p6InitTransfer:
+    case Wire::InitiateTransfer::type:
         decoded.message = u"P6 Initiate Transfer answer"_s;
         reader.addCode(id);
-        reader.sizeIs(Wire::negotiationReplySize);
+        reader.sizeIs(Wire::InitiateTransfer::responseSize);
         break;
-    case Wire::p6RecordEnd:
+    case Wire::RecordEnd::type:
         decoded.message = u"P6 Record End answer"_s;
         reader.addCode(id);
-        if (reader.sizeIs(Wire::recordEndReplySize)) {
-            const bool accepted = reader.payload().at(0) == Wire::recordAccepted;
+        if (reader.sizeIs(Wire::RecordEnd::responseSize)) {
+            const bool accepted = reader.payload().at(0) == Wire::RecordEnd::accepted;
             reader.add(u"accepted"_s, accepted,
                        accepted ? u"CRC-32 matches"_s : u"CRC-32 differs"_s);
         }
         break;
-    case Wire::p6TransferComplete:
+    case Wire::TransferComplete::type:
         decoded.message = u"P6 Transfer Complete answer"_s;
         reader.addCode(id);
-        if (reader.sizeIs(Wire::crcSize))
+        if (reader.sizeIs(Wire::P6::crcSize))
             reader.addCrc(u"receiver's CRC-32 %1"_s);
         break;
     default:
-        decoded.message = u"P6 type %1 answer"_s.arg(Wire::p6Type.of(id));
+        decoded.message = u"P6 type %1 answer"_s.arg(Wire::P6::type.of(id));
         reader.addCode(id);
         reader.setFault(u"a type without answer"_s);
     }

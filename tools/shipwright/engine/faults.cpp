@@ -28,12 +28,12 @@ constexpr std::pair<QLatin1StringView, Fault::Action> actions[] = {
 };
 
 constexpr std::pair<QLatin1StringView, quint32> transferFrames[] = {
-    {QLatin1StringView("transfer-info"), Wire::p6TransferInfo},
-    {QLatin1StringView("init-transfer"), Wire::p6InitTransfer},
-    {QLatin1StringView("record-start"), Wire::p6RecordStart},
-    {QLatin1StringView("data"), Wire::p6DataFrame},
-    {QLatin1StringView("record-end"), Wire::p6RecordEnd},
-    {QLatin1StringView("transfer-complete"), Wire::p6TransferComplete},
+    {QLatin1StringView("transfer-info"), Wire::TransferInfo::type},
+    {QLatin1StringView("init-transfer"), Wire::InitiateTransfer::type},
+    {QLatin1StringView("record-start"), Wire::RecordStart::type},
+    {QLatin1StringView("data"), Wire::DataFrame::type},
+    {QLatin1StringView("record-end"), Wire::RecordEnd::type},
+    {QLatin1StringView("transfer-complete"), Wire::TransferComplete::type},
 };
 
 constexpr QLatin1StringView anyFrame("any");
@@ -48,7 +48,7 @@ bool isOfKind(const QCanBusFrame &frame, const QString &kind)
         return protocol == Wire::protocolP3;
     for (const auto &[name, type] : transferFrames) {
         if (kind == name)
-            return protocol == Wire::protocolP6 && Wire::p6Type.of(frame.frameId()) == type;
+            return protocol == Wire::protocolP6 && Wire::P6::type.of(frame.frameId()) == type;
     }
     return false;
 }

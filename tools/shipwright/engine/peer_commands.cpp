@@ -74,10 +74,11 @@ Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Ex
 
 Peer::Answer Peer::command(quint32 operation, const QByteArray &payload, const QString &what)
 {
-    const quint32 id = Wire::p3CommandId(Wire::nodeShipwright, m_settings.destination,
-                                         m_settings.slot, Wire::p3InterfaceShipwright, operation);
-    const quint32 answerId = Wire::p3ResponseId(Wire::nodeDockhand, Wire::nodeShipwright,
-                                                m_settings.slot, 0);
+    const quint32 id = Wire::P3::commandId(Wire::nodeShipwright, m_settings.destination,
+                                           m_settings.slot, Wire::P3::interfaceShipwright,
+                                           operation);
+    const quint32 answerId = Wire::P3::responseId(Wire::nodeDockhand, Wire::nodeShipwright,
+                                                  m_settings.slot, 0);
     return exchange(id, payload, {~Wire::responseNumber.mask(), answerId, what, limit(0)});
 }
 
@@ -92,10 +93,10 @@ void Peer::expectSuccess(const Answer &answer, const QString &what, const QStrin
 void Peer::startConfiguration()
 {
     const QString what = u"start of configuration"_s;
-    const Answer answer = command(Wire::p3StartConfig,
-                                  QByteArray::fromHex(Wire::startConfigRequest), what);
+    const Answer answer = command(Wire::StartConfiguration::operation,
+                                  QByteArray::fromHex(Wire::StartConfiguration::request), what);
     expectSuccess(answer, what, u"It does not know the handshake A5 5A: is it a Dockhand?"_s);
-    if (answer.payload != QByteArray::fromHex(Wire::startConfigReply)) {
+    if (answer.payload != QByteArray::fromHex(Wire::StartConfiguration::response)) {
         throw Failure(Exit::BadAnswer,
                       u"The answer to %1 carries %2 where 5AA5 was expected."_s.arg(
                           what, QString::fromLatin1(answer.payload.toHex()).toUpper()));
@@ -106,7 +107,7 @@ void Peer::startConfiguration()
 void Peer::endConfiguration()
 {
     const QString what = u"end of configuration"_s;
-    expectSuccess(command(Wire::p3EndConfiguration, {}, what), what, {});
+    expectSuccess(command(Wire::EndConfiguration::operation, {}, what), what, {});
     m_configuring = false;
 }
 
@@ -116,21 +117,21 @@ void Peer::setDateTime(const QDateTime &dateTime)
     const QDateTime utc = dateTime.toUTC();
     const QDate date = utc.date();
     const QTime time = utc.time();
-    const int year = date.year() - Wire::dateTimeEpoch;
+    const int year = date.year() - Wire::SetDateTime::epoch;
     if (!utc.isValid() || year < 0 || year > 255) {
         throw Failure(Exit::Usage,
                       u"The date %1 cannot be sent: the wire carries the years 2000 to 2255."_s.arg(
                           utc.toString(Qt::ISODate)));
     }
-    QByteArray payload(Wire::dateTimeSize, '\0');
-    payload[Wire::dateTimeYear] = char(year);
-    payload[Wire::dateTimeMonth] = char(date.month());
-    payload[Wire::dateTimeDay] = char(date.day());
-    payload[Wire::dateTimeHour] = char(time.hour());
-    payload[Wire::dateTimeMinute] = char(time.minute());
-    payload[Wire::dateTimeSecond] = char(time.second());
+    QByteArray payload(Wire::SetDateTime::size, '\0');
+    payload[Wire::SetDateTime::year] = char(year);
+    payload[Wire::SetDateTime::month] = char(date.month());
+    payload[Wire::SetDateTime::day] = char(date.day());
+    payload[Wire::SetDateTime::hour] = char(time.hour());
+    payload[Wire::SetDateTime::minute] = char(time.minute());
+    payload[Wire::SetDateTime::second] = char(time.second());
 
-    const Answer answer = command(Wire::p3SetDateTime, payload, what);
+    const Answer answer = command(Wire::SetDateTime::operation, payload, what);
     expectSuccess(answer, what,
                   u"The receiver does not take %1 for a date."_s.arg(utc.toString(Qt::ISODate)));
     if (answer.payload != payload) {
@@ -143,8 +144,8 @@ void Peer::setDateTime(const QDateTime &dateTime)
 
 void Peer::checkSerialNumber(const QString &serialNumber)
 {
-    constexpr qsizetype firstPart = Wire::serialFirstFrameMax;
-    constexpr qsizetype longest = firstPart + Wire::frameSize;
+    constexpr qsizetype firstPart = Wire::SetSerial::textMax;
+    constexpr qsizetype longest = firstPart + Wire::DataFrame::size;
     const QByteArray text = serialNumber.toUtf8();
     const auto refuse = [&serialNumber](const QString &reason) {
         throw Failure(Exit::Usage,
@@ -169,18 +170,20 @@ void Peer::checkSerialNumber(const QString &serialNumber)
 
 void Peer::setSerialNumber(const QString &serialNumber)
 {
-    constexpr qsizetype firstPart = Wire::serialFirstFrameMax;
+    constexpr qsizetype firstPart = Wire::SetSerial::textMax;
     checkSerialNumber(serialNumber);
     const QByteArray text = serialNumber.toUtf8();
 
     const QString what = u"set serial number"_s;
     const QString storage = u"The receiver could not store it: look for \"File write failed\" in "
                             "its log and check /media/service/korvane."_s;
-    expectSuccess(command(Wire::p3SetSerial, char(text.size()) + text.left(firstPart), what), what,
-                  storage);
+    expectSuccess(
+        command(Wire::SetSerial::operation, char(text.size()) + text.left(firstPart), what), what,
+        storage);
     if (text.size() > firstPart) {
         const QString second = u"set serial number, second frame"_s;
-        expectSuccess(command(Wire::p3SetSerialExt, text.mid(firstPart), second), second, storage);
+        expectSuccess(command(Wire::SetSerialExt::operation, text.mid(firstPart), second), second,
+                      storage);
     }
 }
 

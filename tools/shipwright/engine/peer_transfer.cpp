@@ -18,10 +18,10 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr std::pair<quint32, QLatin1StringView> fileTypes[] = {
-    {Wire::fileConfiguration, QLatin1StringView("configuration")},
-    {Wire::fileMenu, QLatin1StringView("menu")},
-    {Wire::fileGeneric, QLatin1StringView("generic")},
-    {Wire::filePackage, QLatin1StringView("package")},
+    {Wire::FileType::configuration, QLatin1StringView("configuration")},
+    {Wire::FileType::menu, QLatin1StringView("menu")},
+    {Wire::FileType::generic, QLatin1StringView("generic")},
+    {Wire::FileType::package, QLatin1StringView("package")},
 };
 
 quint32 crc32Of(quint32 crc, const QByteArray &data)
@@ -38,7 +38,7 @@ void put(QByteArray &payload, qsizetype offset, Number number)
 
 QByteArray crcPayload(quint32 crc)
 {
-    QByteArray payload(Wire::crcSize, '\0');
+    QByteArray payload(Wire::P6::crcSize, '\0');
     put(payload, 0, crc);
     return payload;
 }
@@ -71,8 +71,10 @@ std::optional<quint32> fileTypeFromName(const QString &name)
 Peer::Answer Peer::transferMessage(quint32 type, const QByteArray &payload, const QString &what,
                                    qint64 timeout, qsizetype answerSize)
 {
-    const quint32 id = Wire::p6Id(Wire::nodeShipwright, m_settings.destination, type, 0, 0);
-    const quint32 answerId = Wire::p6Id(Wire::nodeDockhand, Wire::nodeShipwright, type, 0, 0);
+    const quint32 id = Wire::P6::messageId(Wire::nodeShipwright, m_settings.destination, type, 0,
+                                           0);
+    const quint32 answerId = Wire::P6::messageId(Wire::nodeDockhand, Wire::nodeShipwright, type, 0,
+                                                 0);
     Answer answer = exchange(id, payload, {~Wire::responseNumber.mask(), answerId, what, timeout});
     if (answer.payload.size() != answerSize) {
         throw Failure(Exit::BadAnswer,
@@ -87,27 +89,28 @@ Peer::Answer Peer::transferMessage(quint32 type, const QByteArray &payload, cons
 ReceiverParameters Peer::announce(const QByteArray &payload, bool mayBeRefused)
 {
     const QString what = u"Transfer Info"_s;
-    const Answer answer = transferMessage(Wire::p6TransferInfo, payload, what, limit(0),
-                                          Wire::negotiationReplySize);
+    const Answer answer = transferMessage(Wire::TransferInfo::type, payload, what, limit(0),
+                                          Wire::TransferInfoResponse::size);
     ReceiverParameters parameters;
-    const auto flags = uchar(answer.payload.at(Wire::infoFlagsOffset));
-    const auto limitLow = uchar(answer.payload.at(Wire::infoFrameLimitOffset));
+    const auto flags = uchar(answer.payload.at(Wire::TransferInfoResponse::flags));
+    const auto limitLow = uchar(answer.payload.at(Wire::TransferInfoResponse::frameLimit));
     const auto word = [&answer](qsizetype offset) {
         return qFromLittleEndian<quint16>(answer.payload.constData() + offset);
     };
-    parameters.version = Wire::versionField.of(flags);
-    parameters.flag = (flags >> Wire::infoFlagShift & 1) != 0;
-    parameters.frameLimit = Wire::infoFrameLimitHighField.of(flags) << 8 | limitLow;
-    parameters.negotiationTimeout = word(Wire::infoParam1Offset);
-    parameters.recordTimeout = word(Wire::infoParam2Offset);
-    parameters.completeTimeout = word(Wire::infoParam3Offset);
+    parameters.version = Wire::P6::versionField.of(flags);
+    parameters.flag = (flags >> Wire::TransferInfoResponse::flagShift & 1) != 0;
+    parameters.frameLimit = Wire::TransferInfoResponse::frameLimitHighField.of(flags) << 8
+        | limitLow;
+    parameters.negotiationTimeout = word(Wire::TransferInfoResponse::parameter1);
+    parameters.recordTimeout = word(Wire::TransferInfoResponse::parameter2);
+    parameters.completeTimeout = word(Wire::TransferInfoResponse::parameter3);
 
-    if (mayBeRefused && answer.code == Wire::resultTransferInfoRejected)
+    if (mayBeRefused && answer.code == Wire::TransferInfo::rejected)
         return parameters;
     expectSuccess(
         answer, what,
         u"The receiver speaks protocol version %1, this tool version %2."_s.arg(parameters.version)
-            .arg(Wire::protocolVersion));
+            .arg(Wire::P6::version));
     return parameters;
 }
 
@@ -126,27 +129,29 @@ TransferResult Peer::sendFile(quint32 fileType, QIODevice &file, const ProgressH
             u"The file has %1 bytes; the wire carries sizes up to 4294967295."_s.arg(size));
     }
 
-    QByteArray info(Wire::transferInfoMinSize, '\0');
-    info[Wire::fileTypeOffset] = char(fileType);
-    info[Wire::versionOffset] = char(Wire::versionField.pack(Wire::protocolVersion));
-    put(info, Wire::fileSizeOffset, quint32(size));
+    QByteArray info(Wire::TransferInfo::minSize, '\0');
+    info[Wire::TransferInfo::fileType] = char(fileType);
+    info[Wire::TransferInfo::version] = char(Wire::P6::versionField.pack(Wire::P6::version));
+    put(info, Wire::TransferInfo::fileSize, quint32(size));
     m_parameters = announce(info, false);
 
-    const qsizetype frames = qMin<qsizetype>(Wire::recordFrames, m_parameters.frameLimit + 1);
-    const qsizetype recordSize = frames * Wire::frameSize;
+    const qsizetype frames = qMin<qsizetype>(Wire::RecordStart::maxFrames,
+                                             m_parameters.frameLimit + 1);
+    const qsizetype recordSize = frames * Wire::DataFrame::size;
     TransferProgress progress;
     progress.total = quint64(size);
     progress.totalRecords = quint32((size + recordSize - 1) / recordSize);
 
-    QByteArray init(Wire::initTransferSize, '\0');
-    init[Wire::fileTypeOffset] = info.at(Wire::fileTypeOffset);
-    init[Wire::versionOffset] = info.at(Wire::versionOffset);
-    put(init, Wire::numberOfBlocksOffset, progress.totalRecords);
+    QByteArray init(Wire::InitiateTransfer::size, '\0');
+    init[Wire::InitiateTransfer::fileType] = info.at(Wire::TransferInfo::fileType);
+    init[Wire::InitiateTransfer::version] = info.at(Wire::TransferInfo::version);
+    put(init, Wire::InitiateTransfer::numberOfRecords, progress.totalRecords);
     const QString initiate = u"Initiate Transfer"_s;
-    expectSuccess(
-        transferMessage(Wire::p6InitTransfer, init, initiate,
-                        limit(m_parameters.negotiationTimeout), Wire::negotiationReplySize),
-        initiate, u"The receiver does not speak protocol version %1."_s.arg(Wire::protocolVersion));
+    expectSuccess(transferMessage(Wire::InitiateTransfer::type, init, initiate,
+                                  limit(m_parameters.negotiationTimeout),
+                                  Wire::InitiateTransfer::responseSize),
+                  initiate,
+                  u"The receiver does not speak protocol version %1."_s.arg(Wire::P6::version));
 
     const auto noteState = [&] {
         m_transferState =
@@ -197,9 +202,9 @@ TransferResult Peer::sendFile(quint32 fileType, QIODevice &file, const ProgressH
         u"The receiver has all %1 records of the %2 file; whether it accepted the file is not known. "
         "Sending the file again replaces it."_s.arg(progress.totalRecords)
             .arg(fileTypeName(fileType));
-    const Answer answer = transferMessage(Wire::p6TransferComplete, crcPayload(crc),
+    const Answer answer = transferMessage(Wire::TransferComplete::type, crcPayload(crc),
                                           u"Transfer Complete"_s,
-                                          limit(m_parameters.completeTimeout), Wire::crcSize);
+                                          limit(m_parameters.completeTimeout), Wire::P6::crcSize);
     const auto receiverCrc = qFromLittleEndian<quint32>(answer.payload.constData());
     if (answer.code != Wire::resultSuccess || receiverCrc != crc) {
         m_transferState =
@@ -231,15 +236,17 @@ TransferResult Peer::sendFile(quint32 fileType, QIODevice &file, const ProgressH
 bool Peer::sendRecord(quint32 number, const QByteArray &data, TransferProgress &progress,
                       const ProgressHandler &onProgress)
 {
-    const qsizetype frames = (data.size() + Wire::frameSize - 1) / Wire::frameSize;
-    QByteArray start(Wire::recordStartSize, '\0');
-    start[Wire::framesToFollowOffset] = char(frames);
-    put(start, Wire::blockNumberOffset, number);
-    m_link.send(Wire::p6Id(Wire::nodeShipwright, m_settings.destination, Wire::p6RecordStart, 0, 0),
+    const qsizetype frames = (data.size() + Wire::DataFrame::size - 1) / Wire::DataFrame::size;
+    QByteArray start(Wire::RecordStart::size, '\0');
+    start[Wire::RecordStart::framesToFollow] = char(frames);
+    put(start, Wire::RecordStart::recordNumber, number);
+    m_link.send(Wire::P6::messageId(Wire::nodeShipwright, m_settings.destination,
+                                    Wire::RecordStart::type, 0, 0),
                 start);
     for (qsizetype i = 0; i < frames; ++i) {
-        m_link.send(Wire::p6DataFrameId(Wire::nodeShipwright, m_settings.destination, quint32(i)),
-                    data.mid(i * Wire::frameSize, Wire::frameSize));
+        m_link.send(
+            Wire::DataFrame::messageId(Wire::nodeShipwright, m_settings.destination, quint32(i)),
+            data.mid(i * Wire::DataFrame::size, Wire::DataFrame::size));
         ++progress.frames;
     }
     onProgress(progress);
@@ -247,14 +254,14 @@ bool Peer::sendRecord(quint32 number, const QByteArray &data, TransferProgress &
     const QString what =
         u"Record End of record %1 of %2"_s.arg(number + 1).arg(progress.totalRecords);
     const quint32 crc = crc32Of(crc32Of(0, {}), data);
-    const Answer answer = transferMessage(Wire::p6RecordEnd, crcPayload(crc), what,
+    const Answer answer = transferMessage(Wire::RecordEnd::type, crcPayload(crc), what,
                                           limit(m_parameters.recordTimeout),
-                                          Wire::recordEndReplySize);
+                                          Wire::RecordEnd::responseSize);
     const char verdict = answer.payload.at(0);
-    if (answer.code == Wire::resultFailure && verdict == Wire::recordRejected)
+    if (answer.code == Wire::resultFailure && verdict == Wire::RecordEnd::rejected)
         return false;
     expectSuccess(answer, what, {});
-    if (verdict != Wire::recordAccepted) {
+    if (verdict != Wire::RecordEnd::accepted) {
         throw Failure(Exit::BadAnswer,
                       u"The receiver answered %1 with code 0 but the verdict %2."_s.arg(what).arg(
                           uchar(verdict)));
