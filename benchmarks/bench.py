@@ -66,7 +66,7 @@ class Bench:
         if section not in self.samples:
             pace = ["--bitrate", "1000000"] if wire else []
             output = subprocess.run(
-                [SANDBOX, "--bench", self.build, *pace, "--", sys.executable,
+                [SANDBOX, "--virtual-bus", self.build, *pace, "--", sys.executable,
                  HERE / "processes.py", self.build, section,
                  str(max(1, runs // 5) if self.quick else runs)],
                 check=True, stdout=subprocess.PIPE).stdout

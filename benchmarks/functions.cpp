@@ -1,9 +1,9 @@
 // What the receiver's functions cost next to what they are measured against. Each benchmark is a
 // row and reports the CPU time of each side, in nanoseconds; scripts/bench makes the ratios.
 
+#include "benchreceiver.h"
 #include "log.h"
 #include "paths.h"
-#include "receiver.h"
 #include "wire.h"
 
 #include <QCoreApplication>

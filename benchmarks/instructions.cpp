@@ -1,7 +1,7 @@
 // Work of a fixed size for callgrind, which dumps what each piece took under the piece's name.
 // compare-instructions runs it.
 
-#include "receiver.h"
+#include "benchreceiver.h"
 
 #include <QCoreApplication>
 #include <QSignalBlocker>

@@ -1,4 +1,4 @@
-"""Measures whole processes on the bench bus; every function returns {side: [figure of each run]}.
+"""Measures whole processes on the virtual bus; every function returns {side: [figure of each run]}.
 
 It is run inside the sandbox, which bench.py does:  processes.py BUILD_DIR SECTION RUNS
 """
@@ -39,7 +39,7 @@ def hide_paths():
 
 
 def environment(screen="offscreen", rules=None):
-    kept = {name: os.environ[name] for name in ("BENCHBUS_SOCKET", "HOME", "PATH")}
+    kept = {name: os.environ[name] for name in ("VIRTUALBUS_SOCKET", "HOME", "PATH")}
     return kept | {"QT_QPA_PLATFORM": SCREENS[screen], "QT_QUICK_BACKEND": "software",
                    "XDG_RUNTIME_DIR": os.getcwd(), "LC_ALL": "C.UTF-8",
                    "FONTCONFIG_FILE": str(DEPLOY / "fonts.conf"),

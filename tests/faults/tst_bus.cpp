@@ -1,4 +1,4 @@
-// A bus, a device and a peer that misbehave.
+// A bus, a device and a service tool that misbehave.
 #include "faulttest.h"
 #include "servicetree.h"
 
@@ -57,10 +57,10 @@ private slots:
     void deviceThatRefusesToWrite();
     void deviceThatRefusesEachAnswerInTurn();
     void deviceThatGoesDownAtEachFrameStaysDown();
-    void peerThatVanishesAtEachFrameAndComesBack();
-    void peerThatVanishesAtEachFrameOfAnotherFile();
-    void peerThatLosesEachFrameInTurn();
-    void peerThatSendsEachFrameTwice();
+    void serviceToolThatVanishesAtEachFrameAndComesBack();
+    void serviceToolThatVanishesAtEachFrameOfAnotherFile();
+    void serviceToolThatLosesEachFrameInTurn();
+    void serviceToolThatSendsEachFrameTwice();
     void floodForOthers_data();
     void floodForOthers();
 
@@ -184,7 +184,7 @@ void tst_Bus::deviceThatGoesDownAtEachFrameStaysDown()
     }
 }
 
-void tst_Bus::peerThatVanishesAtEachFrameAndComesBack()
+void tst_Bus::serviceToolThatVanishesAtEachFrameAndComesBack()
 {
     StartedReceiver receiver;
     const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
@@ -196,7 +196,7 @@ void tst_Bus::peerThatVanishesAtEachFrameAndComesBack()
     }
 }
 
-void tst_Bus::peerThatVanishesAtEachFrameOfAnotherFile()
+void tst_Bus::serviceToolThatVanishesAtEachFrameOfAnotherFile()
 {
     StartedReceiver receiver;
     for (const auto fileType : {quint8(1), quint8(2), quint8(3), quint8(200)}) {
@@ -212,7 +212,7 @@ void tst_Bus::peerThatVanishesAtEachFrameOfAnotherFile()
 
 /// A lost data frame, and a lost bracket around a record, shows as a mismatch somewhere; never is
 /// a file taken that is not the one sent.
-void tst_Bus::peerThatLosesEachFrameInTurn()
+void tst_Bus::serviceToolThatLosesEachFrameInTurn()
 {
     StartedReceiver receiver;
     const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
@@ -235,7 +235,7 @@ void tst_Bus::peerThatLosesEachFrameInTurn()
 
 /// Data frames are taken once. A repeated Record End appends its record again, which the CRC-32
 /// over the file tells, except after the last record: it ends at the announced size.
-void tst_Bus::peerThatSendsEachFrameTwice()
+void tst_Bus::serviceToolThatSendsEachFrameTwice()
 {
     StartedReceiver receiver;
     const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);

@@ -8,7 +8,7 @@
 
 #include <linux/can.h>
 
-/// A fuzz input: frames as they cross the bench bus, 16 bytes each. The receiver's filter keeps
+/// A fuzz input: frames as they cross the virtual bus, 16 bytes each. The receiver's filter keeps
 /// frames of the 11-bit format away, so that these serve as events of the device and the storage.
 namespace Fuzz {
 

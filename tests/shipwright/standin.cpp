@@ -1,4 +1,4 @@
-// A participant on the bench bus that answers like a receiver, with a defect if asked for one.
+// A participant on the virtual bus that answers like a receiver, with a defect if asked for one.
 
 #include "receivermodel.h"
 

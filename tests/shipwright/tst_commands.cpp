@@ -1,4 +1,4 @@
-#include "bench.h"
+#include "fixture.h"
 
 #include <QTest>
 #include <QTimeZone>
@@ -41,9 +41,9 @@ private slots:
 
 void CommandsTest::connect_sendsTheHandshake()
 {
-    Bench bench;
-    bench.peer.startConfiguration();
-    QCOMPARE(bench.bus.sent, QStringList{u"0F1A02C0#A55A"_s});
+    Fixture fixture;
+    fixture.peer.startConfiguration();
+    QCOMPARE(fixture.bus.sent, QStringList{u"0F1A02C0#A55A"_s});
 }
 
 void CommandsTest::connect_usesSlotAndDestination()
@@ -51,25 +51,27 @@ void CommandsTest::connect_usesSlotAndDestination()
     PeerSettings settings;
     settings.slot = 3;
     settings.destination = 14;
-    Bench bench(settings);
-    bench.peer.startConfiguration();
-    QCOMPARE(bench.bus.sent, QStringList{u"0F0E1AC0#A55A"_s});
+    Fixture fixture(settings);
+    fixture.peer.startConfiguration();
+    QCOMPARE(fixture.bus.sent, QStringList{u"0F0E1AC0#A55A"_s});
 }
 
 void CommandsTest::connect_refusedNamesTheCode()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x0F5840BA, "")}; };
-    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x0F5840BA, "")}; };
+    const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::Refused);
     QCOMPARE(failure.message, u"The receiver refused start of configuration with code 186."_s);
 }
 
 void CommandsTest::connect_wrongHandshakeIsABadAnswer()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x0F584000, "a55a")}; };
-    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
+        return QList{frame(0x0F584000, "a55a")};
+    };
+    const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::BadAnswer);
     QCOMPARE(failure.message,
              u"The answer to start of configuration carries A55A where 5AA5 was expected."_s);
@@ -77,36 +79,36 @@ void CommandsTest::connect_wrongHandshakeIsABadAnswer()
 
 void CommandsTest::silence_namesWhatWasSentAwaitedAndForHowLong()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
-    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
+    const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::NoAnswer);
     QCOMPARE(
         failure.message,
         u"No answer to start of configuration: sent 0F1A02C0#A55A, awaited identifier 0F584000 "
         "for 1000 ms; nothing came instead."_s);
     QVERIFY(!failure.hint.isEmpty());
-    QCOMPARE(bench.clock.now(), 1000);
+    QCOMPARE(fixture.clock.now(), 1000);
 }
 
 void CommandsTest::silence_lastsAsLongAsAskedFor()
 {
     PeerSettings settings;
     settings.timeout = 250;
-    Bench bench(settings);
-    bench.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
-    QCOMPARE(failureOf([&] { bench.peer.startConfiguration(); }).exit, Exit::NoAnswer);
-    QCOMPARE(bench.clock.now(), 250);
+    Fixture fixture(settings);
+    fixture.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
+    QCOMPARE(failureOf([&] { fixture.peer.startConfiguration(); }).exit, Exit::NoAnswer);
+    QCOMPARE(fixture.clock.now(), 250);
 }
 
 void CommandsTest::silence_namesWhatCameInstead()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
         return QList{frame(0x0F594000, "5aa5"), frame(0x0F584800, ""), frame(0x123456, "01"),
                      frame(0x123457, "02")};
     };
-    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QVERIFY2(failure.message.endsWith(
                  u"what came instead: 0F594000#5AA5, 0F584800#, 00123456#01 and 1 more."_s),
              qPrintable(failure.message));
@@ -114,12 +116,12 @@ void CommandsTest::silence_namesWhatCameInstead()
 
 void CommandsTest::silence_tellsTheConditionOfTheBus()
 {
-    Bench bench;
-    bench.bus.status = QCanBusDevice::CanBusStatus::Error;
+    Fixture fixture;
+    fixture.bus.status = QCanBusDevice::CanBusStatus::Error;
     QCanBusFrame noAcknowledgement(QCanBusFrame::ErrorFrame);
     noAcknowledgement.setError(QCanBusFrame::MissingAcknowledgmentError);
-    bench.bus.tamper = [&](const auto &, const auto &) { return QList{noAcknowledgement}; };
-    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    fixture.bus.tamper = [&](const auto &, const auto &) { return QList{noAcknowledgement}; };
+    const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QVERIFY2(
         failure.message.endsWith(u"nothing came instead; the controller is error passive, last "
                                  "bus error: Received no ACK on transmission."_s),
@@ -128,41 +130,44 @@ void CommandsTest::silence_tellsTheConditionOfTheBus()
 
 void CommandsTest::answer_justInTimeCounts()
 {
-    Bench bench;
-    bench.bus.answerDelay = 1000;
-    bench.peer.startConfiguration();
-    bench.bus.answerDelay = 1001;
-    QCOMPARE(failureOf([&] { bench.peer.startConfiguration(); }).exit, Exit::NoAnswer);
+    Fixture fixture;
+    fixture.bus.answerDelay = 1000;
+    fixture.peer.startConfiguration();
+    fixture.bus.answerDelay = 1001;
+    QCOMPARE(failureOf([&] { fixture.peer.startConfiguration(); }).exit, Exit::NoAnswer);
 }
 
 void CommandsTest::answer_inAnotherSlotDoesNotCount()
 {
     PeerSettings settings;
     settings.slot = 1;
-    Bench bench(settings);
-    bench.bus.receiver.setDefect(ReceiverModel::Defect::IgnoresSlot);
-    QCOMPARE(failureOf([&] { bench.peer.startConfiguration(); }).exit, Exit::NoAnswer);
+    Fixture fixture(settings);
+    fixture.bus.receiver.setDefect(ReceiverModel::Defect::IgnoresSlot);
+    QCOMPARE(failureOf([&] { fixture.peer.startConfiguration(); }).exit, Exit::NoAnswer);
 }
 
 void CommandsTest::answer_leftOverFromBeforeDoesNotCount()
 {
-    Bench bench;
-    bench.bus.deliver(frame(0x0F5840BA, ""));
-    bench.peer.startConfiguration();
+    Fixture fixture;
+    fixture.bus.deliver(frame(0x0F5840BA, ""));
+    fixture.peer.startConfiguration();
 }
 
 void CommandsTest::answer_toAnotherNodeDoesNotCount()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x0F574000, "5aa5")}; };
-    QCOMPARE(failureOf([&] { bench.peer.startConfiguration(); }).exit, Exit::NoAnswer);
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
+        return QList{frame(0x0F574000, "5aa5")};
+    };
+    QCOMPARE(failureOf([&] { fixture.peer.startConfiguration(); }).exit, Exit::NoAnswer);
 }
 
 void CommandsTest::time_goesOutInUtc()
 {
-    Bench bench;
-    bench.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(16, 7, 9), Qt::OffsetFromUTC, 7200));
-    QCOMPARE(bench.bus.sent, QStringList{u"0F1A02C1#1803050E0709"_s});
+    Fixture fixture;
+    fixture.peer.setDateTime(
+        QDateTime(QDate(2024, 3, 5), QTime(16, 7, 9), Qt::OffsetFromUTC, 7200));
+    QCOMPARE(fixture.bus.sent, QStringList{u"0F1A02C1#1803050E0709"_s});
 }
 
 void CommandsTest::time_outsideTheWireIsRefused_data()
@@ -176,31 +181,31 @@ void CommandsTest::time_outsideTheWireIsRefused_data()
 void CommandsTest::time_outsideTheWireIsRefused()
 {
     QFETCH(QDateTime, time);
-    Bench bench;
-    QCOMPARE(failureOf([&] { bench.peer.setDateTime(time); }).exit, Exit::Usage);
-    QVERIFY(bench.bus.sent.isEmpty());
+    Fixture fixture;
+    QCOMPARE(failureOf([&] { fixture.peer.setDateTime(time); }).exit, Exit::Usage);
+    QVERIFY(fixture.bus.sent.isEmpty());
 }
 
 void CommandsTest::time_refusedByTheReceiver()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
         return QList{frame(0x0F5840BA, "1803050E0709")};
     };
     const Failure failure = failureOf(
-        [&] { bench.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC)); });
+        [&] { fixture.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC)); });
     QCOMPARE(failure.exit, Exit::Refused);
     QCOMPARE(failure.message, u"The receiver refused set date and time with code 186."_s);
 }
 
 void CommandsTest::time_echoedWrongIsABadAnswer()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
         return QList{frame(0x0F584000, "1803050E0708")};
     };
     const Failure failure = failureOf(
-        [&] { bench.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC)); });
+        [&] { fixture.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC)); });
     QCOMPARE(failure.exit, Exit::BadAnswer);
 }
 
@@ -223,10 +228,10 @@ void CommandsTest::serial_splitsAfterSevenBytes()
 {
     QFETCH(QString, serial);
     QFETCH(QStringList, sent);
-    Bench bench;
-    bench.peer.setSerialNumber(serial);
-    QCOMPARE(bench.bus.sent, sent);
-    QCOMPARE(bench.bus.receiver.serialNumber(), serial);
+    Fixture fixture;
+    fixture.peer.setSerialNumber(serial);
+    QCOMPARE(fixture.bus.sent, sent);
+    QCOMPARE(fixture.bus.receiver.serialNumber(), serial);
 }
 
 void CommandsTest::serial_thatTheWireCannotCarryIsRefused_data()
@@ -249,21 +254,21 @@ void CommandsTest::serial_thatTheWireCannotCarryIsRefused()
 {
     QFETCH(QString, serial);
     QFETCH(QString, reason);
-    Bench bench;
-    const Failure failure = failureOf([&] { bench.peer.setSerialNumber(serial); });
+    Fixture fixture;
+    const Failure failure = failureOf([&] { fixture.peer.setSerialNumber(serial); });
     QCOMPARE(failure.exit, Exit::Usage);
     QCOMPARE(failure.message,
              u"The serial number \""_s + serial + u"\" cannot be sent: "_s + reason + u'.');
-    QVERIFY(bench.bus.sent.isEmpty());
+    QVERIFY(fixture.bus.sent.isEmpty());
 }
 
 void CommandsTest::serial_storageFailureInTheSecondFrame()
 {
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x0F1A02C3 ? QList{frame(0x0F5840BA, "")} : answers;
     };
-    const Failure failure = failureOf([&] { bench.peer.setSerialNumber(u"ABCDEFGH"_s); });
+    const Failure failure = failureOf([&] { fixture.peer.setSerialNumber(u"ABCDEFGH"_s); });
     QCOMPARE(failure.exit, Exit::Refused);
     QCOMPARE(failure.message,
              u"The receiver refused set serial number, second frame with code 186."_s);
@@ -271,28 +276,28 @@ void CommandsTest::serial_storageFailureInTheSecondFrame()
 
 void CommandsTest::end_sendsTheCommand()
 {
-    Bench bench;
-    bench.peer.startConfiguration();
-    QVERIFY(!bench.peer.receiverState().isEmpty());
-    bench.peer.endConfiguration();
-    QCOMPARE(bench.bus.sent.last(), u"0F1A02C4#"_s);
-    QVERIFY(bench.peer.receiverState().isEmpty());
+    Fixture fixture;
+    fixture.peer.startConfiguration();
+    QVERIFY(!fixture.peer.receiverState().isEmpty());
+    fixture.peer.endConfiguration();
+    QCOMPARE(fixture.bus.sent.last(), u"0F1A02C4#"_s);
+    QVERIFY(fixture.peer.receiverState().isEmpty());
 }
 
 void CommandsTest::info_leavesATransferAlone()
 {
-    Bench bench;
-    bench.peer.receiverParameters();
-    QCOMPARE(bench.bus.sent, QStringList{u"1B1A0000#"_s});
+    Fixture fixture;
+    fixture.peer.receiverParameters();
+    QCOMPARE(fixture.bus.sent, QStringList{u"1B1A0000#"_s});
 }
 
 void CommandsTest::info_readsEveryParameter()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
         return QList{frame(0x1B58001D, "0b02010002000300")};
     };
-    const ReceiverParameters parameters = bench.peer.receiverParameters();
+    const ReceiverParameters parameters = fixture.peer.receiverParameters();
     QCOMPARE(parameters.version, 2u);
     QCOMPARE(parameters.flag, true);
     QCOMPARE(parameters.frameLimit, 258u);
@@ -303,9 +308,11 @@ void CommandsTest::info_readsEveryParameter()
 
 void CommandsTest::info_shortAnswerIsABadAnswer()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) { return QList{frame(0x1B58001D, "0a3f")}; };
-    const Failure failure = failureOf([&] { bench.peer.receiverParameters(); });
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
+        return QList{frame(0x1B58001D, "0a3f")};
+    };
+    const Failure failure = failureOf([&] { fixture.peer.receiverParameters(); });
     QCOMPARE(failure.exit, Exit::BadAnswer);
     QCOMPARE(failure.message,
              u"The answer to Transfer Info has 2 bytes (0a3f) where 8 were expected."_s);

@@ -1,4 +1,4 @@
-#include "bench.h"
+#include "fixture.h"
 
 #include <conformance.h>
 
@@ -20,12 +20,12 @@ private slots:
     void silentReceiver_failsEveryCheck();
 };
 
-static QStringList failedChecks(Bench &bench, bool destructive = true)
+static QStringList failedChecks(Fixture &fixture, bool destructive = true)
 {
     QStringList failed;
     ConformanceSettings settings;
     settings.destructive = destructive;
-    checkConformance(bench.link, settings, [&failed](const ConformanceResult &result) {
+    checkConformance(fixture.link, settings, [&failed](const ConformanceResult &result) {
         if (result.outcome == ConformanceResult::Outcome::Failed)
             failed += result.name;
     });
@@ -34,23 +34,23 @@ static QStringList failedChecks(Bench &bench, bool destructive = true)
 
 void ConformanceTest::rightReceiver_passes()
 {
-    Bench bench;
-    QCOMPARE(failedChecks(bench), QStringList());
-    QCOMPARE(bench.bus.receiver.serialNumber(), u"TEST12345678"_s);
-    QCOMPARE(bench.bus.receiver.file(0), QByteArrayLiteral("{}\n"));
+    Fixture fixture;
+    QCOMPARE(failedChecks(fixture), QStringList());
+    QCOMPARE(fixture.bus.receiver.serialNumber(), u"TEST12345678"_s);
+    QCOMPARE(fixture.bus.receiver.file(0), QByteArrayLiteral("{}\n"));
 }
 
 void ConformanceTest::withoutConsent_nothingIsChangedThatLasts()
 {
-    Bench bench;
-    QCOMPARE(failedChecks(bench, false), QStringList());
-    QCOMPARE(bench.bus.receiver.serialNumber(), u"NotReceived"_s);
-    QCOMPARE(bench.bus.receiver.clock(), QByteArray());
-    QCOMPARE(bench.bus.receiver.installations(), 0);
-    QCOMPARE(bench.bus.receiver.file(0), QByteArray());
-    QCOMPARE(bench.bus.receiver.file(1), QByteArray());
-    QCOMPARE(bench.bus.receiver.file(3), QByteArray());
-    QVERIFY(!bench.bus.receiver.file(2).isEmpty());
+    Fixture fixture;
+    QCOMPARE(failedChecks(fixture, false), QStringList());
+    QCOMPARE(fixture.bus.receiver.serialNumber(), u"NotReceived"_s);
+    QCOMPARE(fixture.bus.receiver.clock(), QByteArray());
+    QCOMPARE(fixture.bus.receiver.installations(), 0);
+    QCOMPARE(fixture.bus.receiver.file(0), QByteArray());
+    QCOMPARE(fixture.bus.receiver.file(1), QByteArray());
+    QCOMPARE(fixture.bus.receiver.file(3), QByteArray());
+    QVERIFY(!fixture.bus.receiver.file(2).isEmpty());
 }
 
 void ConformanceTest::brokenReceiver_fails_data()
@@ -89,20 +89,20 @@ void ConformanceTest::brokenReceiver_fails_data()
 void ConformanceTest::brokenReceiver_fails()
 {
     QFETCH(QString, check);
-    Bench bench;
+    Fixture fixture;
     const auto defect = ReceiverModel::defectFromName(QString::fromLatin1(QTest::currentDataTag()));
     QVERIFY(defect);
-    bench.bus.receiver.setDefect(*defect);
-    const QStringList failed = failedChecks(bench);
+    fixture.bus.receiver.setDefect(*defect);
+    const QStringList failed = failedChecks(fixture);
     QVERIFY2(failed.contains(check), qPrintable(failed.join(u'\n')));
 }
 
 void ConformanceTest::deviation_namesWhatWasDueAndWhatCame()
 {
-    Bench bench;
-    bench.bus.receiver.setDefect(ReceiverModel::Defect::IgnoresSlot);
+    Fixture fixture;
+    fixture.bus.receiver.setDefect(ReceiverModel::Defect::IgnoresSlot);
     QStringList deviations;
-    checkConformance(bench.link, {}, [&deviations](const ConformanceResult &result) {
+    checkConformance(fixture.link, {}, [&deviations](const ConformanceResult &result) {
         deviations += result.deviation;
     });
     QCOMPARE(deviations.first(), u"due: 0F584800#5AA5; came: 0F584000#5AA5"_s);
@@ -110,12 +110,13 @@ void ConformanceTest::deviation_namesWhatWasDueAndWhatCame()
 
 void ConformanceTest::silentReceiver_failsEveryCheck()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
     int checks = 0;
-    const int failed = checkConformance(bench.link, {}, [&checks](const ConformanceResult &result) {
-        checks += result.outcome != ConformanceResult::Outcome::Skipped;
-    });
+    const int failed = checkConformance(
+        fixture.link, {}, [&checks](const ConformanceResult &result) {
+            checks += result.outcome != ConformanceResult::Outcome::Skipped;
+        });
     QVERIFY(checks > 40);
     QCOMPARE(failed, checks);
 }

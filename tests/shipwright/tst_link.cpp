@@ -1,4 +1,4 @@
-#include "bench.h"
+#include "fixture.h"
 
 #include <QTest>
 
@@ -42,32 +42,32 @@ void LinkTest::open_refusedNamesTheCause()
 
 void LinkTest::fullSendBuffer_isWaitedFor()
 {
-    Bench bench;
-    bench.bus.refusedWrites = 20;
-    bench.link.send(0x1B1A4000, QByteArrayLiteral("\1"));
-    QCOMPARE(bench.bus.sent, QStringList{u"1B1A4000#01"_s});
-    QCOMPARE(bench.bus.writeAttempts, 21);
+    Fixture fixture;
+    fixture.bus.refusedWrites = 20;
+    fixture.link.send(0x1B1A4000, QByteArrayLiteral("\1"));
+    QCOMPARE(fixture.bus.sent, QStringList{u"1B1A4000#01"_s});
+    QCOMPARE(fixture.bus.writeAttempts, 21);
 }
 
 void LinkTest::fullSendBuffer_losesNoFrameOfATransfer()
 {
     // A queue of ten frames, drained one frame a millisecond.
-    Bench bench;
-    bench.bus.onWritten = [&bench](const QCanBusFrame &) {
-        if (bench.bus.sent.size() % 10 == 0)
-            bench.bus.refusedWrites = 3;
+    Fixture fixture;
+    fixture.bus.onWritten = [&fixture](const QCanBusFrame &) {
+        if (fixture.bus.sent.size() % 10 == 0)
+            fixture.bus.refusedWrites = 3;
     };
-    bench.send(2, pattern(5000));
-    QCOMPARE(bench.bus.receiver.file(2), pattern(5000));
-    QCOMPARE(bench.progress.last().repeated, 0u);
+    fixture.send(2, pattern(5000));
+    QCOMPARE(fixture.bus.receiver.file(2), pattern(5000));
+    QCOMPARE(fixture.progress.last().repeated, 0u);
 }
 
 void LinkTest::fullSendBuffer_forTooLongNamesTheCause()
 {
-    Bench bench;
-    bench.bus.refusedWrites = 1'000'000;
-    bench.bus.status = QCanBusDevice::CanBusStatus::BusOff;
-    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    Fixture fixture;
+    fixture.bus.refusedWrites = 1'000'000;
+    fixture.bus.status = QCanBusDevice::CanBusStatus::BusOff;
+    const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::SendBlocked);
     QCOMPARE(
         failure.message,
@@ -79,57 +79,57 @@ void LinkTest::fullSendBuffer_forTooLongNamesTheCause()
 void LinkTest::slowQueue_doesNotEatTheReceiversTime()
 {
     // 66 frames of a record take 3.3 s to leave, more than the second that the answer may take.
-    Bench bench;
-    bench.bus.queueInterval = 50;
-    bench.send(2, pattern(512));
-    QCOMPARE(bench.bus.receiver.file(2), pattern(512));
+    Fixture fixture;
+    fixture.bus.queueInterval = 50;
+    fixture.send(2, pattern(512));
+    QCOMPARE(fixture.bus.receiver.file(2), pattern(512));
 }
 
 void LinkTest::stuckQueue_namesTheCause()
 {
-    Bench bench;
-    bench.bus.queueInterval = 1'000'000;
-    const Failure failure = failureOf([&] { bench.peer.startConfiguration(); });
+    Fixture fixture;
+    fixture.bus.queueInterval = 1'000'000;
+    const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::SendBlocked);
     QCOMPARE(failure.message, u"Frames (1) stay in the send buffer for 1000 ms."_s);
 }
 
 void LinkTest::receive_takesFramesInOrder()
 {
-    Bench bench;
-    bench.bus.deliver(frame(0x10000001, "01"));
-    bench.bus.deliver(frame(0x10000002, "02"));
-    QCOMPARE(bench.link.receive(0)->frameId(), 0x10000001u);
-    QCOMPARE(bench.link.receive(0)->frameId(), 0x10000002u);
-    QVERIFY(!bench.link.receive(0));
+    Fixture fixture;
+    fixture.bus.deliver(frame(0x10000001, "01"));
+    fixture.bus.deliver(frame(0x10000002, "02"));
+    QCOMPARE(fixture.link.receive(0)->frameId(), 0x10000001u);
+    QCOMPARE(fixture.link.receive(0)->frameId(), 0x10000002u);
+    QVERIFY(!fixture.link.receive(0));
 }
 
 void LinkTest::receive_skipsBaseFormatAndErrorFrames()
 {
-    Bench bench;
-    bench.bus.deliver(QCanBusFrame(0x123, {}));
-    bench.bus.deliver(QCanBusFrame(QCanBusFrame::ErrorFrame));
-    bench.bus.deliver(frame(0x10000002, "02"));
-    QCOMPARE(bench.link.receive(0)->frameId(), 0x10000002u);
+    Fixture fixture;
+    fixture.bus.deliver(QCanBusFrame(0x123, {}));
+    fixture.bus.deliver(QCanBusFrame(QCanBusFrame::ErrorFrame));
+    fixture.bus.deliver(frame(0x10000002, "02"));
+    QCOMPARE(fixture.link.receive(0)->frameId(), 0x10000002u);
 }
 
 void LinkTest::interruption_endsAWait()
 {
-    Bench bench;
-    bench.clock.at(300, [&bench] { bench.link.interrupt(); });
-    QCOMPARE(failureOf([&] { bench.link.receive(1000); }).exit, Exit::Interrupted);
-    QCOMPARE(bench.clock.now(), 300);
+    Fixture fixture;
+    fixture.clock.at(300, [&fixture] { fixture.link.interrupt(); });
+    QCOMPARE(failureOf([&] { fixture.link.receive(1000); }).exit, Exit::Interrupted);
+    QCOMPARE(fixture.clock.now(), 300);
 }
 
 void LinkTest::observers_seeBothDirectionsWithTimeStamps()
 {
-    Bench bench;
+    Fixture fixture;
     QStringList seen;
-    bench.link.addObserver([&seen](const QCanBusFrame &frame, Direction direction) {
+    fixture.link.addObserver([&seen](const QCanBusFrame &frame, Direction direction) {
         QVERIFY(frame.timeStamp().seconds() > 0);
         seen += (direction == Direction::Sent ? u"> "_s : u"< "_s) + text(frame);
     });
-    bench.peer.startConfiguration();
+    fixture.peer.startConfiguration();
     QCOMPARE(seen, (QStringList{u"> 0F1A02C0#A55A"_s, u"< 0F584000#5AA5"_s}));
 }
 
@@ -155,51 +155,51 @@ void LinkTest::fault_changesWhatGoesOut()
 {
     QFETCH(QString, fault);
     QFETCH(QStringList, sent);
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(fault);
-    bench.link.setFaults(faults);
-    bench.link.send(0x1B1AF000, QByteArray::fromHex("aa01"));
-    bench.link.send(0x1B1AF010, QByteArray::fromHex("bb02"));
-    bench.link.send(0x1B1AF020, QByteArray::fromHex("cc03"));
-    QCOMPARE(bench.bus.sent, sent);
+    fixture.link.setFaults(faults);
+    fixture.link.send(0x1B1AF000, QByteArray::fromHex("aa01"));
+    fixture.link.send(0x1B1AF010, QByteArray::fromHex("bb02"));
+    fixture.link.send(0x1B1AF020, QByteArray::fromHex("cc03"));
+    QCOMPARE(fixture.bus.sent, sent);
 }
 
 void LinkTest::fault_delayHoldsBackTheFrame()
 {
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(u"delay=700@record-start"_s);
-    bench.link.setFaults(faults);
-    bench.link.send(0x1B1A2000, {});
-    QCOMPARE(bench.clock.now(), 700);
-    QCOMPARE(bench.bus.sent, QStringList{u"1B1A2000#"_s});
+    fixture.link.setFaults(faults);
+    fixture.link.send(0x1B1A2000, {});
+    QCOMPARE(fixture.clock.now(), 700);
+    QCOMPARE(fixture.bus.sent, QStringList{u"1B1A2000#"_s});
 }
 
 void LinkTest::fault_countsTheFramesOfItsKind()
 {
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(u"drop@record-end:2"_s);
     faults.add(u"drop@command:1"_s);
-    bench.link.setFaults(faults);
-    bench.link.send(0x1B1A2000, {});
-    bench.link.send(0x1B1A3000, {});
-    bench.link.send(0x0F1A02C0, {});
-    bench.link.send(0x1B1A3000, {});
-    QCOMPARE(bench.bus.sent, (QStringList{u"1B1A2000#"_s, u"1B1A3000#"_s}));
+    fixture.link.setFaults(faults);
+    fixture.link.send(0x1B1A2000, {});
+    fixture.link.send(0x1B1A3000, {});
+    fixture.link.send(0x0F1A02C0, {});
+    fixture.link.send(0x1B1A3000, {});
+    QCOMPARE(fixture.bus.sent, (QStringList{u"1B1A2000#"_s, u"1B1A3000#"_s}));
 }
 
 void LinkTest::fault_killClosesTheInterface()
 {
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(u"kill@any:2"_s);
-    bench.link.setFaults(faults);
-    bench.link.send(0x1B1A2000, {});
-    bench.link.send(0x1B1A2000, {});
-    QVERIFY(bench.bus.state() == QCanBusDevice::UnconnectedState);
-    QCOMPARE(failureOf([&] { bench.link.send(0x1B1A2000, {}); }).exit, Exit::Interface);
+    fixture.link.setFaults(faults);
+    fixture.link.send(0x1B1A2000, {});
+    fixture.link.send(0x1B1A2000, {});
+    QVERIFY(fixture.bus.state() == QCanBusDevice::UnconnectedState);
+    QCOMPARE(failureOf([&] { fixture.link.send(0x1B1A2000, {}); }).exit, Exit::Interface);
 }
 
 void LinkTest::fault_badTextIsRefused_data()

@@ -1,4 +1,4 @@
-// Every command of shipwright from end to end on the bench bus, against the receiver itself.
+// Every command of shipwright from end to end on the virtual bus, against the receiver itself.
 
 #include "receivermodel.h"
 
@@ -605,24 +605,24 @@ void ShipwrightTest::failure_noReceiver()
 
 void ShipwrightTest::failure_interfaceCannotBeOpened()
 {
-    qputenv("BENCHBUS_FAULTS", file(u"faults"_s, QByteArrayLiteral("connect\n")).toLocal8Bit());
+    qputenv("VIRTUALBUS_FAULTS", file(u"faults"_s, QByteArrayLiteral("connect\n")).toLocal8Bit());
     const Outcome outcome = shipwright({u"connect"_s});
-    qunsetenv("BENCHBUS_FAULTS");
+    qunsetenv("VIRTUALBUS_FAULTS");
     QCOMPARE(outcome.status, 4);
-    QVERIFY2(outcome.err.startsWith(u"shipwright: The CAN interface cannot be opened: Bench fault: "
+    QVERIFY2(outcome.err.startsWith(u"shipwright: The CAN interface cannot be opened: Bus fault: "
                                     "connect.\nTry: "_s),
              qPrintable(outcome.err));
 }
 
 void ShipwrightTest::failure_sendBufferStaysFull()
 {
-    qputenv("BENCHBUS_FAULTS", file(u"faults"_s, QByteArrayLiteral("write\n")).toLocal8Bit());
+    qputenv("VIRTUALBUS_FAULTS", file(u"faults"_s, QByteArrayLiteral("write\n")).toLocal8Bit());
     const Outcome outcome = shipwright({u"connect"_s, u"--timeout"_s, u"100"_s});
-    qunsetenv("BENCHBUS_FAULTS");
+    qunsetenv("VIRTUALBUS_FAULTS");
     QCOMPARE(outcome.status, 5);
     QVERIFY2(outcome.err.startsWith(u"shipwright: 0F1A02C0#A55A could not be sent for 10"_s),
              qPrintable(outcome.err));
-    QVERIFY2(outcome.err.contains(u" ms: Bench fault: write.\nTry: "_s), qPrintable(outcome.err));
+    QVERIFY2(outcome.err.contains(u" ms: Bus fault: write.\nTry: "_s), qPrintable(outcome.err));
 }
 
 void ShipwrightTest::interruption_tellsTheReceiversState()

@@ -1,4 +1,4 @@
-#include "bench.h"
+#include "fixture.h"
 
 #include <QTest>
 
@@ -42,15 +42,15 @@ private slots:
 
 void TransferTest::smallFile_frameByFrame()
 {
-    Bench bench;
-    bench.send(2, QByteArrayLiteral("123456789"));
+    Fixture fixture;
+    fixture.send(2, QByteArrayLiteral("123456789"));
     const QStringList expected{
         u"1B1A0000#020809000000"_s, u"1B1A1000#0208000001000000"_s,
         u"1B1A2000#0200000000"_s,   u"1B1AF000#3132333435363738"_s,
         u"1B1AF010#39"_s,           u"1B1A3000#2639F4CB"_s,
         u"1B1A4000#2639F4CB"_s,
     };
-    QCOMPARE(bench.bus.sent, expected);
+    QCOMPARE(fixture.bus.sent, expected);
 }
 
 void TransferTest::file_arrivesWhateverItsSize_data()
@@ -76,211 +76,211 @@ void TransferTest::file_arrivesWhateverItsSize()
 {
     QFETCH(qsizetype, size);
     QFETCH(quint32, records);
-    Bench bench;
-    const TransferProgress last = bench.send(3, pattern(size));
-    QCOMPARE(bench.bus.receiver.file(3), pattern(size));
+    Fixture fixture;
+    const TransferProgress last = fixture.send(3, pattern(size));
+    QCOMPARE(fixture.bus.receiver.file(3), pattern(size));
     QCOMPARE(last.records, records);
     QCOMPARE(last.bytes, quint64(size));
 }
 
 void TransferTest::file_onlyTheLastFrameIsShort()
 {
-    Bench bench;
-    bench.send(2, pattern(1027));
+    Fixture fixture;
+    fixture.send(2, pattern(1027));
     qsizetype shortFrames = 0;
-    for (const QString &sent : std::as_const(bench.bus.sent)) {
+    for (const QString &sent : std::as_const(fixture.bus.sent)) {
         if (sent.startsWith(u"1B1AF"_s) && sent.size() < 25)
             ++shortFrames;
     }
     QCOMPARE(shortFrames, 1);
-    QVERIFY(bench.bus.sent.contains(u"1B1AF000#141516"_s));
+    QVERIFY(fixture.bus.sent.contains(u"1B1AF000#141516"_s));
 }
 
 void TransferTest::emptyFile_hasNoRecords()
 {
-    Bench bench;
-    const TransferProgress last = bench.send(2, {});
+    Fixture fixture;
+    const TransferProgress last = fixture.send(2, {});
     const QStringList expected{
         u"1B1A0000#020800000000"_s,
         u"1B1A1000#0208000000000000"_s,
         u"1B1A4000#00000000"_s,
     };
-    QCOMPARE(bench.bus.sent, expected);
+    QCOMPARE(fixture.bus.sent, expected);
     QVERIFY(last.phase == TransferProgress::Phase::Confirmed);
 }
 
 void TransferTest::frameLimit_boundsTheRecords()
 {
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0a03e803e80360ea")}
                                             : answers;
     };
-    const TransferProgress last = bench.send(2, pattern(65));
+    const TransferProgress last = fixture.send(2, pattern(65));
     QCOMPARE(last.records, 3u);
-    QVERIFY(bench.bus.sent.contains(u"1B1A2000#0400000000"_s));
-    QVERIFY(bench.bus.sent.contains(u"1B1A2000#0102000000"_s));
+    QVERIFY(fixture.bus.sent.contains(u"1B1A2000#0400000000"_s));
+    QVERIFY(fixture.bus.sent.contains(u"1B1A2000#0102000000"_s));
 }
 
 void TransferTest::frameLimit_neverExceedsWhatTheWireNumbers()
 {
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0bffe803e80360ea")}
                                             : answers;
     };
-    bench.send(2, pattern(513));
-    QVERIFY(bench.bus.sent.contains(u"1B1A2000#4000000000"_s));
-    QCOMPARE(bench.bus.receiver.file(2), pattern(513));
+    fixture.send(2, pattern(513));
+    QVERIFY(fixture.bus.sent.contains(u"1B1A2000#4000000000"_s));
+    QCOMPARE(fixture.bus.receiver.file(2), pattern(513));
 }
 
 void TransferTest::record_refusedIsSentAgain()
 {
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(u"corrupt@data:65"_s);
-    bench.link.setFaults(faults);
-    const TransferProgress last = bench.send(2, pattern(600));
+    fixture.link.setFaults(faults);
+    const TransferProgress last = fixture.send(2, pattern(600));
     QCOMPARE(last.repeated, 1u);
-    QCOMPARE(bench.bus.receiver.file(2), pattern(600));
-    QCOMPARE(bench.bus.sent.count(u"1B1A2000#0B01000000"_s), 2);
+    QCOMPARE(fixture.bus.receiver.file(2), pattern(600));
+    QCOMPARE(fixture.bus.sent.count(u"1B1A2000#0B01000000"_s), 2);
 }
 
 void TransferTest::record_refusedTooOftenFails()
 {
     PeerSettings settings;
     settings.retries = 2;
-    Bench bench(settings);
+    Fixture fixture(settings);
     FaultPlan faults;
     faults.add(u"drop@data:1-"_s);
-    bench.link.setFaults(faults);
-    const Failure failure = failureOf([&] { bench.send(2, QByteArrayLiteral("123456789")); });
+    fixture.link.setFaults(faults);
+    const Failure failure = failureOf([&] { fixture.send(2, QByteArrayLiteral("123456789")); });
     QCOMPARE(failure.exit, Exit::RecordCrc);
     QCOMPARE(
         failure.message,
         u"The receiver refused record 1 of 1 with code 186 in each of 3 attempts: the CRC-32 that "
         "it computed is not 0xcbf43926, the one sent."_s);
-    QCOMPARE(bench.bus.sent.count(u"1B1A2000#0200000000"_s), 3);
+    QCOMPARE(fixture.bus.sent.count(u"1B1A2000#0200000000"_s), 3);
 }
 
 void TransferTest::record_noRetriesFailsAtOnce()
 {
     PeerSettings settings;
     settings.retries = 0;
-    Bench bench(settings);
+    Fixture fixture(settings);
     FaultPlan faults;
     faults.add(u"drop@data:1"_s);
-    bench.link.setFaults(faults);
-    QCOMPARE(failureOf([&] { bench.send(2, pattern(8)); }).exit, Exit::RecordCrc);
-    QCOMPARE(bench.bus.sent.count(u"1B1A2000#0100000000"_s), 1);
+    fixture.link.setFaults(faults);
+    QCOMPARE(failureOf([&] { fixture.send(2, pattern(8)); }).exit, Exit::RecordCrc);
+    QCOMPARE(fixture.bus.sent.count(u"1B1A2000#0100000000"_s), 1);
 }
 
 void TransferTest::record_codeThatIsNoRefusalFails()
 {
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A3000 ? QList{frame(0x1B583007, "01")} : answers;
     };
-    const Failure failure = failureOf([&] { bench.send(2, pattern(8)); });
+    const Failure failure = failureOf([&] { fixture.send(2, pattern(8)); });
     QCOMPARE(failure.exit, Exit::Refused);
     QCOMPARE(failure.message, u"The receiver refused Record End of record 1 of 1 with code 7."_s);
 }
 
 void TransferTest::record_contradictoryAnswerIsABadAnswer()
 {
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A3000 ? QList{frame(0x1B583000, "01")} : answers;
     };
-    QCOMPARE(failureOf([&] { bench.send(2, pattern(8)); }).exit, Exit::BadAnswer);
+    QCOMPARE(failureOf([&] { fixture.send(2, pattern(8)); }).exit, Exit::BadAnswer);
 }
 
 void TransferTest::record_answerAwaitedAsLongAsTheReceiverSays()
 {
-    Bench bench;
-    bench.bus.tamper = [&bench](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [&fixture](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         if (sent.frameId() == 0x1B1A0000)
             return QList{frame(0x1B580000, "0a3fe803881360ea")};
-        bench.bus.answerDelay = sent.frameId() == 0x1B1A3000 ? 5000 : 1;
+        fixture.bus.answerDelay = sent.frameId() == 0x1B1A3000 ? 5000 : 1;
         return answers;
     };
-    bench.send(2, pattern(8));
-    QVERIFY(bench.clock.now() >= 5000);
+    fixture.send(2, pattern(8));
+    QVERIFY(fixture.clock.now() >= 5000);
 }
 
 void TransferTest::record_unansweredIsNotSentAgain()
 {
     // The receiver may have appended the record: sending it again could append it twice.
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A3000 ? QList<QCanBusFrame>{} : answers;
     };
-    const Failure failure = failureOf([&] { bench.send(2, QByteArrayLiteral("123456789")); });
+    const Failure failure = failureOf([&] { fixture.send(2, QByteArrayLiteral("123456789")); });
     QCOMPARE(failure.exit, Exit::NoAnswer);
     QCOMPARE(
         failure.message,
         u"No answer to Record End of record 1 of 1: sent 1B1A3000#2639F4CB, awaited identifier "
         "1B583000 for 1000 ms; nothing came instead."_s);
-    QCOMPARE(bench.bus.sent.count(u"1B1A3000#2639F4CB"_s), 1);
+    QCOMPARE(fixture.bus.sent.count(u"1B1A3000#2639F4CB"_s), 1);
 }
 
 void TransferTest::info_refusedNamesTheVersions()
 {
-    Bench bench;
-    bench.bus.tamper = [](const auto &, const auto &) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const auto &, const auto &) {
         return QList{frame(0x1B58001D, "0e3fe803e80360ea")};
     };
-    const Failure failure = failureOf([&] { bench.send(2, pattern(8)); });
+    const Failure failure = failureOf([&] { fixture.send(2, pattern(8)); });
     QCOMPARE(failure.exit, Exit::Refused);
     QCOMPARE(failure.message, u"The receiver refused Transfer Info with code 29."_s);
     QCOMPARE(failure.hint, u"The receiver speaks protocol version 3, this tool version 2."_s);
-    QCOMPARE(bench.bus.sent.size(), 1);
+    QCOMPARE(fixture.bus.sent.size(), 1);
 }
 
 void TransferTest::initiate_refused()
 {
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A1000 ? QList{frame(0x1B58101E, "0000000000000000")}
                                             : answers;
     };
-    const Failure failure = failureOf([&] { bench.send(2, pattern(8)); });
+    const Failure failure = failureOf([&] { fixture.send(2, pattern(8)); });
     QCOMPARE(failure.exit, Exit::Refused);
     QCOMPARE(failure.message, u"The receiver refused Initiate Transfer with code 30."_s);
 }
 
 void TransferTest::complete_awaitedForTheLongLimit()
 {
-    Bench bench;
-    bench.bus.tamper = [&bench](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
-        bench.bus.answerDelay = sent.frameId() == 0x1B1A4000 ? 59'000 : 1;
+    Fixture fixture;
+    fixture.bus.tamper = [&fixture](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+        fixture.bus.answerDelay = sent.frameId() == 0x1B1A4000 ? 59'000 : 1;
         return answers;
     };
-    bench.send(0, pattern(8));
-    QVERIFY(bench.clock.now() >= 59'000);
-    QCOMPARE(bench.bus.receiver.installations(), 1);
+    fixture.send(0, pattern(8));
+    QVERIFY(fixture.clock.now() >= 59'000);
+    QCOMPARE(fixture.bus.receiver.installations(), 1);
 }
 
 void TransferTest::complete_shorterLimitWhenAskedFor()
 {
     PeerSettings settings;
     settings.timeout = 500;
-    Bench bench(settings);
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture(settings);
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A4000 ? QList<QCanBusFrame>{} : answers;
     };
-    QCOMPARE(failureOf([&] { bench.send(0, pattern(8)); }).exit, Exit::NoAnswer);
-    QVERIFY(bench.clock.now() < 600);
+    QCOMPARE(failureOf([&] { fixture.send(0, pattern(8)); }).exit, Exit::NoAnswer);
+    QVERIFY(fixture.clock.now() < 600);
 }
 
 void TransferTest::complete_crcDiffersShowsBothValues()
 {
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(u"repeat@record-end:1"_s);
-    bench.link.setFaults(faults);
+    fixture.link.setFaults(faults);
     const Failure failure = failureOf(
-        [&] { bench.send(2, QByteArray(512, 'a') + QByteArray(8, 'b')); });
+        [&] { fixture.send(2, QByteArray(512, 'a') + QByteArray(8, 'b')); });
     QCOMPARE(failure.exit, Exit::FileCrc);
     QCOMPARE(failure.message,
              u"The CRC-32 of the file differs: 0x94124c85 sent, 0x48964a4b at the receiver."_s);
@@ -288,9 +288,9 @@ void TransferTest::complete_crcDiffersShowsBothValues()
 
 void TransferTest::complete_successWithAnotherCrcIsABadAnswer()
 {
-    Bench bench;
-    bench.bus.receiver.setDefect(ReceiverModel::Defect::SwapsCrcBytes);
-    const Failure failure = failureOf([&] { bench.send(2, QByteArrayLiteral("123456789")); });
+    Fixture fixture;
+    fixture.bus.receiver.setDefect(ReceiverModel::Defect::SwapsCrcBytes);
+    const Failure failure = failureOf([&] { fixture.send(2, QByteArrayLiteral("123456789")); });
     QCOMPARE(failure.exit, Exit::BadAnswer);
     QCOMPARE(failure.message,
              u"The receiver answered Transfer Complete with code 0, but its CRC-32 of the file is "
@@ -299,52 +299,52 @@ void TransferTest::complete_successWithAnotherCrcIsABadAnswer()
 
 void TransferTest::parametersOfZero_fallBackToTheDefault()
 {
-    Bench bench;
-    bench.bus.answerDelay = 900;
-    bench.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+    Fixture fixture;
+    fixture.bus.answerDelay = 900;
+    fixture.bus.tamper = [](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
         return sent.frameId() == 0x1B1A0000 ? QList{frame(0x1B580000, "0a3f000000000000")}
                                             : answers;
     };
-    bench.send(2, pattern(600));
-    QCOMPARE(bench.bus.receiver.file(2), pattern(600));
+    fixture.send(2, pattern(600));
+    QCOMPARE(fixture.bus.receiver.file(2), pattern(600));
 }
 
 void TransferTest::progress_neverShowsAllBeforeTheReceiverConfirmed()
 {
-    Bench bench;
-    bench.send(2, pattern(1500));
+    Fixture fixture;
+    fixture.send(2, pattern(1500));
     quint64 bytes = 0;
-    for (const TransferProgress &p : std::as_const(bench.progress)) {
+    for (const TransferProgress &p : std::as_const(fixture.progress)) {
         QVERIFY(p.bytes >= bytes);
         bytes = p.bytes;
         if (p.phase == TransferProgress::Phase::Confirmed)
             QCOMPARE(p.bytes, 1500u);
     }
-    QVERIFY(bench.progress.last().phase == TransferProgress::Phase::Confirmed);
-    QVERIFY(bench.progress.at(bench.progress.size() - 2).phase
+    QVERIFY(fixture.progress.last().phase == TransferProgress::Phase::Confirmed);
+    QVERIFY(fixture.progress.at(fixture.progress.size() - 2).phase
             == TransferProgress::Phase::Confirming);
 }
 
 void TransferTest::progress_countsRepeatedRecords()
 {
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(u"drop@data:3"_s);
     faults.add(u"corrupt@data:70"_s);
-    bench.link.setFaults(faults);
-    const TransferProgress last = bench.send(2, pattern(600));
+    fixture.link.setFaults(faults);
+    const TransferProgress last = fixture.send(2, pattern(600));
     QCOMPARE(last.repeated, 2u);
     QCOMPARE(last.bytes, 600u);
 }
 
 void TransferTest::fileThatShrinks_isALocalFailure()
 {
-    Bench bench;
+    Fixture fixture;
     QByteArray content = pattern(1000);
     QBuffer file(&content);
     file.open(QIODevice::ReadOnly);
     const Failure failure = failureOf([&] {
-        bench.peer.sendFile(2, file, [&content](const TransferProgress &p) {
+        fixture.peer.sendFile(2, file, [&content](const TransferProgress &p) {
             if (p.records == 1)
                 content.truncate(600);
         });
@@ -355,56 +355,56 @@ void TransferTest::fileThatShrinks_isALocalFailure()
 
 void TransferTest::state_tellsWhatTheReceiverIsLeftWith()
 {
-    Bench bench;
+    Fixture fixture;
     FaultPlan faults;
     faults.add(u"abandon@data:100"_s);
-    bench.link.setFaults(faults);
-    const Failure failure = failureOf([&] { bench.send(3, pattern(1500)); });
+    fixture.link.setFaults(faults);
+    const Failure failure = failureOf([&] { fixture.send(3, pattern(1500)); });
     QCOMPARE(failure.exit, Exit::Abandoned);
-    QCOMPARE(bench.peer.receiverState(),
+    QCOMPARE(fixture.peer.receiverState(),
              u"The receiver holds an incomplete package file (1 of 3 records) and waits without a "
              "time limit; sending the file again replaces it."_s);
-    bench.send(3, pattern(1500));
-    QCOMPARE(bench.bus.receiver.file(3), pattern(1500));
-    QVERIFY(bench.peer.receiverState().isEmpty());
+    fixture.send(3, pattern(1500));
+    QCOMPARE(fixture.bus.receiver.file(3), pattern(1500));
+    QVERIFY(fixture.peer.receiverState().isEmpty());
 }
 
 void TransferTest::interruption_endsTheTransfer()
 {
-    Bench bench;
-    bench.bus.onWritten = [&bench](const QCanBusFrame &sent) {
+    Fixture fixture;
+    fixture.bus.onWritten = [&fixture](const QCanBusFrame &sent) {
         if (sent.frameId() == 0x1B1AF050)
-            bench.link.interrupt();
+            fixture.link.interrupt();
     };
-    const Failure failure = failureOf([&] { bench.send(2, pattern(1500)); });
+    const Failure failure = failureOf([&] { fixture.send(2, pattern(1500)); });
     QCOMPARE(failure.exit, Exit::Interrupted);
-    QCOMPARE(bench.bus.sent.last().left(8), u"1B1AF050"_s);
+    QCOMPARE(fixture.bus.sent.last().left(8), u"1B1AF050"_s);
 }
 
 void TransferTest::interface_goesAwayInTheMiddle()
 {
-    Bench bench;
-    bench.bus.onWritten = [&bench](const QCanBusFrame &sent) {
+    Fixture fixture;
+    fixture.bus.onWritten = [&fixture](const QCanBusFrame &sent) {
         if (sent.frameId() == 0x1B1AF050)
-            bench.bus.goAway();
+            fixture.bus.goAway();
     };
-    const Failure failure = failureOf([&] { bench.send(2, pattern(1500)); });
+    const Failure failure = failureOf([&] { fixture.send(2, pattern(1500)); });
     QCOMPARE(failure.exit, Exit::Interface);
     QCOMPARE(failure.message, u"The CAN interface went away: Network is down."_s);
 }
 
 void TransferTest::foreignTraffic_isIgnored()
 {
-    Bench bench;
-    bench.bus.tamper = [](const QCanBusFrame &, QList<QCanBusFrame> answers) {
+    Fixture fixture;
+    fixture.bus.tamper = [](const QCanBusFrame &, QList<QCanBusFrame> answers) {
         QCanBusFrame baseFormat(0x123, QByteArrayLiteral("x"));
         answers.prepend(frame(0x1B593000, "01"));
         answers.prepend(frame(0x0C000000, "0102030405060708"));
         answers.prepend(baseFormat);
         return answers;
     };
-    bench.send(2, pattern(1500));
-    QCOMPARE(bench.bus.receiver.file(2), pattern(1500));
+    fixture.send(2, pattern(1500));
+    QCOMPARE(fixture.bus.receiver.file(2), pattern(1500));
 }
 
 QTEST_GUILESS_MAIN(TransferTest)

@@ -6,14 +6,14 @@ set(DOCKHAND_TEST_ENVIRONMENT
     UBSAN_OPTIONS=print_stacktrace=1
 )
 
-# dockhand_add_test(NAME name SOURCES file... [LIBRARIES target...] [BENCH]
+# dockhand_add_test(NAME name SOURCES file... [LIBRARIES target...] [VIRTUALBUS]
 #                   [TIMEOUT seconds] [ENVIRONMENT name=value...])
 #
 # Makes one QtTest executable and registers it with ctest, which runs it inside the sandbox:
-# own /media, stand-ins for the clock tools, empty working directory. With BENCH a bench bus
+# own /media, stand-ins for the clock tools, empty working directory. With VIRTUALBUS a virtual bus
 # takes the place of CAN. Cross-built tests run under the toolchain's emulator.
 function(dockhand_add_test)
-    cmake_parse_arguments(PARSE_ARGV 0 arg "BENCH" "NAME;TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT")
+    cmake_parse_arguments(PARSE_ARGV 0 arg "VIRTUALBUS" "NAME;TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT")
     if(arg_UNPARSED_ARGUMENTS)
         message(FATAL_ERROR "dockhand_add_test: what is ${arg_UNPARSED_ARGUMENTS}?")
     endif()
@@ -22,13 +22,13 @@ function(dockhand_add_test)
     endif()
     qt_add_executable(${arg_NAME} ${arg_SOURCES})
     target_link_libraries(${arg_NAME} PRIVATE Qt6::Test ${arg_LIBRARIES})
-    set(bench "")
-    if(arg_BENCH)
-        add_dependencies(${arg_NAME} benchbus benchbus_plugin)
-        set(bench --bench "${PROJECT_BINARY_DIR}")
+    set(bus "")
+    if(arg_VIRTUALBUS)
+        add_dependencies(${arg_NAME} virtualbus virtualbus_plugin)
+        set(bus --virtual-bus "${PROJECT_BINARY_DIR}")
     endif()
     add_test(NAME ${arg_NAME}
-        COMMAND "${DOCKHAND_SANDBOX}" ${bench} --
+        COMMAND "${DOCKHAND_SANDBOX}" ${bus} --
             ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${arg_NAME}>)
     dockhand_test_properties(${arg_NAME} ${arg_TIMEOUT} ${arg_ENVIRONMENT})
 endfunction()
@@ -37,7 +37,7 @@ endfunction()
 # tests that are not QtTest executables too.
 function(dockhand_test_properties name timeout)
     set(unset QT_LOGGING_RULES QT_MESSAGE_PATTERN QT_PLUGIN_PATH QT_QUICK_BACKEND LANGUAGE
-        BENCHBUS_FAULTS DOCKHAND_STAND_IN_LOG)
+        VIRTUALBUS_FAULTS DOCKHAND_STAND_IN_LOG)
     list(TRANSFORM unset APPEND "=unset:")
     set_tests_properties(${name} PROPERTIES
         TIMEOUT ${timeout}

@@ -3,17 +3,17 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-/// A bench bus of a test's own.
+/// A virtual bus of a test's own.
 class Broker
 {
 public:
     explicit Broker(const QStringList &options = {})
     {
         m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_process.start(QStringLiteral(BENCHBUS_EXECUTABLE), options + QStringList{path()});
+        m_process.start(QStringLiteral(VIRTUALBUS_EXECUTABLE), options + QStringList{path()});
         m_process.waitForReadyRead();
         m_greeting = m_process.readLine();
-        qputenv("BENCHBUS_SOCKET", QFile::encodeName(path()));
+        qputenv("VIRTUALBUS_SOCKET", QFile::encodeName(path()));
     }
     ~Broker() { stop(); }
 

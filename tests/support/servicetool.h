@@ -1,13 +1,13 @@
 #pragma once
 
-#include "benchclient.h"
+#include "busclient.h"
 #include "toolframes.h"
 
-/// The service tool as a participant of the bench bus.
-class ServiceTool : public BenchClient
+/// The service tool as a participant of the virtual bus.
+class ServiceTool : public BusClient
 {
 public:
-    using BenchClient::BenchClient;
+    using BusClient::BusClient;
 
     /// Sends frames and returns the frame that comes in answer.
     QByteArray request(const QByteArray &frames) { return send(frames) ? receive() : QByteArray(); }

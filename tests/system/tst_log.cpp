@@ -1,5 +1,5 @@
 #include "broker.h"
-#include "receiver.h"
+#include "receiverprocess.h"
 #include "servicetool.h"
 #include "servicetree.h"
 
@@ -31,7 +31,7 @@ private:
     void setFaults(const QByteArray &lines);
     void playSession();
 
-    std::unique_ptr<Receiver> m_receiver;
+    std::unique_ptr<ReceiverProcess> m_receiver;
     std::unique_ptr<ServiceTool> m_tool;
 };
 
@@ -53,8 +53,8 @@ void TestLog::init()
 {
     ServiceTree::reset();
     m_tool = std::make_unique<ServiceTool>();
-    m_receiver = std::make_unique<Receiver>();
-    m_receiver->setVariable(u"BENCHBUS_FAULTS"_s, m_receiver->directory() + u"/faults"_s);
+    m_receiver = std::make_unique<ReceiverProcess>();
+    m_receiver->setVariable(u"VIRTUALBUS_FAULTS"_s, m_receiver->directory() + u"/faults"_s);
     m_receiver->setVariable(u"DOCKHAND_STAND_IN_LOG"_s, u"/dev/null"_s);
 }
 
@@ -153,10 +153,10 @@ void TestLog::disconnect()
 
 void TestLog::lossOfTheBus()
 {
-    const QByteArray commonBus = qgetenv("BENCHBUS_SOCKET");
+    const QByteArray commonBus = qgetenv("VIRTUALBUS_SOCKET");
     Broker broker;
-    m_receiver->setVariable(u"BENCHBUS_SOCKET"_s, broker.path());
-    qputenv("BENCHBUS_SOCKET", commonBus);
+    m_receiver->setVariable(u"VIRTUALBUS_SOCKET"_s, broker.path());
+    qputenv("VIRTUALBUS_SOCKET", commonBus);
     QVERIFY(m_receiver->start());
     QVERIFY(broker.stop());
     QVERIFY(m_receiver->waitForLog(
@@ -173,7 +173,7 @@ void TestLog::failureToWrite()
     QVERIFY(m_receiver->start());
     QVERIFY(m_tool->send("0F1A02C0#A55A"));
     QVERIFY(m_receiver->waitForLog(
-        "warning|default|writeFrame: Failed to write frame: \"Bench fault: write\""));
+        "warning|default|writeFrame: Failed to write frame: \"Bus fault: write\""));
     QVERIFY(m_receiver->log().contains(
         "critical|default|canFrameError: CAN Error QCanBusDevice::WriteError"));
     QVERIFY(m_tool->isSilent());

@@ -1,5 +1,5 @@
 #include "broker.h"
-#include "receiver.h"
+#include "receiverprocess.h"
 #include "servicetool.h"
 
 #include <QFile>
@@ -30,7 +30,7 @@ private slots:
     void announcesQmlDebuggingIfBuiltWithIt();
 
 private:
-    static void setFault(Receiver &receiver, const QByteArray &fault);
+    static void setFault(ReceiverProcess &receiver, const QByteArray &fault);
     static bool showsWindow(const QByteArrayList &log);
 };
 
@@ -47,13 +47,13 @@ const QByteArray connectionError =
 const QByteArray notInitialized = "critical|default|Moorline: Failed to initialize CAN device.";
 } // namespace
 
-void TestStartup::setFault(Receiver &receiver, const QByteArray &fault)
+void TestStartup::setFault(ReceiverProcess &receiver, const QByteArray &fault)
 {
     const QString name = receiver.directory() + u"/faults"_s;
     QFile file(name);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(fault);
-    receiver.setVariable(u"BENCHBUS_FAULTS"_s, name);
+    receiver.setVariable(u"VIRTUALBUS_FAULTS"_s, name);
 }
 
 /// Qt Quick says so when it prepares to draw.
@@ -66,7 +66,7 @@ bool TestStartup::showsWindow(const QByteArrayList &log)
 
 void TestStartup::logsHowItConnects()
 {
-    Receiver receiver;
+    ReceiverProcess receiver;
     QVERIFY(receiver.start());
     ServiceTool tool;
     QCOMPARE(tool.request("0F1A02C0#A55A"), "0F584000#5AA5"); // the event loop runs
@@ -78,7 +78,7 @@ void TestStartup::logsHowItConnects()
 void TestStartup::sendsNothingByItself()
 {
     ServiceTool tool;
-    Receiver receiver;
+    ReceiverProcess receiver;
     QVERIFY(receiver.start());
     QVERIFY(tool.receive(1000).isEmpty());
     QVERIFY(receiver.isRunning());
@@ -86,7 +86,7 @@ void TestStartup::sendsNothingByItself()
 
 void TestStartup::showsAWindow()
 {
-    Receiver receiver;
+    ReceiverProcess receiver;
     receiver.setVariable(u"QT_LOGGING_RULES"_s, u"qt.scenegraph.general=true"_s);
     QVERIFY(receiver.start());
     QTRY_VERIFY(showsWindow(receiver.log()));
@@ -95,7 +95,7 @@ void TestStartup::showsAWindow()
 void TestStartup::answersFramesThatCameWhileTheDisplayWasLoading()
 {
     ServiceTool tool;
-    Receiver receiver;
+    ReceiverProcess receiver;
     QVERIFY(receiver.start());
     QVERIFY(tool.send("0F1A02C0#A55A 0F1A0AC0#A55A 0F1A12C0#A55A"));
     QCOMPARE(tool.receive(), "0F584000#5AA5");
@@ -105,23 +105,23 @@ void TestStartup::answersFramesThatCameWhileTheDisplayWasLoading()
 
 void TestStartup::endsWithoutTheDevice()
 {
-    Receiver receiver;
+    ReceiverProcess receiver;
     setFault(receiver, "create");
     receiver.setVariable(u"QT_LOGGING_RULES"_s, u"qt.scenegraph.general=true"_s);
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
-    QCOMPARE(receiver.log(),
-             (QByteArrayList{
-                 "critical|default|Moorline: Failed to create device  \"Bench fault: create\"",
-                 notInitialized}));
+    QCOMPARE(
+        receiver.log(),
+        (QByteArrayList{"critical|default|Moorline: Failed to create device  \"Bus fault: create\"",
+                        notInitialized}));
 }
 
 void TestStartup::endsWithoutThePlugin()
 {
-    Receiver receiver(u"unshare"_s,
-                      {u"--mount"_s, u"--"_s, u"sh"_s, u"-c"_s,
-                       u"mount -t tmpfs tmpfs \"$0\" && exec \"$1\""_s,
-                       QStringLiteral(CANBUS_PLUGIN_DIR), QStringLiteral(DOCKHAND_EXECUTABLE)});
+    ReceiverProcess receiver(
+        u"unshare"_s,
+        {u"--mount"_s, u"--"_s, u"sh"_s, u"-c"_s, u"mount -t tmpfs tmpfs \"$0\" && exec \"$1\""_s,
+         QStringLiteral(CANBUS_PLUGIN_DIR), QStringLiteral(DOCKHAND_EXECUTABLE)});
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
     QCOMPARE(
@@ -133,7 +133,7 @@ void TestStartup::endsWithoutThePlugin()
 
 void TestStartup::endsIfTheDeviceRefusesToConnect()
 {
-    Receiver receiver;
+    ReceiverProcess receiver;
     setFault(receiver, "connect");
     receiver.setVariable(u"QT_LOGGING_RULES"_s, u"qt.scenegraph.general=true"_s);
     QVERIFY(receiver.run());
@@ -145,8 +145,8 @@ void TestStartup::endsIfTheDeviceRefusesToConnect()
 
 void TestStartup::endsWhereThereIsNoBus()
 {
-    Receiver receiver;
-    receiver.setVariable(u"BENCHBUS_SOCKET"_s, u"/nowhere/bus"_s);
+    ReceiverProcess receiver;
+    receiver.setVariable(u"VIRTUALBUS_SOCKET"_s, u"/nowhere/bus"_s);
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
     QCOMPARE(receiver.log(),
@@ -156,7 +156,7 @@ void TestStartup::endsWhereThereIsNoBus()
 
 void TestStartup::endsIfTheDisplayIsBroken()
 {
-    Receiver receiver(QStringLiteral(BROKEN_DISPLAY_EXECUTABLE));
+    ReceiverProcess receiver(QStringLiteral(BROKEN_DISPLAY_EXECUTABLE));
     receiver.setVariable(u"QT_LOGGING_RULES"_s, u"qt.scenegraph.general=true"_s);
     QVERIFY(receiver.run());
     QCOMPARE(receiver.exitCode(), 255);
@@ -187,7 +187,7 @@ void TestStartup::picksTheFirstLanguageThatHasACatalogue()
     QFETCH(QString, locale);
     QFETCH(QString, languages);
     QFETCH(QByteArray, text);
-    Receiver receiver(QStringLiteral(LANGUAGE_EXECUTABLE));
+    ReceiverProcess receiver(QStringLiteral(LANGUAGE_EXECUTABLE));
     receiver.setVariable(u"LC_ALL"_s, locale);
     receiver.setVariable(u"LANGUAGE"_s, languages);
     QVERIFY(receiver.run());
@@ -197,14 +197,14 @@ void TestStartup::picksTheFirstLanguageThatHasACatalogue()
 
 void TestStartup::destroysTheManagerBeforeTheEngine()
 {
-    Receiver receiver(QStringLiteral(LANGUAGE_EXECUTABLE));
+    ReceiverProcess receiver(QStringLiteral(LANGUAGE_EXECUTABLE));
     QVERIFY(receiver.run());
     QCOMPARE(receiver.log().constLast(), "debug|qml|at the end null");
 }
 
 void TestStartup::announcesQmlDebuggingIfBuiltWithIt()
 {
-    Receiver receiver;
+    ReceiverProcess receiver;
     QVERIFY(receiver.start());
     QCOMPARE(receiver.announcesQmlDebugging(), bool(QML_DEBUG));
 }

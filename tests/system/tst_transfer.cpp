@@ -1,4 +1,4 @@
-#include "receiver.h"
+#include "receiverprocess.h"
 #include "servicetool.h"
 #include "servicetree.h"
 
@@ -41,7 +41,7 @@ private:
     QByteArray sendFile(quint8 fileType, const QByteArray &content);
 
     std::unique_ptr<ServiceTool> m_tool;
-    std::unique_ptr<Receiver> m_receiver;
+    std::unique_ptr<ReceiverProcess> m_receiver;
 };
 
 namespace {
@@ -75,7 +75,7 @@ void TestTransfer::init()
     ServiceTree::reset();
     m_tool = std::make_unique<ServiceTool>();
     QVERIFY(m_tool->isConnected());
-    m_receiver = std::make_unique<Receiver>();
+    m_receiver = std::make_unique<ReceiverProcess>();
     m_receiver->setVariable(u"QT_LOGGING_RULES"_s, u"*.debug=false"_s);
 }
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 FaultFile::FaultFile()
-    : m_path(qEnvironmentVariable("BENCHBUS_FAULTS"))
+    : m_path(qEnvironmentVariable("VIRTUALBUS_FAULTS"))
 {
     if (m_path.isEmpty())
         return;
@@ -33,7 +33,7 @@ void FaultFile::read()
         return;
     m_watcher->addPath(m_path);
     if (!file.open(QIODevice::ReadOnly)) {
-        qWarning() << "benchbus:" << m_path << file.errorString();
+        qWarning() << "virtualbus:" << m_path << file.errorString();
         return;
     }
 
@@ -54,6 +54,6 @@ void FaultFile::read()
                 flag = known = true;
         }
         if (!known)
-            qWarning() << "benchbus: unknown fault" << fault << "in" << m_path;
+            qWarning() << "virtualbus: unknown fault" << fault << "in" << m_path;
     }
 }

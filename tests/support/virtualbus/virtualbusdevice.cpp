@@ -1,4 +1,4 @@
-#include "benchbusdevice.h"
+#include "virtualbusdevice.h"
 
 #include <QFile>
 #include <QVariant>
@@ -56,7 +56,7 @@ bool wouldBlock()
 
 } // namespace
 
-BenchBusDevice::BenchBusDevice(QString interfaceName, std::unique_ptr<FaultFile> faultFile)
+VirtualBusDevice::VirtualBusDevice(QString interfaceName, std::unique_ptr<FaultFile> faultFile)
     : m_interfaceName(std::move(interfaceName)),
       m_faultFile(std::move(faultFile))
 {
@@ -68,38 +68,38 @@ BenchBusDevice::BenchBusDevice(QString interfaceName, std::unique_ptr<FaultFile>
     QCanBusDevice::setConfigurationParameter(CanFdKey, false);
     QCanBusDevice::setConfigurationParameter(BitRateKey, 500000);
 
-    connect(m_faultFile.get(), &FaultFile::changed, this, &BenchBusDevice::applyFaults);
+    connect(m_faultFile.get(), &FaultFile::changed, this, &VirtualBusDevice::applyFaults);
 }
 
-BenchBusDevice::~BenchBusDevice()
+VirtualBusDevice::~VirtualBusDevice()
 {
     leave();
 }
 
-QCanBusDeviceInfo BenchBusDevice::deviceInfoOf(const QString &interfaceName)
+QCanBusDeviceInfo VirtualBusDevice::deviceInfoOf(const QString &interfaceName)
 {
     return createDeviceInfo(u"socketcan"_s, interfaceName, true, false);
 }
 
-QCanBusDeviceInfo BenchBusDevice::deviceInfo() const
+QCanBusDeviceInfo VirtualBusDevice::deviceInfo() const
 {
     return deviceInfoOf(m_interfaceName);
 }
 
-void BenchBusDevice::setConfigurationParameter(ConfigurationKey key, const QVariant &value)
+void VirtualBusDevice::setConfigurationParameter(ConfigurationKey key, const QVariant &value)
 {
     if (key == RawFilterKey && !setFilters(value.value<QList<Filter>>()))
         return;
     if (key == ErrorFilterKey)
         m_errorMask = quint32(value.value<QCanBusFrame::FrameErrors>().toInt());
     if ((key == CanFdKey || key == ReceiveOwnKey) && value.toBool()) {
-        setError(u"The bench bus knows neither CAN FD nor own frames"_s, ConfigurationError);
+        setError(u"The virtual bus knows neither CAN FD nor own frames"_s, ConfigurationError);
         return;
     }
     QCanBusDevice::setConfigurationParameter(key, value);
 }
 
-bool BenchBusDevice::setFilters(const QList<Filter> &filters)
+bool VirtualBusDevice::setFilters(const QList<Filter> &filters)
 {
     QList<IdFilter> result;
     for (const Filter &filter : filters) {
@@ -131,7 +131,7 @@ bool BenchBusDevice::setFilters(const QList<Filter> &filters)
     return true;
 }
 
-bool BenchBusDevice::passes(canid_t id) const
+bool VirtualBusDevice::passes(canid_t id) const
 {
     if (id & CAN_ERR_FLAG)
         return id & m_errorMask;
@@ -141,10 +141,10 @@ bool BenchBusDevice::passes(canid_t id) const
            });
 }
 
-bool BenchBusDevice::open()
+bool VirtualBusDevice::open()
 {
     if (m_faultFile->faults().connect) {
-        setError(u"Bench fault: connect"_s, ConnectionError);
+        setError(u"Bus fault: connect"_s, ConnectionError);
         return false;
     }
     if (!join())
@@ -155,13 +155,13 @@ bool BenchBusDevice::open()
     return true;
 }
 
-bool BenchBusDevice::join()
+bool VirtualBusDevice::join()
 {
-    const QByteArray path = qgetenv("BENCHBUS_SOCKET");
+    const QByteArray path = qgetenv("VIRTUALBUS_SOCKET");
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.isEmpty() || path.size() >= qsizetype(sizeof address.sun_path)) {
-        setError(u"BENCHBUS_SOCKET does not name a socket"_s, ConnectionError);
+        setError(u"VIRTUALBUS_SOCKET does not name a socket"_s, ConnectionError);
         return false;
     }
     std::copy(path.begin(), path.end(), address.sun_path);
@@ -169,7 +169,7 @@ bool BenchBusDevice::join()
     m_socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (m_socket < 0
         || ::connect(m_socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
-        setError(u"No bench bus at %1: %2"_s.arg(QFile::decodeName(path), qt_error_string(errno)),
+        setError(u"No virtual bus at %1: %2"_s.arg(QFile::decodeName(path), qt_error_string(errno)),
                  ConnectionError);
         leave();
         return false;
@@ -177,18 +177,18 @@ bool BenchBusDevice::join()
     m_readable.reset(new QSocketNotifier(m_socket, QSocketNotifier::Read));
     m_writable.reset(new QSocketNotifier(m_socket, QSocketNotifier::Write));
     m_writable->setEnabled(false);
-    connect(m_readable.get(), &QSocketNotifier::activated, this, &BenchBusDevice::receive);
-    connect(m_writable.get(), &QSocketNotifier::activated, this, &BenchBusDevice::sendQueued);
+    connect(m_readable.get(), &QSocketNotifier::activated, this, &VirtualBusDevice::receive);
+    connect(m_writable.get(), &QSocketNotifier::activated, this, &VirtualBusDevice::sendQueued);
     return true;
 }
 
-void BenchBusDevice::close()
+void VirtualBusDevice::close()
 {
     leave();
     setState(UnconnectedState);
 }
 
-void BenchBusDevice::leave()
+void VirtualBusDevice::leave()
 {
     if (m_socket < 0)
         return;
@@ -206,25 +206,25 @@ void BenchBusDevice::leave()
 }
 
 /// The bus is gone, from one moment to the next.
-void BenchBusDevice::lose(const QString &why)
+void VirtualBusDevice::lose(const QString &why)
 {
     leave();
     setError(why, ConnectionError);
     setState(UnconnectedState);
 }
 
-bool BenchBusDevice::writeFrame(const QCanBusFrame &frame)
+bool VirtualBusDevice::writeFrame(const QCanBusFrame &frame)
 {
     if (state() != ConnectedState) {
         setError(u"The device is not connected"_s, OperationError);
         return false;
     }
     if (m_faultFile->faults().write) {
-        setError(u"Bench fault: write"_s, WriteError);
+        setError(u"Bus fault: write"_s, WriteError);
         return false;
     }
     if (!frame.isValid() || frame.hasFlexibleDataRateFormat()) {
-        setError(frame.isValid() ? u"The bench bus carries no CAN FD frames"_s
+        setError(frame.isValid() ? u"The virtual bus carries no CAN FD frames"_s
                                  : u"Cannot write invalid QCanBusFrame"_s,
                  WriteError);
         return false;
@@ -236,7 +236,7 @@ bool BenchBusDevice::writeFrame(const QCanBusFrame &frame)
 }
 
 /// Sends as much as the socket takes; returns the number of frames that have left completely.
-qint64 BenchBusDevice::sendSome()
+qint64 VirtualBusDevice::sendSome()
 {
     while (m_outputFrames < m_output.size() && hasOutgoingFrames())
         m_output[m_outputFrames++] = fromQt(dequeueOutgoingFrame());
@@ -254,7 +254,7 @@ qint64 BenchBusDevice::sendSome()
     return qint64(framesSent - framesBefore);
 }
 
-void BenchBusDevice::sendQueued()
+void VirtualBusDevice::sendQueued()
 {
     const qint64 sent = sendSome();
     if (sent < 0)
@@ -264,14 +264,14 @@ void BenchBusDevice::sendQueued()
         emit framesWritten(sent);
 }
 
-void BenchBusDevice::receive()
+void VirtualBusDevice::receive()
 {
     char *bytes = reinterpret_cast<char *>(m_input.data());
     const auto count = ::recv(m_socket, bytes + m_inputBytes, sizeof m_input - m_inputBytes, 0);
     if (count < 0 && wouldBlock())
         return;
     if (count <= 0) {
-        lose(u"The bench bus is gone"_s);
+        lose(u"The virtual bus is gone"_s);
         return;
     }
     m_inputBytes += std::size_t(count);
@@ -290,27 +290,27 @@ void BenchBusDevice::receive()
     deliver();
 }
 
-void BenchBusDevice::deliver()
+void VirtualBusDevice::deliver()
 {
     if (!m_received.isEmpty() && m_received.size() >= m_faultFile->faults().batch)
         enqueueReceivedFrames(std::exchange(m_received, {}));
 }
 
-void BenchBusDevice::applyFaults(const Faults &before)
+void VirtualBusDevice::applyFaults(const Faults &before)
 {
     if (state() != ConnectedState)
         return;
     const Faults faults = m_faultFile->faults();
     deliver();
     if (faults.error && !before.error)
-        setError(u"Bench fault: error"_s, ReadError);
+        setError(u"Bus fault: error"_s, ReadError);
     if (faults.disconnect && !before.disconnect) {
         leave();
         setState(UnconnectedState);
     }
 }
 
-QString BenchBusDevice::interpretErrorFrame(const QCanBusFrame &errorFrame)
+QString VirtualBusDevice::interpretErrorFrame(const QCanBusFrame &errorFrame)
 {
     if (errorFrame.frameType() != QCanBusFrame::ErrorFrame)
         return {};

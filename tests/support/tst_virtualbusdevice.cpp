@@ -1,5 +1,5 @@
-#include "benchclient.h"
 #include "broker.h"
+#include "busclient.h"
 
 #include <QCanBus>
 #include <QCanBusDevice>
@@ -12,7 +12,7 @@
 using namespace Qt::StringLiterals;
 
 /// The plugin that takes the place of "socketcan", as a program finds it through QCanBus.
-class TestBenchBusDevice : public QObject
+class TestVirtualBusDevice : public QObject
 {
     Q_OBJECT
 
@@ -65,27 +65,27 @@ private:
     QString m_error;
 };
 
-void TestBenchBusDevice::init()
+void TestVirtualBusDevice::init()
 {
     m_broker = std::make_unique<Broker>();
     m_directory = std::make_unique<QTemporaryDir>();
     m_faults = m_directory->filePath(u"faults"_s);
-    qputenv("BENCHBUS_FAULTS", QFile::encodeName(m_faults));
+    qputenv("VIRTUALBUS_FAULTS", QFile::encodeName(m_faults));
 }
 
-void TestBenchBusDevice::cleanup()
+void TestVirtualBusDevice::cleanup()
 {
     m_broker.reset();
     m_directory.reset();
 }
 
-std::unique_ptr<QCanBusDevice> TestBenchBusDevice::create()
+std::unique_ptr<QCanBusDevice> TestVirtualBusDevice::create()
 {
     return std::unique_ptr<QCanBusDevice>(
         QCanBus::instance()->createDevice(u"socketcan"_s, u"can0"_s, &m_error));
 }
 
-std::unique_ptr<QCanBusDevice> TestBenchBusDevice::connected()
+std::unique_ptr<QCanBusDevice> TestVirtualBusDevice::connected()
 {
     std::unique_ptr<QCanBusDevice> device = create();
     if (!device || !device->connectDevice())
@@ -93,7 +93,7 @@ std::unique_ptr<QCanBusDevice> TestBenchBusDevice::connected()
     return device;
 }
 
-void TestBenchBusDevice::setFaults(const QByteArray &lines)
+void TestVirtualBusDevice::setFaults(const QByteArray &lines)
 {
     QSaveFile file(m_faults);
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -101,7 +101,7 @@ void TestBenchBusDevice::setFaults(const QByteArray &lines)
     QVERIFY(file.commit());
 }
 
-void TestBenchBusDevice::connectsAtOnce()
+void TestVirtualBusDevice::connectsAtOnce()
 {
     auto device = create();
     QVERIFY(device);
@@ -117,7 +117,7 @@ void TestBenchBusDevice::connectsAtOnce()
                     QCanBusDevice::ClosingState, QCanBusDevice::UnconnectedState}));
 }
 
-void TestBenchBusDevice::takesTheNameOfItsInterface()
+void TestVirtualBusDevice::takesTheNameOfItsInterface()
 {
     QCOMPARE(create()->deviceInfo().name(), u"can0"_s);
     const std::unique_ptr<QCanBusDevice> other(
@@ -125,27 +125,27 @@ void TestBenchBusDevice::takesTheNameOfItsInterface()
     QCOMPARE(other->deviceInfo().name(), u"vcan7"_s);
 }
 
-void TestBenchBusDevice::refusesToConnectWhereThereIsNoBus()
+void TestVirtualBusDevice::refusesToConnectWhereThereIsNoBus()
 {
-    qputenv("BENCHBUS_SOCKET", "/nowhere/bus");
+    qputenv("VIRTUALBUS_SOCKET", "/nowhere/bus");
     auto device = create();
     QSignalSpy errors(device.get(), &QCanBusDevice::errorOccurred);
     QVERIFY(!device->connectDevice());
     QCOMPARE(device->state(), QCanBusDevice::UnconnectedState);
     QCOMPARE(errors.size(), 1);
     QCOMPARE(device->error(), QCanBusDevice::ConnectionError);
-    QCOMPARE(device->errorString(), u"No bench bus at /nowhere/bus: No such file or directory"_s);
+    QCOMPARE(device->errorString(), u"No virtual bus at /nowhere/bus: No such file or directory"_s);
 }
 
-void TestBenchBusDevice::refusesToConnectWithoutASocket()
+void TestVirtualBusDevice::refusesToConnectWithoutASocket()
 {
-    qunsetenv("BENCHBUS_SOCKET");
+    qunsetenv("VIRTUALBUS_SOCKET");
     auto device = create();
     QVERIFY(!device->connectDevice());
-    QCOMPARE(device->errorString(), u"BENCHBUS_SOCKET does not name a socket"_s);
+    QCOMPARE(device->errorString(), u"VIRTUALBUS_SOCKET does not name a socket"_s);
 }
 
-void TestBenchBusDevice::sendsFramesUnchanged_data()
+void TestVirtualBusDevice::sendsFramesUnchanged_data()
 {
     QTest::addColumn<QCanBusFrame>("frame");
     QTest::addColumn<QByteArray>("text");
@@ -163,11 +163,11 @@ void TestBenchBusDevice::sendsFramesUnchanged_data()
     QTest::newRow("remote request") << remote << QByteArray("0F584000#R");
 }
 
-void TestBenchBusDevice::sendsFramesUnchanged()
+void TestVirtualBusDevice::sendsFramesUnchanged()
 {
     QFETCH(QCanBusFrame, frame);
     QFETCH(QByteArray, text);
-    BenchClient client;
+    BusClient client;
     auto device = connected();
     QSignalSpy written(device.get(), &QCanBusDevice::framesWritten);
     QVERIFY(device->writeFrame(frame));
@@ -178,7 +178,7 @@ void TestBenchBusDevice::sendsFramesUnchanged()
     QCOMPARE(client.receive(), text);
 }
 
-void TestBenchBusDevice::receivesFramesUnchanged_data()
+void TestVirtualBusDevice::receivesFramesUnchanged_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QCanBusFrame::FrameType>("type");
@@ -196,11 +196,11 @@ void TestBenchBusDevice::receivesFramesUnchanged_data()
                                     << true << 0x0F1A02C0u << QByteArray();
 }
 
-void TestBenchBusDevice::receivesFramesUnchanged()
+void TestVirtualBusDevice::receivesFramesUnchanged()
 {
     QFETCH(QByteArray, text);
     auto device = connected();
-    BenchClient client;
+    BusClient client;
     QVERIFY(client.send(text));
     QTRY_COMPARE(device->framesAvailable(), 1);
     const QCanBusFrame frame = device->readFrame();
@@ -213,9 +213,9 @@ void TestBenchBusDevice::receivesFramesUnchanged()
     QVERIFY(frame.isValid());
 }
 
-void TestBenchBusDevice::framesOfOneTurnLeaveTogetherInOrder()
+void TestVirtualBusDevice::framesOfOneTurnLeaveTogetherInOrder()
 {
-    BenchClient client;
+    BusClient client;
     auto device = connected();
     QSignalSpy written(device.get(), &QCanBusDevice::framesWritten);
     for (quint32 i = 0; i < 100; ++i)
@@ -229,10 +229,10 @@ void TestBenchBusDevice::framesOfOneTurnLeaveTogetherInOrder()
     QCOMPARE(client.receive(), "0F584063#");
 }
 
-void TestBenchBusDevice::manyFramesLeaveWhileNobodyReads()
+void TestVirtualBusDevice::manyFramesLeaveWhileNobodyReads()
 {
     constexpr int total = 50'000;
-    BenchClient client;
+    BusClient client;
     auto device = connected();
     qint64 written = 0;
     connect(device.get(), &QCanBusDevice::framesWritten, this,
@@ -244,16 +244,16 @@ void TestBenchBusDevice::manyFramesLeaveWhileNobodyReads()
     for (quint32 i = 0; i < total; ++i) {
         if (written < total)
             QCoreApplication::processEvents();
-        QCOMPARE(BenchClient::parse(client.receive(1000)).can_id & CAN_EFF_MASK, 0x10000000 + i);
+        QCOMPARE(BusClient::parse(client.receive(1000)).can_id & CAN_EFF_MASK, 0x10000000 + i);
     }
     QTRY_COMPARE(written, total);
 }
 
-void TestBenchBusDevice::framesOfOneReadAreSignalledOnce()
+void TestVirtualBusDevice::framesOfOneReadAreSignalledOnce()
 {
     auto device = connected();
     QSignalSpy received(device.get(), &QCanBusDevice::framesReceived);
-    BenchClient client;
+    BusClient client;
     QVERIFY(client.send("0F1A02C0#A5 0F1A02C1#5A 0F1A02C2#01"));
     QVERIFY(received.wait());
     QCOMPARE(received.size(), 1);
@@ -263,9 +263,9 @@ void TestBenchBusDevice::framesOfOneReadAreSignalledOnce()
     QCOMPARE(device->readFrame().frameId(), 0x0F1A02C2u);
 }
 
-void TestBenchBusDevice::framesWrittenBeforeDisconnectingLeave()
+void TestVirtualBusDevice::framesWrittenBeforeDisconnectingLeave()
 {
-    BenchClient client;
+    BusClient client;
     auto device = connected();
     QVERIFY(device->writeFrame(QCanBusFrame(0x0F584000, QByteArray())));
     device->disconnectDevice();
@@ -278,7 +278,7 @@ namespace {
 QByteArrayList passing(QCanBusDevice &device, const QList<QCanBusDevice::Filter> &filters)
 {
     device.setConfigurationParameter(QCanBusDevice::RawFilterKey, QVariant::fromValue(filters));
-    BenchClient client;
+    BusClient client;
     client.send("123#01 0F1A02C0#02 00000123#03 123#R 0F1A02C0#R 00000777#04");
     QTest::qWait(100);
     QByteArrayList result;
@@ -293,7 +293,7 @@ QByteArrayList passing(QCanBusDevice &device, const QList<QCanBusDevice::Filter>
 
 } // namespace
 
-void TestBenchBusDevice::filterForExtendedDataFrames()
+void TestVirtualBusDevice::filterForExtendedDataFrames()
 {
     auto device = connected();
     QCanBusDevice::Filter filter;
@@ -302,7 +302,7 @@ void TestBenchBusDevice::filterForExtendedDataFrames()
     QCOMPARE(passing(*device, {filter}), (QByteArrayList{"f1a02c0xd", "123xd", "777xd"}));
 }
 
-void TestBenchBusDevice::filterForBaseFrames()
+void TestVirtualBusDevice::filterForBaseFrames()
 {
     auto device = connected();
     QCanBusDevice::Filter filter;
@@ -310,7 +310,7 @@ void TestBenchBusDevice::filterForBaseFrames()
     QCOMPARE(passing(*device, {filter}), (QByteArrayList{"123bd", "123br"}));
 }
 
-void TestBenchBusDevice::filterForIdentifiers()
+void TestVirtualBusDevice::filterForIdentifiers()
 {
     auto device = connected();
     QCanBusDevice::Filter first, second;
@@ -323,14 +323,14 @@ void TestBenchBusDevice::filterForIdentifiers()
              (QByteArrayList{"f1a02c0xd", "123br", "f1a02c0xr"}));
 }
 
-void TestBenchBusDevice::withoutAFilterEverythingPasses()
+void TestVirtualBusDevice::withoutAFilterEverythingPasses()
 {
     auto device = connected();
     QCOMPARE(passing(*device, {}),
              (QByteArrayList{"123bd", "f1a02c0xd", "123xd", "123br", "f1a02c0xr", "777xd"}));
 }
 
-void TestBenchBusDevice::refusesAFilterForErrorFrames()
+void TestVirtualBusDevice::refusesAFilterForErrorFrames()
 {
     auto device = connected();
     QCanBusDevice::Filter filter;
@@ -341,15 +341,15 @@ void TestBenchBusDevice::refusesAFilterForErrorFrames()
     QVERIFY(!device->configurationParameter(QCanBusDevice::RawFilterKey).isValid());
 }
 
-void TestBenchBusDevice::refusesFdFrames()
+void TestVirtualBusDevice::refusesFdFrames()
 {
     auto device = connected();
     QVERIFY(!device->writeFrame(QCanBusFrame(0x0F584000, QByteArray(12, 'x'))));
     QCOMPARE(device->error(), QCanBusDevice::WriteError);
-    QCOMPARE(device->errorString(), u"The bench bus carries no CAN FD frames"_s);
+    QCOMPARE(device->errorString(), u"The virtual bus carries no CAN FD frames"_s);
 }
 
-void TestBenchBusDevice::refusesInvalidFrames()
+void TestVirtualBusDevice::refusesInvalidFrames()
 {
     auto device = connected();
     QVERIFY(!device->writeFrame(QCanBusFrame(QCanBusFrame::InvalidFrame)));
@@ -357,14 +357,14 @@ void TestBenchBusDevice::refusesInvalidFrames()
     QCOMPARE(device->errorString(), u"Cannot write invalid QCanBusFrame"_s);
 }
 
-void TestBenchBusDevice::refusesToWriteUnconnected()
+void TestVirtualBusDevice::refusesToWriteUnconnected()
 {
     auto device = create();
     QVERIFY(!device->writeFrame(QCanBusFrame(0x0F584000, QByteArray())));
     QCOMPARE(device->error(), QCanBusDevice::OperationError);
 }
 
-void TestBenchBusDevice::tellsErrorFramesInWords()
+void TestVirtualBusDevice::tellsErrorFramesInWords()
 {
     auto device = connected();
     QCanBusFrame frame(QCanBusFrame::ErrorFrame);
@@ -373,7 +373,7 @@ void TestBenchBusDevice::tellsErrorFramesInWords()
     QCOMPARE(device->interpretErrorFrame(QCanBusFrame(1, QByteArray())), QString());
 }
 
-void TestBenchBusDevice::noticesThatTheBusIsGone()
+void TestVirtualBusDevice::noticesThatTheBusIsGone()
 {
     auto device = connected();
     QSignalSpy errors(device.get(), &QCanBusDevice::errorOccurred);
@@ -381,20 +381,20 @@ void TestBenchBusDevice::noticesThatTheBusIsGone()
     QTRY_COMPARE(device->state(), QCanBusDevice::UnconnectedState);
     QCOMPARE(errors.size(), 1);
     QCOMPARE(device->error(), QCanBusDevice::ConnectionError);
-    QCOMPARE(device->errorString(), u"The bench bus is gone"_s);
+    QCOMPARE(device->errorString(), u"The virtual bus is gone"_s);
     QVERIFY(!device->writeFrame(QCanBusFrame(0x0F584000, QByteArray())));
 }
 
-void TestBenchBusDevice::faultCreate()
+void TestVirtualBusDevice::faultCreate()
 {
     setFaults("create");
     QVERIFY(!create());
-    QCOMPARE(m_error, u"Bench fault: create"_s);
+    QCOMPARE(m_error, u"Bus fault: create"_s);
     setFaults("# create");
     QVERIFY(create());
 }
 
-void TestBenchBusDevice::faultConnect()
+void TestVirtualBusDevice::faultConnect()
 {
     setFaults("connect # refused");
     auto device = create();
@@ -403,38 +403,38 @@ void TestBenchBusDevice::faultConnect()
     QCOMPARE(device->state(), QCanBusDevice::UnconnectedState);
     QCOMPARE(errors.size(), 1);
     QCOMPARE(device->error(), QCanBusDevice::ConnectionError);
-    QCOMPARE(device->errorString(), u"Bench fault: connect"_s);
+    QCOMPARE(device->errorString(), u"Bus fault: connect"_s);
 }
 
-void TestBenchBusDevice::faultWrite()
+void TestVirtualBusDevice::faultWrite()
 {
     auto device = connected();
-    BenchClient client;
+    BusClient client;
     const QCanBusFrame frame(0x0F584000, QByteArray());
     QVERIFY(device->writeFrame(frame));
     setFaults("write");
     QTRY_VERIFY(!device->writeFrame(frame));
     QCOMPARE(device->error(), QCanBusDevice::WriteError);
-    QCOMPARE(device->errorString(), u"Bench fault: write"_s);
+    QCOMPARE(device->errorString(), u"Bus fault: write"_s);
     setFaults("");
     QTRY_VERIFY(device->writeFrame(frame));
 }
 
-void TestBenchBusDevice::faultErrorStrikesOnce()
+void TestVirtualBusDevice::faultErrorStrikesOnce()
 {
     auto device = connected();
     QSignalSpy errors(device.get(), &QCanBusDevice::errorOccurred);
     setFaults("error");
     QVERIFY(errors.wait());
     QCOMPARE(device->error(), QCanBusDevice::ReadError);
-    QCOMPARE(device->errorString(), u"Bench fault: error"_s);
+    QCOMPARE(device->errorString(), u"Bus fault: error"_s);
     setFaults("error\nbatch 1");
     QTest::qWait(100);
     QCOMPARE(errors.size(), 1);
     QCOMPARE(device->state(), QCanBusDevice::ConnectedState);
 }
 
-void TestBenchBusDevice::faultErrorWaitsForTheConnection()
+void TestVirtualBusDevice::faultErrorWaitsForTheConnection()
 {
     setFaults("error");
     auto device = create();
@@ -447,7 +447,7 @@ void TestBenchBusDevice::faultErrorWaitsForTheConnection()
     QCOMPARE(errors.size(), 1);
 }
 
-void TestBenchBusDevice::faultDisconnect()
+void TestVirtualBusDevice::faultDisconnect()
 {
     auto device = connected();
     QSignalSpy errors(device.get(), &QCanBusDevice::errorOccurred);
@@ -456,12 +456,12 @@ void TestBenchBusDevice::faultDisconnect()
     QCOMPARE(errors.size(), 0);
 }
 
-void TestBenchBusDevice::faultBatch()
+void TestVirtualBusDevice::faultBatch()
 {
     setFaults("batch 3");
     auto device = connected();
     QSignalSpy received(device.get(), &QCanBusDevice::framesReceived);
-    BenchClient client;
+    BusClient client;
     for (int i = 0; i < 2; ++i) {
         QVERIFY(client.send("0F1A02C0#"));
         QTest::qWait(50);
@@ -473,11 +473,11 @@ void TestBenchBusDevice::faultBatch()
     QCOMPARE(device->framesAvailable(), 3);
 }
 
-void TestBenchBusDevice::heldFramesArriveWhenTheBatchEnds()
+void TestVirtualBusDevice::heldFramesArriveWhenTheBatchEnds()
 {
     setFaults("batch 3");
     auto device = connected();
-    BenchClient client;
+    BusClient client;
     QVERIFY(client.send("0F1A02C0#"));
     QTest::qWait(50);
     QCOMPARE(device->framesAvailable(), 0);
@@ -485,7 +485,7 @@ void TestBenchBusDevice::heldFramesArriveWhenTheBatchEnds()
     QTRY_COMPARE(device->framesAvailable(), 1);
 }
 
-void TestBenchBusDevice::faultsFollowAFileWrittenInPlace()
+void TestVirtualBusDevice::faultsFollowAFileWrittenInPlace()
 {
     auto device = connected();
     const QCanBusFrame frame(0x0F584000, QByteArray());
@@ -505,14 +505,14 @@ void TestBenchBusDevice::faultsFollowAFileWrittenInPlace()
     QTRY_VERIFY(device->writeFrame(frame));
 }
 
-void TestBenchBusDevice::unknownFaultIsReported()
+void TestVirtualBusDevice::unknownFaultIsReported()
 {
     setFaults("wrte\n");
-    const QByteArray message = "benchbus: unknown fault \"wrte\" in \"" + m_faults.toLocal8Bit()
+    const QByteArray message = "virtualbus: unknown fault \"wrte\" in \"" + m_faults.toLocal8Bit()
         + '"';
     QTest::ignoreMessage(QtWarningMsg, message.constData());
     QVERIFY(create());
 }
 
-QTEST_GUILESS_MAIN(TestBenchBusDevice)
-#include "tst_benchbusdevice.moc"
+QTEST_GUILESS_MAIN(TestVirtualBusDevice)
+#include "tst_virtualbusdevice.moc"

@@ -1,5 +1,5 @@
-#include "benchbusdevice.h"
 #include "faults.h"
+#include "virtualbusdevice.h"
 
 #include <QCanBusFactory>
 
@@ -8,7 +8,7 @@
 using namespace Qt::StringLiterals;
 
 /// Takes the place of Qt's "socketcan" plugin.
-class BenchBusPlugin : public QObject, public QCanBusFactory
+class VirtualBusPlugin : public QObject, public QCanBusFactory
 {
     Q_OBJECT
     Q_PLUGIN_METADATA(IID "org.qt-project.Qt.QCanBusFactory" FILE "plugin.json")
@@ -19,7 +19,7 @@ public:
     {
         if (errorMessage)
             errorMessage->clear();
-        return {BenchBusDevice::deviceInfoOf(u"can0"_s)};
+        return {VirtualBusDevice::deviceInfoOf(u"can0"_s)};
     }
 
     QCanBusDevice *createDevice(const QString &interfaceName, QString *errorMessage) const override
@@ -27,8 +27,8 @@ public:
         auto faults = std::make_unique<FaultFile>();
         const bool refuse = faults->faults().create;
         if (errorMessage)
-            *errorMessage = refuse ? u"Bench fault: create"_s : QString();
-        return refuse ? nullptr : new BenchBusDevice(interfaceName, std::move(faults));
+            *errorMessage = refuse ? u"Bus fault: create"_s : QString();
+        return refuse ? nullptr : new VirtualBusDevice(interfaceName, std::move(faults));
     }
 };
 

@@ -1,4 +1,4 @@
-// The bench bus: carries CAN frames between the participants that connect to a Unix socket.
+// The virtual bus: carries CAN frames between the participants that connect to a Unix socket.
 
 #include <algorithm>
 #include <array>
@@ -356,7 +356,7 @@ int main(int argc, char **argv)
     if (argc == 4 && std::strcmp(argv[1], "--bitrate") == 0)
         bitRate = std::strtod(argv[2], nullptr);
     if (argc != 2 && !(bitRate >= 10'000)) {
-        std::fputs("Usage: benchbus [--bitrate BITS_PER_SECOND] SOCKET_PATH\n"
+        std::fputs("Usage: virtualbus [--bitrate BITS_PER_SECOND] SOCKET_PATH\n"
                    "The slowest bit rate is 10000.\n",
                    stderr);
         return 2;
@@ -367,11 +367,11 @@ int main(int argc, char **argv)
         ::prctl(PR_SET_TIMERSLACK, 1UL);
         const Descriptor stop(stopSignals());
         Bus bus(path, bitRate);
-        std::printf("benchbus: ready on %s\n", path);
+        std::printf("virtualbus: ready on %s\n", path);
         std::fflush(stdout);
         bus.run(stop);
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "benchbus: %s\n", error.what());
+        std::fprintf(stderr, "virtualbus: %s\n", error.what());
         return 1;
     }
     return 0;

@@ -1,4 +1,4 @@
-#include "benchclient.h"
+#include "busclient.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -12,9 +12,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-BenchClient::BenchClient(const QByteArray &path)
+BusClient::BusClient(const QByteArray &path)
 {
-    const QByteArray name = path.isEmpty() ? qgetenv("BENCHBUS_SOCKET") : path;
+    const QByteArray name = path.isEmpty() ? qgetenv("VIRTUALBUS_SOCKET") : path;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (name.isEmpty() || name.size() >= qsizetype(sizeof address.sun_path))
@@ -25,18 +25,18 @@ BenchClient::BenchClient(const QByteArray &path)
         leave();
 }
 
-BenchClient::~BenchClient()
+BusClient::~BusClient()
 {
     leave();
 }
 
-void BenchClient::leave()
+void BusClient::leave()
 {
     if (m_socket >= 0)
         ::close(std::exchange(m_socket, -1));
 }
 
-bool BenchClient::send(const QByteArray &frames)
+bool BusClient::send(const QByteArray &frames)
 {
     QByteArray bytes;
     const QList<QByteArray> texts = frames.split(' ');
@@ -47,20 +47,20 @@ bool BenchClient::send(const QByteArray &frames)
     return sendBytes(bytes);
 }
 
-bool BenchClient::sendBytes(const QByteArray &bytes)
+bool BusClient::sendBytes(const QByteArray &bytes)
 {
     return ::send(m_socket, bytes.constData(), std::size_t(bytes.size()), MSG_NOSIGNAL)
         == bytes.size();
 }
 
-qsizetype BenchClient::trySendBytes(const QByteArray &bytes)
+qsizetype BusClient::trySendBytes(const QByteArray &bytes)
 {
     return std::max<qsizetype>(0,
                                ::send(m_socket, bytes.constData(), std::size_t(bytes.size()),
                                       MSG_NOSIGNAL | MSG_DONTWAIT));
 }
 
-QByteArray BenchClient::receive(int timeoutMs)
+QByteArray BusClient::receive(int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
@@ -84,7 +84,7 @@ QByteArray BenchClient::receive(int timeoutMs)
     return format(frame);
 }
 
-can_frame BenchClient::parse(const QByteArray &text)
+can_frame BusClient::parse(const QByteArray &text)
 {
     const qsizetype separator = text.indexOf('#');
     const QByteArray payload = text.mid(separator + 1);
@@ -101,7 +101,7 @@ can_frame BenchClient::parse(const QByteArray &text)
     return frame;
 }
 
-QByteArray BenchClient::format(const can_frame &frame)
+QByteArray BusClient::format(const can_frame &frame)
 {
     const bool extended = frame.can_id & CAN_EFF_FLAG;
     const canid_t id = frame.can_id & (extended ? CAN_EFF_MASK : CAN_SFF_MASK);

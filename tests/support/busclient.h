@@ -4,18 +4,18 @@
 
 #include <linux/can.h>
 
-/// A participant of the bench bus that speaks raw frames. Frames are written as candump and
+/// A participant of the virtual bus that speaks raw frames. Frames are written as candump and
 /// cansend write them: "0F584000#5AA5" is a frame in extended format (eight digits) with two
 /// bytes of payload, "123#" one in base format (three digits) without, "0F584000#R" a remote
 /// request.
-class BenchClient
+class BusClient
 {
 public:
-    /// Joins the bus whose socket is \a path, or else the one that BENCHBUS_SOCKET names.
-    explicit BenchClient(const QByteArray &path = {});
-    BenchClient(const BenchClient &) = delete;
-    BenchClient &operator=(const BenchClient &) = delete;
-    ~BenchClient();
+    /// Joins the bus whose socket is \a path, or else the one that VIRTUALBUS_SOCKET names.
+    explicit BusClient(const QByteArray &path = {});
+    BusClient(const BusClient &) = delete;
+    BusClient &operator=(const BusClient &) = delete;
+    ~BusClient();
 
     bool isConnected() const { return m_socket >= 0; }
     void leave();

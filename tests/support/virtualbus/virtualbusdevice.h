@@ -12,14 +12,14 @@
 #include <array>
 #include <memory>
 
-/// A CAN device on the bench bus whose socket the environment variable BENCHBUS_SOCKET names.
-class BenchBusDevice : public QCanBusDevice
+/// A CAN device on the virtual bus whose socket the environment variable VIRTUALBUS_SOCKET names.
+class VirtualBusDevice : public QCanBusDevice
 {
     Q_OBJECT
 
 public:
-    BenchBusDevice(QString interfaceName, std::unique_ptr<FaultFile> faultFile);
-    ~BenchBusDevice() override;
+    VirtualBusDevice(QString interfaceName, std::unique_ptr<FaultFile> faultFile);
+    ~VirtualBusDevice() override;
 
     static QCanBusDeviceInfo deviceInfoOf(const QString &interfaceName);
 

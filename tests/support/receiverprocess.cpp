@@ -1,4 +1,4 @@
-#include "receiver.h"
+#include "receiverprocess.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -13,7 +13,7 @@ constexpr QByteArrayView qmlDebugging =
     "QML debugging is enabled. Only use this in a safe environment.";
 } // namespace
 
-Receiver::Receiver(const QString &program, const QStringList &arguments)
+ReceiverProcess::ReceiverProcess(const QString &program, const QStringList &arguments)
 {
     QDir(m_directory.path()).mkdir(u"work"_s);
     m_process.setProgram(program);
@@ -27,7 +27,7 @@ Receiver::Receiver(const QString &program, const QStringList &arguments)
     setVariable(u"LSAN_OPTIONS"_s, u"detect_leaks=0"_s);
 }
 
-Receiver::~Receiver()
+ReceiverProcess::~ReceiverProcess()
 {
     m_process.terminate();
     if (!m_process.waitForFinished(5000))
@@ -35,50 +35,50 @@ Receiver::~Receiver()
     m_process.waitForFinished();
 }
 
-void Receiver::setVariable(const QString &name, const QString &value)
+void ReceiverProcess::setVariable(const QString &name, const QString &value)
 {
     QProcessEnvironment environment = m_process.processEnvironment();
     environment.insert(name, value);
     m_process.setProcessEnvironment(environment);
 }
 
-bool Receiver::start()
+bool ReceiverProcess::start()
 {
     m_process.start();
     return m_process.waitForStarted()
         && waitForLog("info|default|canStateChanged: New CAN State QCanBusDevice::ConnectedState");
 }
 
-bool Receiver::run()
+bool ReceiverProcess::run()
 {
     m_process.start();
     return m_process.waitForFinished(20'000);
 }
 
-bool Receiver::isRunning()
+bool ReceiverProcess::isRunning()
 {
     return !m_process.waitForFinished(0) && m_process.state() == QProcess::Running;
 }
 
-int Receiver::exitCode() const
+int ReceiverProcess::exitCode() const
 {
     return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
-QByteArrayList Receiver::log() const
+QByteArrayList ReceiverProcess::log() const
 {
     QByteArrayList lines = output();
     lines.removeAll(qmlDebugging);
     return lines;
 }
 
-bool Receiver::announcesQmlDebugging() const
+bool ReceiverProcess::announcesQmlDebugging() const
 {
     return output().value(0) == qmlDebugging;
 }
 
 /// Each complete line of standard error.
-QByteArrayList Receiver::output() const
+QByteArrayList ReceiverProcess::output() const
 {
     QFile file(m_directory.filePath(u"log"_s));
     if (!file.open(QIODevice::ReadOnly))
@@ -88,7 +88,7 @@ QByteArrayList Receiver::output() const
     return lines;
 }
 
-bool Receiver::waitForLog(const QByteArray &line)
+bool ReceiverProcess::waitForLog(const QByteArray &line)
 {
     QElapsedTimer timer;
     timer.start();

@@ -16,7 +16,7 @@ struct Faults
     qsizetype batch = 0;
 };
 
-/// Follows the file that the environment variable BENCHBUS_FAULTS names.
+/// Follows the file that the environment variable VIRTUALBUS_FAULTS names.
 class FaultFile : public QObject
 {
     Q_OBJECT

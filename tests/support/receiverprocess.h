@@ -5,12 +5,12 @@
 #include <QTemporaryDir>
 
 /// The receiver as a process of its own, in a working directory of its own.
-class Receiver
+class ReceiverProcess
 {
 public:
-    explicit Receiver(const QString &program = QStringLiteral(DOCKHAND_EXECUTABLE),
-                      const QStringList &arguments = {});
-    ~Receiver();
+    explicit ReceiverProcess(const QString &program = QStringLiteral(DOCKHAND_EXECUTABLE),
+                             const QStringList &arguments = {});
+    ~ReceiverProcess();
 
     void setVariable(const QString &name, const QString &value);
 

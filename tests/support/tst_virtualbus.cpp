@@ -1,5 +1,5 @@
-#include "benchclient.h"
 #include "broker.h"
+#include "busclient.h"
 
 #include <QElapsedTimer>
 #include <QTest>
@@ -8,7 +8,7 @@
 #include <memory>
 
 /// The wire itself, by participants that speak raw frames.
-class TestBenchBus : public QObject
+class TestVirtualBus : public QObject
 {
     Q_OBJECT
 
@@ -60,10 +60,10 @@ QByteArray numbered(quint32 sender, quint32 first, quint32 last)
 }
 
 /// Receives frames that carry 0, 1, 2, ...; returns how many did before one that does not.
-quint32 receiveInOrder(BenchClient &client, quint32 expected)
+quint32 receiveInOrder(BusClient &client, quint32 expected)
 {
     for (quint32 count = 0; count < expected; ++count) {
-        const can_frame frame = BenchClient::parse(client.receive());
+        const can_frame frame = BusClient::parse(client.receive());
         quint32 received;
         std::memcpy(&received, frame.data, sizeof received);
         if (frame.can_dlc != sizeof received || received != count)
@@ -74,12 +74,12 @@ quint32 receiveInOrder(BenchClient &client, quint32 expected)
 
 } // namespace
 
-void TestBenchBus::saysWhenItIsReady()
+void TestVirtualBus::saysWhenItIsReady()
 {
-    QCOMPARE(m_broker->greeting(), "benchbus: ready on " + m_broker->path().toLocal8Bit() + '\n');
+    QCOMPARE(m_broker->greeting(), "virtualbus: ready on " + m_broker->path().toLocal8Bit() + '\n');
 }
 
-void TestBenchBus::frameReachesAllOthersUnchanged_data()
+void TestVirtualBus::frameReachesAllOthersUnchanged_data()
 {
     QTest::addColumn<QByteArray>("frame");
     QTest::newRow("extended") << QByteArray("0F1A02C0#A55A");
@@ -90,18 +90,18 @@ void TestBenchBus::frameReachesAllOthersUnchanged_data()
     QTest::newRow("remote request") << QByteArray("0F1A02C0#R");
 }
 
-void TestBenchBus::frameReachesAllOthersUnchanged()
+void TestVirtualBus::frameReachesAllOthersUnchanged()
 {
     QFETCH(QByteArray, frame);
-    BenchClient sender, second, third;
+    BusClient sender, second, third;
     QVERIFY(sender.send(frame));
     QCOMPARE(second.receive(), frame);
     QCOMPARE(third.receive(), frame);
 }
 
-void TestBenchBus::frameDoesNotComeBackToItsSender()
+void TestVirtualBus::frameDoesNotComeBackToItsSender()
 {
-    BenchClient sender, other;
+    BusClient sender, other;
     QVERIFY(sender.send("0F1A02C0#A55A"));
     QVERIFY(other.send("0F584000#5AA5"));
     QCOMPARE(sender.receive(), "0F584000#5AA5");
@@ -110,19 +110,19 @@ void TestBenchBus::frameDoesNotComeBackToItsSender()
     QVERIFY(other.isSilent());
 }
 
-void TestBenchBus::receiverThatConnectedFirstSeesTheFirstFrame()
+void TestVirtualBus::receiverThatConnectedFirstSeesTheFirstFrame()
 {
     for (int i = 0; i < 200; ++i) {
-        BenchClient receiver, sender;
+        BusClient receiver, sender;
         QVERIFY(sender.send("0F1A02C0#A55A"));
         QCOMPARE(receiver.receive(), "0F1A02C0#A55A");
     }
 }
 
-void TestBenchBus::twoWritersGiveOneOrderForAllReaders()
+void TestVirtualBus::twoWritersGiveOneOrderForAllReaders()
 {
     constexpr int each = 1000;
-    BenchClient first, second, third, fourth;
+    BusClient first, second, third, fourth;
     for (quint32 i = 0; i < each; ++i) {
         QVERIFY(first.sendBytes(numbered(1, i)));
         QVERIFY(second.sendBytes(numbered(2, i)));
@@ -131,7 +131,7 @@ void TestBenchBus::twoWritersGiveOneOrderForAllReaders()
     for (int i = 0; i < 2 * each; ++i) {
         const QByteArray text = third.receive();
         QCOMPARE(fourth.receive(), text);
-        const can_frame frame = BenchClient::parse(text);
+        const can_frame frame = BusClient::parse(text);
         const quint32 sender = frame.can_id & CAN_EFF_MASK;
         QVERIFY(sender == 1 || sender == 2);
         quint32 count;
@@ -140,11 +140,11 @@ void TestBenchBus::twoWritersGiveOneOrderForAllReaders()
     }
 }
 
-void TestBenchBus::slowReaderMakesTheWriterWaitAndNothingIsLost()
+void TestVirtualBus::slowReaderMakesTheWriterWaitAndNothingIsLost()
 {
     constexpr quint32 total = 200'000;
     const QByteArray bytes = numbered(1, 0, total);
-    BenchClient writer, reader;
+    BusClient writer, reader;
 
     qsizetype sent = 0;
     QElapsedTimer stalled;
@@ -160,7 +160,7 @@ void TestBenchBus::slowReaderMakesTheWriterWaitAndNothingIsLost()
     quint32 received = 0;
     while (received < total) {
         sent += writer.trySendBytes(bytes.mid(sent, 65536));
-        const can_frame frame = BenchClient::parse(reader.receive());
+        const can_frame frame = BusClient::parse(reader.receive());
         quint32 count;
         std::memcpy(&count, frame.data, sizeof count);
         QCOMPARE(count, received++);
@@ -169,10 +169,10 @@ void TestBenchBus::slowReaderMakesTheWriterWaitAndNothingIsLost()
     QVERIFY(reader.isSilent());
 }
 
-void TestBenchBus::twoFloodersThatReadDoNotBlockEachOther()
+void TestVirtualBus::twoFloodersThatReadDoNotBlockEachOther()
 {
     constexpr quint32 each = 50'000;
-    BenchClient clients[2];
+    BusClient clients[2];
     qsizetype sent[2] = {0, 0};
     quint32 received[2] = {0, 0};
     const QByteArray bytes[2] = {numbered(1, 0, each), numbered(2, 0, each)};
@@ -184,18 +184,18 @@ void TestBenchBus::twoFloodersThatReadDoNotBlockEachOther()
             sent[i] += clients[i].trySendBytes(bytes[i].mid(sent[i], 65536));
             for (QByteArray text; !(text = clients[i].receive(0)).isEmpty(); ++received[i]) {
                 quint32 count;
-                std::memcpy(&count, BenchClient::parse(text).data, sizeof count);
+                std::memcpy(&count, BusClient::parse(text).data, sizeof count);
                 QCOMPARE(count, received[i]);
             }
         }
     }
 }
 
-void TestBenchBus::participantThatDiesMidFrameHarmsNobody()
+void TestVirtualBus::participantThatDiesMidFrameHarmsNobody()
 {
-    BenchClient sender, receiver;
+    BusClient sender, receiver;
     {
-        BenchClient dying;
+        BusClient dying;
         QVERIFY(dying.sendBytes(numbered(7, 0) + numbered(7, 1).left(5)));
     }
     QCOMPARE(receiver.receive(), "00000007#00000000");
@@ -203,9 +203,9 @@ void TestBenchBus::participantThatDiesMidFrameHarmsNobody()
     QCOMPARE(receiver.receive(), "0F1A02C0#A55A");
 }
 
-void TestBenchBus::frameInPiecesArrivesWhole()
+void TestVirtualBus::frameInPiecesArrivesWhole()
 {
-    BenchClient sender, receiver;
+    BusClient sender, receiver;
     const QByteArray bytes = numbered(5, 0, 3);
     QVERIFY(sender.sendBytes(bytes.left(20)));
     QCOMPARE(receiver.receive(), "00000005#00000000");
@@ -215,23 +215,23 @@ void TestBenchBus::frameInPiecesArrivesWhole()
     QCOMPARE(receiver.receive(), "00000005#02000000");
 }
 
-void TestBenchBus::framesOfAParticipantThatLeftArrive()
+void TestVirtualBus::framesOfAParticipantThatLeftArrive()
 {
     constexpr quint32 total = 5000;
-    BenchClient receiver;
+    BusClient receiver;
     {
-        BenchClient sender;
+        BusClient sender;
         QVERIFY(sender.sendBytes(numbered(1, 0, total)));
     }
     QCOMPARE(receiveInOrder(receiver, total), total);
 }
 
-void TestBenchBus::readerThatVanishesMakesNobodyWait()
+void TestVirtualBus::readerThatVanishesMakesNobodyWait()
 {
     constexpr quint32 total = 100'000;
     const QByteArray bytes = numbered(1, 0, total);
-    BenchClient writer;
-    auto vanishing = std::make_unique<BenchClient>();
+    BusClient writer;
+    auto vanishing = std::make_unique<BusClient>();
     qsizetype sent = 0;
     QElapsedTimer stalled;
     stalled.start();
@@ -246,11 +246,11 @@ void TestBenchBus::readerThatVanishesMakesNobodyWait()
     QVERIFY(writer.sendBytes(bytes.mid(sent)));
 }
 
-void TestBenchBus::bitRateLimitsTheFramesPerSecond()
+void TestVirtualBus::bitRateLimitsTheFramesPerSecond()
 {
     m_broker = std::make_unique<Broker>(
         QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
-    BenchClient sender, receiver;
+    BusClient sender, receiver;
     QElapsedTimer timer;
     timer.start();
     for (int i = 0; i < 20; ++i) {
@@ -264,11 +264,11 @@ void TestBenchBus::bitRateLimitsTheFramesPerSecond()
              qPrintable(QString::number(timer.nsecsElapsed())));
 }
 
-void TestBenchBus::bitRateGivesNoCreditForPauses()
+void TestVirtualBus::bitRateGivesNoCreditForPauses()
 {
     m_broker = std::make_unique<Broker>(
         QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
-    BenchClient sender, receiver;
+    BusClient sender, receiver;
     QElapsedTimer timer;
     int paced = 0;
     for (int i = 0; i < 10; ++i) {
@@ -284,11 +284,11 @@ void TestBenchBus::bitRateGivesNoCreditForPauses()
     QVERIFY2(paced >= 9, qPrintable(QString::number(paced)));
 }
 
-void TestBenchBus::bitRateServesSendersInTurn()
+void TestVirtualBus::bitRateServesSendersInTurn()
 {
     m_broker = std::make_unique<Broker>(
         QStringList{QStringLiteral("--bitrate"), QStringLiteral("100000")});
-    BenchClient first, second, receiver;
+    BusClient first, second, receiver;
     QVERIFY(first.sendBytes(numbered(1, 0, 200)));
     QVERIFY(second.sendBytes(numbered(2, 0, 200)));
     int fromSecond = 0;
@@ -297,9 +297,9 @@ void TestBenchBus::bitRateServesSendersInTurn()
     QVERIFY2(fromSecond >= 10 && fromSecond <= 25, qPrintable(QString::number(fromSecond)));
 }
 
-void TestBenchBus::endsOnSigtermAndRemovesItsSocket()
+void TestVirtualBus::endsOnSigtermAndRemovesItsSocket()
 {
-    BenchClient client;
+    BusClient client;
     QVERIFY(QFile::exists(m_broker->path()));
     QVERIFY(m_broker->stop());
     QCOMPARE(m_broker->process().exitStatus(), QProcess::NormalExit);
@@ -308,26 +308,26 @@ void TestBenchBus::endsOnSigtermAndRemovesItsSocket()
     QCOMPARE(client.receive(), "");
 }
 
-void TestBenchBus::refusesASocketThatIsInUse()
+void TestVirtualBus::refusesASocketThatIsInUse()
 {
     QProcess second;
-    second.start(QStringLiteral(BENCHBUS_EXECUTABLE), {m_broker->path()});
+    second.start(QStringLiteral(VIRTUALBUS_EXECUTABLE), {m_broker->path()});
     QVERIFY(second.waitForFinished());
     QCOMPARE(second.exitCode(), 1);
     QCOMPARE(second.readAllStandardError(),
-             "benchbus: " + m_broker->path().toLocal8Bit() + ": Address already in use\n");
+             "virtualbus: " + m_broker->path().toLocal8Bit() + ": Address already in use\n");
     QVERIFY(QFile::exists(m_broker->path()));
 }
 
-void TestBenchBus::refusesABitRateThatIsNone()
+void TestVirtualBus::refusesABitRateThatIsNone()
 {
     QProcess second;
-    second.start(QStringLiteral(BENCHBUS_EXECUTABLE),
+    second.start(QStringLiteral(VIRTUALBUS_EXECUTABLE),
                  {QStringLiteral("--bitrate"), QStringLiteral("fast"), m_broker->path() + u'2'});
     QVERIFY(second.waitForFinished());
     QCOMPARE(second.exitCode(), 2);
     QVERIFY(second.readAllStandardError().startsWith("Usage: "));
 }
 
-QTEST_GUILESS_MAIN(TestBenchBus)
-#include "tst_benchbus.moc"
+QTEST_GUILESS_MAIN(TestVirtualBus)
+#include "tst_virtualbus.moc"

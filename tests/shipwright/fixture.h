@@ -9,9 +9,9 @@
 #include <QBuffer>
 
 /// A peer on an open link to a receiver in memory.
-struct Bench
+struct Fixture
 {
-    explicit Bench(const Shipwright::PeerSettings &settings = {})
+    explicit Fixture(const Shipwright::PeerSettings &settings = {})
         : bus(clock),
           link(bus, clock),
           peer(link, settings)
