@@ -8,6 +8,6 @@ int main(int argc, char *argv[])
 {
     QGuiApplication app(argc, argv);
     QQmlApplicationEngine engine;
-    engine.load(QUrl(QStringLiteral("qrc:/window.qml")));
+    engine.load(QUrl(QStringLiteral(WINDOW)));
     return QGuiApplication::exec();
 }
