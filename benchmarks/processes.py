@@ -28,7 +28,7 @@ def program(name):
 
 
 def shipped_rules():
-    return re.search(r'^QT_LOGGING_RULES="(.*)"', (DEPLOY / "dockhand.default").read_text(), re.M)[1]
+    return re.search(r'^QT_LOGGING_RULES="(.*)"', (DEPLOY / "dockhand.default.in").read_text(), re.M)[1]
 
 
 def hide_paths():
