@@ -2,7 +2,7 @@
 
 #include "receivermodel.h"
 
-#include <clock.h>
+#include "clock.h"
 
 #include <QCanBusDevice>
 #include <QMap>

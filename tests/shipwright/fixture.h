@@ -2,9 +2,9 @@
 
 #include "fakebus.h"
 
-#include <failure.h>
-#include <link.h>
-#include <peer.h>
+#include "failure.h"
+#include "link.h"
+#include "peer.h"
 
 #include <QBuffer>
 

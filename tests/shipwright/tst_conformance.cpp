@@ -1,6 +1,6 @@
 #include "fixture.h"
 
-#include <conformance.h>
+#include "conformance.h"
 
 #include <QTest>
 

@@ -1,5 +1,5 @@
-#include <candump.h>
-#include <decoder.h>
+#include "candump.h"
+#include "decoder.h"
 
 #include <QTest>
 

@@ -2,7 +2,7 @@
 
 #include "receivermodel.h"
 
-#include <candump.h>
+#include "candump.h"
 
 #include <QCanBus>
 #include <QCanBusDevice>

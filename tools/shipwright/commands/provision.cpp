@@ -4,7 +4,7 @@
 #include "console.h"
 #include "session.h"
 
-#include <wire.h>
+#include "wire.h"
 
 namespace Shipwright {
 

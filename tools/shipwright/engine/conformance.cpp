@@ -4,7 +4,7 @@
 #include "failure.h"
 #include "link.h"
 
-#include <wire.h>
+#include "wire.h"
 
 #include <QCanBusFrame>
 #include <QDateTime>

@@ -2,7 +2,7 @@
 
 #include "peer.h"
 
-#include <wire.h>
+#include "wire.h"
 
 #include <QDateTime>
 #include <QtEndian>

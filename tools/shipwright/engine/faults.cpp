@@ -2,7 +2,7 @@
 
 #include "failure.h"
 
-#include <wire.h>
+#include "wire.h"
 
 #include <QRegularExpression>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <wire.h>
+#include "wire.h"
 
 #include <QByteArray>
 #include <QDateTime>
