@@ -34,12 +34,14 @@ function(dockhand_add_test)
 endfunction()
 
 # dockhand_test_properties(NAME TIMEOUT [name=value...]): the environment of every test, for
-# tests that are not QtTest executables too.
+# tests that are not QtTest executables too. Each test is labelled with its folder.
 function(dockhand_test_properties name timeout)
+    cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME label)
     set(unset QT_LOGGING_RULES QT_MESSAGE_PATTERN QT_PLUGIN_PATH QT_QUICK_BACKEND LANGUAGE
         VIRTUALBUS_FAULTS DOCKHAND_STAND_IN_LOG)
     list(TRANSFORM unset APPEND "=unset:")
     set_tests_properties(${name} PROPERTIES
+        LABELS ${label}
         TIMEOUT ${timeout}
         ENVIRONMENT_MODIFICATION "${unset}"
         ENVIRONMENT "${DOCKHAND_TEST_ENVIRONMENT};${ARGN}")
