@@ -5,10 +5,12 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 
 #include <unistd.h>
 #include <zlib.h>
@@ -26,12 +28,42 @@ void removeIfPresent(const QString &path)
     }
 }
 
+/// Copies so that a power cut leaves under the new name the whole copy with its permissions, or
+/// none. QFile::copy() sets the permissions later, leaves files of ever new names behind, and goes
+/// by way of the temporary directory if it has to.
+bool copyDurably(const QString &source, const QString &destination)
+{
+    const QFileInfo existing(destination);
+    QFile original(source);
+    QFile copy(destination + QLatin1StringView(".new"));
+    if (existing.exists() || existing.isSymLink() || !original.open(QIODevice::ReadOnly)
+        || !copy.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        return false;
+    }
+
+    std::array<char, 4096> buffer{};
+    qint64 count = 0;
+    while ((count = original.read(buffer.data(), buffer.size())) > 0) {
+        if (copy.write(buffer.data(), count) != count)
+            break;
+    }
+    copy.setPermissions(original.permissions());
+    if (count == 0 && ::fsync(copy.handle()) == 0
+        && std::rename(QFile::encodeName(copy.fileName()).constData(),
+                       QFile::encodeName(destination).constData())
+            == 0) {
+        return true;
+    }
+    QFile::remove(copy.fileName());
+    return false;
+}
+
 /// Replaces \a destination, a backup or the live file: the messages are the same for both.
 void refreshCopy(const QString &source, const QString &destination)
 {
     if (QFile::exists(destination) && !QFile::remove(destination))
         qCCritical(logCategory) << "Backup Error: Failed to remove old backup file:" << destination;
-    if (QFile::copy(source, destination)) {
+    if (copyDurably(source, destination)) {
         qCInfo(logCategory) << "Success! File safely backed up to:" << destination;
     } else {
         qCCritical(logCategory) << "Backup Error: Failed to copy file from" << source << "to"

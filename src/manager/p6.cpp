@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include <unistd.h>
+
 namespace {
 
 quint8 byteAt(QByteArrayView payload, qsizetype offset)
@@ -258,6 +260,9 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
 
     const quint32 received = receivedCrc(frame.payload());
     if (multiPacketTransfer.outputFile.isOpen()) {
+        // What the service tool is told to be here must not go with the power.
+        multiPacketTransfer.outputFile.flush();
+        ::fsync(multiPacketTransfer.outputFile.handle());
         multiPacketTransfer.outputFile.close();
         qCInfo(logCategory) << "processP6TransferCompleteCommand: File transfer complete. Output "
                                "file closed cleanly.";

@@ -141,7 +141,6 @@ public:
                 "a handshake is answered");
         require(m_answers.size() + failedWrites == m_commands, "every command has one answer");
         require(openDescriptors() <= descriptorsBefore + 1, "at most one file is open");
-        require(fs::is_empty("temporary"), "no temporary file is left");
         require(FaultFs::control().strayed[0] == '\0', FaultFs::control().strayed);
     }
 
@@ -281,12 +280,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (const QString reason = ServiceTree::unsafe(); !reason.isEmpty())
             qFatal("%s", qUtf8Printable(reason));
         qInstallMessageHandler(takeMessage);
-        // QFile::copy() makes its temporary file here if the destination's directory takes none.
-        const fs::path temporary = fs::current_path() / "temporary";
-        fs::create_directory(temporary);
-        qputenv("TMPDIR", temporary.c_str());
-        temporary.string().copy(FaultFs::control().temporary,
-                                sizeof FaultFs::control().temporary - 1);
         return true;
     }();
 

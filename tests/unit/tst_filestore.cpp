@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTest>
 
 #include <sys/syscall.h>
@@ -22,6 +23,14 @@ struct ReadWatch
     qsizetype failFrom = -1; ///< index of the first request that fails
 };
 ReadWatch readWatch;
+
+/// What fsync() was called for, and how it is made to fail.
+struct SyncWatch
+{
+    QStringList files;
+    bool fails = false;
+};
+SyncWatch syncWatch;
 
 /// The checksum as it is published, bit by bit.
 quint32 bitwiseCrc(const QByteArray &data)
@@ -60,6 +69,20 @@ extern "C" ssize_t read(int descriptor, void *buffer, std::size_t size)
         }
     }
     return syscall(SYS_read, descriptor, buffer, size);
+}
+
+// Likewise.
+extern "C" int fsync(int descriptor)
+{
+    const QFileInfo file(QFile::symLinkTarget(u"/proc/self/fd/%1"_s.arg(descriptor)));
+    syncWatch.files += u"%1: %2 bytes, beside %3"_s.arg(file.fileName())
+                           .arg(file.size())
+                           .arg(file.dir().entryList(QDir::Files).join(u' '));
+    if (syncWatch.fails) {
+        errno = EIO;
+        return -1;
+    }
+    return int(syscall(SYS_fsync, descriptor));
 }
 
 /// The file type catalogue, the checksums and the installation of a configuration.
@@ -105,6 +128,11 @@ private slots:
     void configurationReportsWhatItCannotRemove();
     void configurationGoesOnWithAReadOnlyBackup();
     void configurationCannotReplaceADirectory();
+    void configurationDoesNotReplaceALinkThatLeadsNowhere();
+    void configurationIsOnTheDiskBeforeItGetsItsName();
+    void configurationThatDoesNotReachTheDiskIsNotCopied();
+    void configurationReplacesWhatACutHasLeft();
+    void configurationKeepsItsPermissions();
     void configurationInstallationChangesNoState();
 };
 
@@ -555,6 +583,76 @@ void tst_filestore::configurationCannotReplaceADirectory()
         critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
         sync
     )"));
+}
+
+void tst_filestore::configurationDoesNotReplaceALinkThatLeadsNowhere()
+{
+    ServiceTree::write("application/factory/main/systemConfig.json", "received");
+    const QString live = ServiceTree::path("application/main/systemConfig.json");
+    QVERIFY(QFile::link(u"nowhere"_s, live));
+    manager->processReceivedConfigFile();
+    QCOMPARE(eventsButDebug(), transcript(R"(
+        sync
+        info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
+        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+        sync
+    )"));
+    QVERIFY(QFileInfo(live).isSymLink());
+}
+
+void tst_filestore::configurationIsOnTheDiskBeforeItGetsItsName()
+{
+    ServiceTree::write("application/factory/main/systemConfig.json", someBytes(100000));
+    ServiceTree::write("application/backup/main/systemConfig.json", "old");
+    ServiceTree::write("application/main/systemConfig.json", "old");
+    syncWatch = {};
+    manager->processReceivedConfigFile();
+    // Once for the backup, once for the live file.
+    QCOMPARE(
+        syncWatch.files,
+        QStringList(2, u"systemConfig.json.new: 100000 bytes, beside systemConfig.json.new"_s));
+    QCOMPARE(ServiceTree::list("application/backup/main"), QStringList{u"systemConfig.json"_s});
+    QCOMPARE(ServiceTree::list("application/main"), QStringList{u"systemConfig.json"_s});
+}
+
+void tst_filestore::configurationThatDoesNotReachTheDiskIsNotCopied()
+{
+    ServiceTree::write("application/factory/main/systemConfig.json", "received");
+    syncWatch = {};
+    syncWatch.fails = true;
+    manager->processReceivedConfigFile();
+    syncWatch.fails = false;
+    QCOMPARE(eventsButDebug(), transcript(R"(
+        sync
+        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
+        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+        sync
+    )"));
+    QCOMPARE(ServiceTree::list("application/backup/main"), QStringList());
+    QCOMPARE(ServiceTree::list("application/main"), QStringList());
+}
+
+void tst_filestore::configurationReplacesWhatACutHasLeft()
+{
+    ServiceTree::write("application/factory/main/systemConfig.json", "received");
+    ServiceTree::write("application/main/systemConfig.json.new", someBytes(5000));
+    manager->processReceivedConfigFile();
+    QCOMPARE(ServiceTree::list("application/main"), QStringList{u"systemConfig.json"_s});
+    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
+}
+
+void tst_filestore::configurationKeepsItsPermissions()
+{
+    constexpr auto permissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser
+        | QFile::WriteUser | QFile::ReadGroup;
+    ServiceTree::write("application/factory/main/systemConfig.json", "received");
+    QVERIFY(QFile::setPermissions(ServiceTree::path("application/factory/main/systemConfig.json"),
+                                  permissions));
+    manager->processReceivedConfigFile();
+    QCOMPARE(QFile::permissions(ServiceTree::path("application/backup/main/systemConfig.json")),
+             permissions);
+    QCOMPARE(QFile::permissions(ServiceTree::path("application/main/systemConfig.json")),
+             permissions);
 }
 
 void tst_filestore::configurationInstallationChangesNoState()

@@ -2,12 +2,28 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTest>
+
+#include <sys/syscall.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using EventLog::transcript;
 
 Q_DECLARE_METATYPE(QCanBusFrame)
+
+static bool logFsync = false;
+
+// Takes the place of the system call in the whole process.
+extern "C" int fsync(int descriptor)
+{
+    if (logFsync) {
+        const QFileInfo file(QFile::symLinkTarget(u"/proc/self/fd/%1"_s.arg(descriptor)));
+        EventLog::add(u"fsync %1: %2 bytes"_s.arg(file.filePath()).arg(file.size()));
+    }
+    return int(syscall(SYS_fsync, descriptor));
+}
 
 /// Multipacket transfer: the dispatch, the sender, the negotiation and the completion.
 class tst_p6 : public ReceiverTest
@@ -56,6 +72,7 @@ private slots:
     void completeConfigurationIsInstalled();
     void completeFileOfAnotherTypeIsLeftWhereItIs_data();
     void completeFileOfAnotherTypeIsLeftWhereItIs();
+    void completeFileIsOnTheDiskBeforeItsAnswer();
     void completeWithWrongCrcInstallsNothing();
     void completeWithoutACrcCountsAsCrc0_data();
     void completeWithoutACrcCountsAsCrc0();
@@ -736,6 +753,27 @@ void tst_p6::completeFileOfAnotherTypeIsLeftWhereItIs()
     QCOMPARE(ServiceTree::list("application/menu"), QStringList());
     QCOMPARE(ServiceTree::list("application/backup/menu"), QStringList());
     QVERIFY(!session().transferInProgress);
+}
+
+void tst_p6::completeFileIsOnTheDiskBeforeItsAnswer()
+{
+    call("processP6TransferInfoCommand", frame(0x1B1A0000, "000809000000"));
+    call("processP6InitTransferCommand", frame(0x1B1A1000, "0208000001000000"));
+    session().outputFile.write("123456789");
+    events();
+    logFsync = true;
+    call("processP6TransferCompleteCommand", frame(0x1B1A4000, "2639f4cb"));
+    logFsync = false;
+    QCOMPARE(eventsButDebug(), transcript(R"(
+        display "Received Generic File" on "Checking" on 1 on
+        fsync /media/service/korvane/pendingUpdates/file.log: 9 bytes
+        info |processP6TransferCompleteCommand: File transfer complete. Output file closed cleanly.|
+        info |processP6TransferCompleteCommand: Received CRC:  3421780262 Calculated CRC:  3421780262|
+        info |processP6TransferCompleteCommand: CRCs match|
+        info |processP6TransferCompleteCommand: Unkown file type received|
+        sent 1b584000 ext [26 39 f4 cb]
+        display "Received Generic File" on "Done" on 1 on
+    )"));
 }
 
 void tst_p6::completeWithWrongCrcInstallsNothing()

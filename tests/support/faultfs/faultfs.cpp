@@ -83,9 +83,7 @@ void watch(int at, const char *path)
     if (!control.watch || !path || control.strayed[0] != '\0')
         return;
     const std::string_view name(path);
-    const std::string full = absolute(at, path);
-    if (name == "Unknown" || isOurs(full)
-        || (control.temporary[0] != '\0' && full.starts_with(control.temporary)))
+    if (name == "Unknown" || isOurs(absolute(at, path)))
         return;
     name.copy(control.strayed, sizeof control.strayed - 1);
 }

@@ -25,10 +25,9 @@ struct Control
     bool lasting;                     ///< strikes every later operation too
     Action action;
     int error; ///< errno for Action::Error
-    /// With watch set: the first path that a process tried to change although it lies neither
-    /// below the tree nor below temporary, nor is "Unknown" in the working directory. Else empty.
+    /// With watch set: the first path that a process tried to change although it neither lies
+    /// below the tree nor is "Unknown" in the working directory. Else empty.
     bool watch;
-    char temporary[256];
     char strayed[256];
 };
 
