@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QTextStream>
+#include <QTimeZone>
 
 #include <algorithm>
 #include <utility>
@@ -118,7 +119,7 @@ void CanBusManager::processP3SetDateTimeResponse(QCanBusFrame frame)
                                    byte(Wire::SetDateTime::month), byte(Wire::SetDateTime::day)),
                              QTime(byte(Wire::SetDateTime::hour), byte(Wire::SetDateTime::minute),
                                    byte(Wire::SetDateTime::second)),
-                             Qt::UTC);
+                             QTimeZone::utc());
     }
     if (!dateTime.isValid()) {
         sendP3ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, slot, Wire::resultFailure,

@@ -165,16 +165,16 @@ void CommandsTest::answer_toAnotherNodeDoesNotCount()
 void CommandsTest::time_goesOutInUtc()
 {
     Fixture fixture;
-    fixture.peer.setDateTime(
-        QDateTime(QDate(2024, 3, 5), QTime(16, 7, 9), Qt::OffsetFromUTC, 7200));
+    fixture.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(16, 7, 9), QTimeZone(7200)));
     QCOMPARE(fixture.bus.sent, QStringList{u"0F1A02C1#1803050E0709"_s});
 }
 
 void CommandsTest::time_outsideTheWireIsRefused_data()
 {
     QTest::addColumn<QDateTime>("time");
-    QTest::newRow("before 2000") << QDateTime(QDate(1999, 12, 31), QTime(23, 59, 59), Qt::UTC);
-    QTest::newRow("after 2255") << QDateTime(QDate(2256, 1, 1), QTime(0, 0), Qt::UTC);
+    QTest::newRow("before 2000") << QDateTime(QDate(1999, 12, 31), QTime(23, 59, 59),
+                                              QTimeZone::utc());
+    QTest::newRow("after 2255") << QDateTime(QDate(2256, 1, 1), QTime(0, 0), QTimeZone::utc());
     QTest::newRow("none") << QDateTime();
 }
 
@@ -192,8 +192,9 @@ void CommandsTest::time_refusedByTheReceiver()
     fixture.bus.tamper = [](const auto &, const auto &) {
         return QList{frame(0x0F5840BA, "1803050E0709")};
     };
-    const Failure failure = failureOf(
-        [&] { fixture.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC)); });
+    const Failure failure = failureOf([&] {
+        fixture.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), QTimeZone::utc()));
+    });
     QCOMPARE(failure.exit, Exit::Refused);
     QCOMPARE(failure.message, u"The receiver refused set date and time with code 186."_s);
 }
@@ -204,8 +205,9 @@ void CommandsTest::time_echoedWrongIsABadAnswer()
     fixture.bus.tamper = [](const auto &, const auto &) {
         return QList{frame(0x0F584000, "1803050E0708")};
     };
-    const Failure failure = failureOf(
-        [&] { fixture.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), Qt::UTC)); });
+    const Failure failure = failureOf([&] {
+        fixture.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(14, 7, 9), QTimeZone::utc()));
+    });
     QCOMPARE(failure.exit, Exit::BadAnswer);
 }
 
