@@ -5,10 +5,10 @@ import QtQuick.Controls 2.12
 ApplicationWindow {
     id: mainWindow
 
-    // Only a window manager makes FullScreen the size of the screen, and until
-    // something has sized the window, Window.width is 0.
-    width: Math.max(Window.width, Screen.width)
-    height: Math.max(Window.height, Screen.height)
+    // Not every platform makes FullScreen the size of the screen: the window starts with it.
+    // Window is attached to an item, since Qt 6.11 warns of it at a window.
+    width: visible ? contentItem.Window.width : Screen.width
+    height: visible ? contentItem.Window.height : Screen.height
     visibility: Window.FullScreen
     visible: true
     color: "#5e5c64"
