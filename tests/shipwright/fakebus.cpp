@@ -27,12 +27,11 @@ FakeBus::FakeBus(FakeClock &clock)
 
 bool FakeBus::open()
 {
-    if (refusesToOpen) {
+    if (opening == Opening::Refused)
         setError(QStringLiteral("No such device"), ConnectionError);
-        return false;
-    }
-    setState(ConnectedState);
-    return true;
+    if (opening == Opening::Done)
+        setState(ConnectedState);
+    return opening == Opening::Done || opening == Opening::NeverDone;
 }
 
 void FakeBus::goAway()

@@ -31,6 +31,8 @@ public:
     /// Gets a frame that was sent and the receiver's answers to it, and returns those to give.
     using Tamper = std::function<QList<QCanBusFrame>(const QCanBusFrame &, QList<QCanBusFrame>)>;
 
+    enum class Opening { Done, Refused, RefusedSilently, NeverDone };
+
     explicit FakeBus(FakeClock &clock);
 
     ReceiverModel receiver;
@@ -38,7 +40,7 @@ public:
     qint64 answerDelay = 1;   ///< milliseconds between a frame and its answers
     int refusedWrites = 0;    ///< how many calls of writeFrame fail, as with a full buffer
     qint64 queueInterval = 0; ///< milliseconds a frame takes to leave the queue; 0: there is none
-    bool refusesToOpen = false;
+    Opening opening = Opening::Done;
     std::function<void(const QCanBusFrame &)> onWritten;
 
     /// The frames that went out, written like 0F1A02C0#A55A.

@@ -6,8 +6,6 @@
 #include "link.h"
 #include "peer.h"
 
-#include <QBuffer>
-
 /// A peer on an open link to a receiver in memory.
 struct Fixture
 {
@@ -16,16 +14,15 @@ struct Fixture
           link(bus, clock),
           peer(link, settings)
     {
+        link.endOnForeignFrames();
         link.open();
     }
 
     /// Sends \a content and returns the last progress reported.
-    Shipwright::TransferProgress send(quint32 type, QByteArray content)
+    Shipwright::TransferProgress send(quint32 type, const QByteArray &content)
     {
         Shipwright::TransferProgress last;
-        QBuffer file(&content);
-        file.open(QIODevice::ReadOnly);
-        peer.sendFile(type, file, [this, &last](const Shipwright::TransferProgress &p) {
+        peer.sendFile(type, content, [this, &last](const Shipwright::TransferProgress &p) {
             progress.append(p);
             last = p;
         });

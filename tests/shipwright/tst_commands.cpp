@@ -19,6 +19,10 @@ private slots:
     void silence_lastsAsLongAsAskedFor();
     void silence_namesWhatCameInstead();
     void silence_tellsTheConditionOfTheBus();
+    void silence_withoutAcknowledgementIsNoTimeOut_data();
+    void silence_withoutAcknowledgementIsNoTimeOut();
+    void silence_onABusWithErrorsAdvisesToCheckIt();
+    void silence_isNotExplainedByErrorsOfBefore();
     void answer_justInTimeCounts();
     void answer_inAnotherSlotDoesNotCount();
     void answer_leftOverFromBeforeDoesNotCount();
@@ -33,9 +37,15 @@ private slots:
     void serial_thatTheWireCannotCarryIsRefused_data();
     void serial_thatTheWireCannotCarryIsRefused();
     void serial_storageFailureInTheSecondFrame();
+    void serial_interruptedTellsWhatIsKnown_data();
+    void serial_interruptedTellsWhatIsKnown();
+    void serial_storedLeavesNothingToTell();
+    void time_interruptedTellsThatItIsNotKnown();
     void end_sendsTheCommand();
     void info_leavesATransferAlone();
     void info_readsEveryParameter();
+    void info_framesOfARecordAreAsManyAsTheWireNumbers_data();
+    void info_framesOfARecordAreAsManyAsTheWireNumbers();
     void info_shortAnswerIsABadAnswer();
 };
 
@@ -126,6 +136,58 @@ void CommandsTest::silence_tellsTheConditionOfTheBus()
         failure.message.endsWith(u"nothing came instead; the controller is error passive, last "
                                  "bus error: Received no ACK on transmission."_s),
         qPrintable(failure.message));
+}
+
+void CommandsTest::silence_withoutAcknowledgementIsNoTimeOut_data()
+{
+    QTest::addColumn<QCanBusFrame::FrameError>("error");
+    QTest::addColumn<QCanBusDevice::CanBusStatus>("status");
+    QTest::newRow("no acknowledgement")
+        << QCanBusFrame::MissingAcknowledgmentError << QCanBusDevice::CanBusStatus::Good;
+    QTest::newRow("bus off, reported by a frame")
+        << QCanBusFrame::BusOffError << QCanBusDevice::CanBusStatus::Good;
+    QTest::newRow("bus off, reported by the controller")
+        << QCanBusFrame::NoError << QCanBusDevice::CanBusStatus::BusOff;
+}
+
+void CommandsTest::silence_withoutAcknowledgementIsNoTimeOut()
+{
+    QFETCH(QCanBusFrame::FrameError, error);
+    QFETCH(QCanBusDevice::CanBusStatus, status);
+    Fixture f;
+    f.bus.status = status;
+    QCanBusFrame errorFrame(QCanBusFrame::ErrorFrame);
+    errorFrame.setError(error);
+    f.bus.tamper = [&](const auto &, const auto &) {
+        return error == QCanBusFrame::NoError ? QList<QCanBusFrame>{} : QList{errorFrame};
+    };
+    const Failure failure = failureOf([&] { f.peer.startConfiguration(); });
+    QCOMPARE(failure.exit, Exit::SendBlocked);
+    QVERIFY2(failure.hint.startsWith(u"Nobody acknowledges frames"_s), qPrintable(failure.hint));
+}
+
+void CommandsTest::silence_onABusWithErrorsAdvisesToCheckIt()
+{
+    Fixture f;
+    f.bus.status = QCanBusDevice::CanBusStatus::Error;
+    f.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
+    const Failure failure = failureOf([&] { f.peer.startConfiguration(); });
+    QCOMPARE(failure.exit, Exit::NoAnswer);
+    QVERIFY2(failure.hint.endsWith(u"the bus has errors: check the wiring and the termination."_s),
+             qPrintable(failure.hint));
+}
+
+void CommandsTest::silence_isNotExplainedByErrorsOfBefore()
+{
+    Fixture f;
+    QCanBusFrame errorFrame(QCanBusFrame::ErrorFrame);
+    errorFrame.setError(QCanBusFrame::MissingAcknowledgmentError);
+    f.bus.deliver(errorFrame);
+    f.peer.startConfiguration();
+    f.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
+    const Failure failure = failureOf([&] { f.peer.endConfiguration(); });
+    QCOMPARE(failure.exit, Exit::NoAnswer);
+    QVERIFY2(failure.message.endsWith(u"nothing came instead."_s), qPrintable(failure.message));
 }
 
 void CommandsTest::answer_justInTimeCounts()
@@ -276,6 +338,54 @@ void CommandsTest::serial_storageFailureInTheSecondFrame()
              u"The receiver refused set serial number, second frame with code 186."_s);
 }
 
+void CommandsTest::serial_interruptedTellsWhatIsKnown_data()
+{
+    QTest::addColumn<QString>("serial");
+    QTest::addColumn<quint32>("interruptedAt");
+    QTest::addColumn<QString>("state");
+    const QString unknown =
+        u"Whether the receiver has stored the serial number is not known; set it again."_s;
+    QTest::newRow("in the only frame") << u"SN42"_s << 0x0F1A02C2u << unknown;
+    QTest::newRow("in the first of two")
+        << u"SN1234567890"_s << 0x0F1A02C2u
+        << u"The receiver has the first 7 bytes of the serial number and has stored nothing yet; "
+           "set the whole number again."_s;
+    QTest::newRow("in the second") << u"SN1234567890"_s << 0x0F1A02C3u << unknown;
+}
+
+void CommandsTest::serial_interruptedTellsWhatIsKnown()
+{
+    QFETCH(QString, serial);
+    QFETCH(quint32, interruptedAt);
+    QFETCH(QString, state);
+    Fixture f;
+    f.bus.onWritten = [&f, interruptedAt](const QCanBusFrame &sent) {
+        if (sent.frameId() == interruptedAt)
+            f.link.interrupt();
+    };
+    QCOMPARE(failureOf([&] { f.peer.setSerialNumber(serial); }).exit, Exit::Interrupted);
+    QCOMPARE(f.peer.receiverState(), state);
+}
+
+void CommandsTest::serial_storedLeavesNothingToTell()
+{
+    Fixture f;
+    f.peer.setSerialNumber(u"SN1234567890"_s);
+    QCOMPARE(f.peer.receiverState(), QString());
+}
+
+void CommandsTest::time_interruptedTellsThatItIsNotKnown()
+{
+    Fixture f;
+    f.bus.onWritten = [&f](const QCanBusFrame &) { f.link.interrupt(); };
+    QCOMPARE(failureOf([&] {
+                 f.peer.setDateTime(QDateTime(QDate(2024, 3, 5), QTime(1, 2), QTimeZone::utc()));
+             }).exit,
+             Exit::Interrupted);
+    QCOMPARE(f.peer.receiverState(),
+             u"Whether the receiver has set its clock is not known; set it again."_s);
+}
+
 void CommandsTest::end_sendsTheCommand()
 {
     Fixture fixture;
@@ -306,6 +416,24 @@ void CommandsTest::info_readsEveryParameter()
     QCOMPARE(parameters.negotiationTimeout, 1u);
     QCOMPARE(parameters.recordTimeout, 2u);
     QCOMPARE(parameters.completeTimeout, 3u);
+}
+
+void CommandsTest::info_framesOfARecordAreAsManyAsTheWireNumbers_data()
+{
+    QTest::addColumn<quint32>("limit");
+    QTest::addColumn<quint32>("frames");
+    QTest::newRow("one") << 0u << 1u;
+    QTest::newRow("as specified") << 63u << 64u;
+    QTest::newRow("more than there are numbers") << 511u << 64u;
+}
+
+void CommandsTest::info_framesOfARecordAreAsManyAsTheWireNumbers()
+{
+    QFETCH(quint32, limit);
+    QFETCH(quint32, frames);
+    ReceiverParameters parameters;
+    parameters.frameLimit = limit;
+    QCOMPARE(parameters.recordFrames(), frames);
 }
 
 void CommandsTest::info_shortAnswerIsABadAnswer()

@@ -13,11 +13,18 @@ class DecoderTest : public QObject
 private slots:
     void line_tellsTheMessage_data();
     void line_tellsTheMessage();
+    void line_escapesWhatATerminalWouldObey();
     void line_startsWithTimeIdentifierAndBytes();
     void object_carriesTheFields();
     void log_roundTrips_data();
     void log_roundTrips();
     void log_directionOfCandumpXIsAccepted();
+    void log_blanksInTheInterfacesNameBecomeUnderscores();
+    void log_timesAreReadInEveryForm_data();
+    void log_timesAreReadInEveryForm();
+    void printedFrames_areRead_data();
+    void printedFrames_areRead();
+    void printedDates_areLocalTime();
     void log_otherLinesAreNone_data();
     void log_otherLinesAreNone();
 };
@@ -101,6 +108,16 @@ void DecoderTest::line_tellsTheMessage()
     QCOMPARE(line.mid(47), text);
 }
 
+void DecoderTest::line_escapesWhatATerminalWouldObey()
+{
+    const QString line = decodedLine(parsed("0F1A02C2#071B5B33316D0A41"), 0);
+    QVERIFY2(line.endsWith(u"P3 Set Serial: slot 0, 7 bytes in all, \"\\u001b[31m\\nA\""_s),
+             qPrintable(line));
+    // U+009B starts an escape sequence in one character, U+202E turns the direction of writing.
+    const QString ext = decodedLine(parsed("0F1A02C3#C29BE280AE"), 0);
+    QVERIFY2(ext.endsWith(u"\"\\u009b\\u202e\""_s), qPrintable(ext));
+}
+
 void DecoderTest::line_startsWithTimeIdentifierAndBytes()
 {
     const auto entry = Candump::parse("(1436509052.249713) can0 1B1A3000#2639F4CB\n");
@@ -152,13 +169,85 @@ void DecoderTest::log_directionOfCandumpXIsAccepted()
     QCOMPARE(entry->frame.payload(), QByteArray::fromHex("a55a"));
 }
 
+void DecoderTest::log_blanksInTheInterfacesNameBecomeUnderscores()
+{
+    const auto entry = Candump::parse("(1.000000) can0 123#01\n");
+    QVERIFY(entry);
+    const QByteArray line = Candump::format(u"my can 0"_s, entry->frame);
+    QCOMPARE(line, QByteArrayLiteral("(1.000000) my_can_0 123#01\n"));
+    QVERIFY(Candump::parse(line));
+}
+
+void DecoderTest::log_timesAreReadInEveryForm_data()
+{
+    QTest::addColumn<QByteArray>("time");
+    QTest::addColumn<qint64>("microSeconds");
+    QTest::newRow("microseconds") << QByteArrayLiteral("1436509052.249713")
+                                  << qint64(1436509052249713);
+    QTest::newRow("nanoseconds") << QByteArrayLiteral("1436509052.249713999")
+                                 << qint64(1436509052249713);
+    QTest::newRow("milliseconds") << QByteArrayLiteral("12.345") << qint64(12345000);
+    QTest::newRow("differences that go back") << QByteArrayLiteral("-0.000250") << qint64(-250);
+}
+
+void DecoderTest::log_timesAreReadInEveryForm()
+{
+    QFETCH(QByteArray, time);
+    QFETCH(qint64, microSeconds);
+    const auto entry = Candump::parse('(' + time + ") can0 123#01\n");
+    QVERIFY(entry);
+    QCOMPARE(Shipwright::microSeconds(entry->frame.timeStamp()), microSeconds);
+}
+
+void DecoderTest::printedFrames_areRead_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QByteArray>("logged"); // the same in the log format
+    const auto row = [](const char *name, const char *line, const char *logged) {
+        QTest::newRow(name) << QByteArray(line) << QByteArray(logged);
+    };
+    row("plain", "  can0  0F1A02C0   [2]  A5 5A", "(0.000000) can0 0F1A02C0#A55A\n");
+    row("no bytes", "  can0  0F1A02C4   [0] ", "(0.000000) can0 0F1A02C4#\n");
+    row("11-bit identifier", "  vcan0       123   [1]  7F", "(0.000000) vcan0 123#7F\n");
+    row("absolute time", " (1436509052.249713)  can0  0F1A02C0   [2]  A5 5A",
+        "(1436509052.249713) can0 0F1A02C0#A55A\n");
+    row("time from zero", " (001.000250)  can0  0F1A02C0   [2]  A5 5A",
+        "(1.000250) can0 0F1A02C0#A55A\n");
+    row("bytes as text", "  can0  0F1A02C0   [2]  A5 5A    '.Z'",
+        "(0.000000) can0 0F1A02C0#A55A\n");
+    row("direction and flags", "  can0  RX - -  0F1A02C0   [2]  A5 5A",
+        "(0.000000) can0 0F1A02C0#A55A\n");
+    row("remote frame", "  can0  00000123   [0]  remote request", "(0.000000) can0 00000123#R\n");
+    row("error frame", "  can0  20000040   [8]  00 00 00 00 00 00 00 00   ERRORFRAME",
+        "(0.000000) can0 20000040#0000000000000000\n");
+}
+
+void DecoderTest::printedFrames_areRead()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(QByteArray, logged);
+    const auto entry = Candump::parse(line);
+    QVERIFY(entry);
+    QCOMPARE(Candump::format(entry->interfaceName, entry->frame), logged);
+}
+
+void DecoderTest::printedDates_areLocalTime()
+{
+    const auto entry = Candump::parse(" (2015-07-10 07:50:52.249713)  can0  123   [0] ");
+    QVERIFY(entry);
+    const QDateTime time(QDate(2015, 7, 10), QTime(7, 50, 52));
+    QCOMPARE(entry->frame.timeStamp().seconds(), time.toSecsSinceEpoch());
+    QCOMPARE(entry->frame.timeStamp().microSeconds(), 249713);
+}
+
 void DecoderTest::log_otherLinesAreNone_data()
 {
     QTest::addColumn<QByteArray>("line");
-    for (const char *line : {"", "\n", "can0 123#01", "(1.0) can0 123#01", "(1.000000) can0 123#0",
-                             "(1.000000) can0 123##101", "(1.000000) can0 1234#01",
-                             "(1.000000) can0 123#010203040506070809", "(1.000000) can0 FFF#01",
-                             "(1.000000) can0 FFFFFFFF#01"}) {
+    for (const char *line : {"", "\n", "can0 123#01", "(noon) can0 123#01", "(1) can0 123#01",
+                             "can0 123 [2] 01", "can0 123 [9] 01 02 03 04 05 06 07 08 09",
+                             "(1.000000) can0 123#0", "(1.000000) can0 123##101",
+                             "(1.000000) can0 1234#01", "(1.000000) can0 123#010203040506070809",
+                             "(1.000000) can0 FFF#01", "(1.000000) can0 FFFFFFFF#01"}) {
         QTest::addRow("%s", QByteArray(line).trimmed().constData()) << QByteArray(line);
     }
 }

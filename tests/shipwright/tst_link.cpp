@@ -11,6 +11,9 @@ class LinkTest : public QObject
 
 private slots:
     void open_refusedNamesTheCause();
+    void open_refusedWithoutACauseSaysSo();
+    void open_thatTakesTooLongSaysSo();
+    void open_interruptedWhileTheDeviceConnects();
     void fullSendBuffer_isWaitedFor();
     void fullSendBuffer_losesNoFrameOfATransfer();
     void fullSendBuffer_forTooLongNamesTheCause();
@@ -18,6 +21,15 @@ private slots:
     void stuckQueue_namesTheCause();
     void receive_takesFramesInOrder();
     void receive_skipsBaseFormatAndErrorFrames();
+    void receive_endsWhenTheInterfaceGoesWithFramesUnread();
+    void foreignFrame_endsTheSessionBeforeAnythingMoreIsSent();
+    void foreignFrame_inTheMiddleOfARecordStopsTheRecord();
+    void foreignFrame_insteadOfTheAnswerEndsTheWait();
+    void foreignFrame_behindTheAnswerLeavesTheAnswerGood();
+    void foreignFrame_isNoneForAListener();
+    void echo_isNoForeignFrame_data();
+    void echo_isNoForeignFrame();
+    void echo_ofAnAdapterThatDoesNotEchoIsAForeignFrame();
     void interruption_endsAWait();
     void observers_seeBothDirectionsWithTimeStamps();
     void fault_changesWhatGoesOut_data();
@@ -33,11 +45,47 @@ void LinkTest::open_refusedNamesTheCause()
 {
     FakeClock clock;
     FakeBus bus(clock);
-    bus.refusesToOpen = true;
+    bus.opening = FakeBus::Opening::Refused;
     Link link(bus, clock);
     const Failure failure = failureOf([&] { link.open(); });
     QCOMPARE(failure.exit, Exit::Interface);
     QCOMPARE(failure.message, u"The CAN interface cannot be opened: No such device."_s);
+}
+
+void LinkTest::open_refusedWithoutACauseSaysSo()
+{
+    FakeClock clock;
+    FakeBus bus(clock);
+    bus.opening = FakeBus::Opening::RefusedSilently;
+    Link link(bus, clock);
+    const Failure failure = failureOf([&] { link.open(u"Plug it in."_s); });
+    QCOMPARE(failure.message, u"The CAN interface cannot be opened: its driver gives no reason."_s);
+    QCOMPARE(failure.hint, u"Plug it in."_s);
+}
+
+void LinkTest::open_thatTakesTooLongSaysSo()
+{
+    FakeClock clock;
+    FakeBus bus(clock);
+    bus.opening = FakeBus::Opening::NeverDone;
+    Link link(bus, clock);
+    const Failure failure = failureOf([&] { link.open(); });
+    QCOMPARE(failure.exit, Exit::Interface);
+    QCOMPARE(failure.message,
+             u"The CAN interface cannot be opened: it does not connect within 5000 ms."_s);
+}
+
+void LinkTest::open_interruptedWhileTheDeviceConnects()
+{
+    FakeClock clock;
+    FakeBus bus(clock);
+    bus.opening = FakeBus::Opening::NeverDone;
+    Link link(bus, clock);
+    clock.at(300, [&link] { link.interrupt(); });
+    const Failure failure = failureOf([&] { link.open(); });
+    QCOMPARE(failure.exit, Exit::Interrupted);
+    QCOMPARE(failure.message, u"Interrupted."_s);
+    QCOMPARE(clock.now(), 300);
 }
 
 void LinkTest::fullSendBuffer_isWaitedFor()
@@ -111,6 +159,102 @@ void LinkTest::receive_skipsBaseFormatAndErrorFrames()
     fixture.bus.deliver(QCanBusFrame(QCanBusFrame::ErrorFrame));
     fixture.bus.deliver(frame(0x10000002, "02"));
     QCOMPARE(fixture.link.receive(0)->frameId(), 0x10000002u);
+}
+
+void LinkTest::receive_endsWhenTheInterfaceGoesWithFramesUnread()
+{
+    Fixture f;
+    f.bus.deliver(frame(0x10000001, "01"));
+    f.bus.goAway();
+    QCOMPARE(failureOf([&] { f.link.receive(1000); }).exit, Exit::Interface);
+}
+
+void LinkTest::foreignFrame_endsTheSessionBeforeAnythingMoreIsSent()
+{
+    Fixture f;
+    f.peer.startConfiguration();
+    f.bus.deliver(frame(0x0F1A02C2, "0441424344"));
+    const Failure failure = failureOf([&] { f.peer.endConfiguration(); });
+    QCOMPARE(failure.exit, Exit::ForeignTool);
+    QCOMPARE(
+        failure.message,
+        u"Another service tool works on this bus: node 24 sent 0F1A02C2#0441424344, which this "
+        "tool did not. The session ended there."_s);
+    QCOMPARE(f.bus.sent, QStringList{u"0F1A02C0#A55A"_s});
+}
+
+void LinkTest::foreignFrame_inTheMiddleOfARecordStopsTheRecord()
+{
+    Fixture f;
+    f.bus.onWritten = [&f](const QCanBusFrame &sent) {
+        if (sent.frameId() == 0x1B1AF050)
+            f.bus.deliver(frame(0x1B1A0000, "020809000000"));
+    };
+    QCOMPARE(failureOf([&] { f.send(2, pattern(512)); }).exit, Exit::ForeignTool);
+    QCOMPARE(f.bus.sent.last().left(8), u"1B1AF050"_s);
+}
+
+void LinkTest::foreignFrame_insteadOfTheAnswerEndsTheWait()
+{
+    Fixture f;
+    f.bus.tamper = [](const auto &, const QList<QCanBusFrame> &answers) {
+        return QList{frame(0x0F1A0AC0, "a55a")} + answers;
+    };
+    QCOMPARE(failureOf([&] { f.peer.startConfiguration(); }).exit, Exit::ForeignTool);
+}
+
+void LinkTest::foreignFrame_behindTheAnswerLeavesTheAnswerGood()
+{
+    Fixture f;
+    f.bus.tamper = [](const auto &, const QList<QCanBusFrame> &answers) {
+        return answers + QList{frame(0x0F1A02C2, "0441424344")};
+    };
+    f.peer.startConfiguration();
+    QCOMPARE(failureOf([&] { f.peer.endConfiguration(); }).exit, Exit::ForeignTool);
+}
+
+void LinkTest::foreignFrame_isNoneForAListener()
+{
+    FakeClock clock;
+    FakeBus bus(clock);
+    Link link(bus, clock);
+    link.open();
+    bus.deliver(frame(0x0F1A02C2, "0441424344"));
+    QCOMPARE(link.receive(0)->frameId(), 0x0F1A02C2u);
+}
+
+void LinkTest::echo_isNoForeignFrame_data()
+{
+    QTest::addColumn<bool>("marked");
+    QTest::newRow("marked as an echo") << true;
+    QTest::newRow("not marked") << false;
+}
+
+void LinkTest::echo_isNoForeignFrame()
+{
+    QFETCH(bool, marked);
+    Fixture f;
+    QStringList observed;
+    f.link.addObserver(
+        [&observed](const QCanBusFrame &seen, Direction) { observed += text(seen); });
+    f.bus.onWritten = [&f, marked](const QCanBusFrame &sent) {
+        QCanBusFrame echo = sent;
+        echo.setLocalEcho(marked);
+        f.bus.deliver(echo);
+    };
+    f.send(2, pattern(600));
+    f.peer.setSerialNumber(u"SN1234567890"_s);
+    QCOMPARE(f.bus.receiver.file(2), pattern(600));
+    QCOMPARE(observed.count(u"0F1A02C3#3637383930"_s), 1);
+}
+
+void LinkTest::echo_ofAnAdapterThatDoesNotEchoIsAForeignFrame()
+{
+    // The first answer came without an echo: what looks like one later is another tool's.
+    Fixture f;
+    f.peer.startConfiguration();
+    f.bus.onWritten = [&f](const QCanBusFrame &sent) { f.bus.deliver(sent); };
+    QCOMPARE(failureOf([&] { f.peer.setSerialNumber(u"SN1234567890"_s); }).exit, Exit::ForeignTool);
 }
 
 void LinkTest::interruption_endsAWait()

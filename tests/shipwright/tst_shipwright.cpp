@@ -3,6 +3,7 @@
 #include "receivermodel.h"
 
 #include "candump.h"
+#include "faults.h"
 
 #include <QCanBus>
 #include <QCanBusDevice>
@@ -16,7 +17,10 @@
 #include <QTest>
 
 #include <csignal>
+#include <fcntl.h>
 #include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -53,7 +57,9 @@ void startShipwright(QProcess &process, const QStringList &arguments)
 
 Outcome outcomeOf(QProcess &process)
 {
-    if (!process.waitForFinished(30'000) || process.exitStatus() != QProcess::NormalExit)
+    const bool isRunning = process.state() != QProcess::NotRunning;
+    if ((isRunning && !process.waitForFinished(30'000))
+        || process.exitStatus() != QProcess::NormalExit)
         return {};
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
             QString::fromUtf8(process.readAllStandardError())};
@@ -62,7 +68,8 @@ Outcome outcomeOf(QProcess &process)
 Outcome shipwright(QStringList arguments, const QByteArray &input = {})
 {
     // The receiver's own limits are for a board, not for a computer that also builds something.
-    if (!arguments.contains(u"--timeout"_s))
+    const bool takesTimeout = !arguments.contains(u"decode"_s) && !arguments.contains(u"watch"_s);
+    if (takesTimeout && !arguments.contains(u"--timeout"_s))
         arguments << u"--timeout"_s << u"20000"_s;
     QProcess process;
     startShipwright(process, arguments);
@@ -87,12 +94,34 @@ private slots:
     void setSerial_storesTheNumber();
     void send_putsTheFileInItsPlace_data();
     void send_putsTheFileInItsPlace();
-    void send_readsFromAPipe();
+    void send_readsStandardInput_data();
+    void send_readsStandardInput();
+    void send_readsANamedPipeOnce();
+    void send_waitingForAPipeIsInterrupted_data();
+    void send_waitingForAPipeIsInterrupted();
+    void send_whatChangesMeanwhileArrivesAsItWas();
+    void configuration_emptyIsRefusedUnlessForced();
+    void configuration_thatIsNotJsonIsSentWithAWarning();
+    void log_isNeverWhatIsSent_data();
+    void log_isNeverWhatIsSent();
+    void output_isNeverWhatIsRead();
+    void output_onAFullDiskIsAFailure_data();
+    void output_onAFullDiskIsAFailure();
+    void secondTool_onTheInterfaceIsRefused();
+    void foreignTool_endsTheSession();
+    void options_thatACommandDoesNotTakeAreRefused_data();
+    void options_thatACommandDoesNotTakeAreRefused();
+    void help_namesEveryFault();
+    void bitRate_tooLowIsRemarkedOn();
+    void progress_fitsTheTerminalAsItIs_data();
+    void progress_fitsTheTerminalAsItIs();
     void send_recoversFromACorruptedFrame();
     void send_progressOnATerminal();
     void end_saysThatItEnded();
     void provision_doesAWholeSession();
+    void provision_refusesBeforeTheFirstFrame_data();
     void provision_refusesBeforeTheFirstFrame();
+    void provision_ofNothingIsRefused();
     void watch_printsTheTrafficUntilInterrupted();
     void decode_readsWhatLogWrites();
     void decode_followsAPipe();
@@ -113,6 +142,7 @@ private slots:
 
 private:
     QString file(const QString &name, const QByteArray &content) const;
+    QString pipe() const;
     void startReceiver();
     void stopReceiver();
 
@@ -229,18 +259,309 @@ void ShipwrightTest::send_putsTheFileInItsPlace()
     QFETCH(QString, type);
     QFETCH(qsizetype, size);
     QFETCH(QString, place);
-    const QString path = file(u"sent"_s, pattern(size));
+    QByteArray content = pattern(size);
+    if (type == u"configuration")
+        content = "{\"a\": \"" + QByteArray(size, 'b') + "\"}\n";
+    const QString path = file(u"sent"_s, content);
     const Outcome outcome = shipwright({u"send"_s, type, path});
     QCOMPARE(outcome.err, QString());
     QCOMPARE(outcome.status, 0);
-    QCOMPARE(contentOf(serviceTree + place), pattern(size));
+    QCOMPARE(contentOf(serviceTree + place), content);
 }
 
-void ShipwrightTest::send_readsFromAPipe()
+void ShipwrightTest::send_readsStandardInput_data()
 {
-    const Outcome outcome = shipwright({u"send"_s, u"generic"_s, u"/dev/stdin"_s}, pattern(3000));
+    QTest::addColumn<QString>("name");
+    QTest::newRow("as a dash") << u"-"_s;
+    QTest::newRow("as a device") << u"/dev/stdin"_s;
+}
+
+void ShipwrightTest::send_readsStandardInput()
+{
+    QFETCH(QString, name);
+    const Outcome outcome = shipwright({u"send"_s, u"generic"_s, name}, pattern(3000));
+    QCOMPARE(outcome.err, QString());
     QCOMPARE(outcome.status, 0);
     QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(3000));
+}
+
+QString ShipwrightTest::pipe() const
+{
+    const QString path = m_directory->filePath(u"pipe"_s);
+    if (mkfifo(QFile::encodeName(path).constData(), 0600) != 0)
+        qFatal("cannot make the test's own pipe");
+    return path;
+}
+
+void ShipwrightTest::send_readsANamedPipeOnce()
+{
+    const QString path = pipe();
+    QProcess process;
+    startShipwright(process, {u"send"_s, u"generic"_s, path, u"--timeout"_s, u"20000"_s});
+    QProcess writer;
+    writer.start(u"dd"_s, {u"of="_s + path, u"status=none"_s});
+    writer.write(pattern(3000));
+    writer.closeWriteChannel();
+    QCOMPARE(outcomeOf(writer).status, 0);
+    const Outcome outcome = outcomeOf(process);
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(3000));
+}
+
+void ShipwrightTest::send_waitingForAPipeIsInterrupted_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("Ctrl-C") << SIGINT;
+    QTest::newRow("termination") << SIGTERM;
+}
+
+void ShipwrightTest::send_waitingForAPipeIsInterrupted()
+{
+    QFETCH(int, signal);
+    const QString path = pipe();
+    QProcess process;
+    startShipwright(process, {u"send"_s, u"generic"_s, path});
+    // Opened for writing once the tool has it open for reading; nothing is written.
+    int writer = -1;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (writer = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_NONBLOCK)) >= 0, 20'000);
+    ::kill(pid_t(process.processId()), signal);
+    const Outcome outcome = outcomeOf(process);
+    ::close(writer);
+    QCOMPARE(outcome.status, 130);
+    QCOMPARE(outcome.err, u"shipwright: Interrupted.\n"_s);
+}
+
+void ShipwrightTest::send_whatChangesMeanwhileArrivesAsItWas()
+{
+    const QString path = file(u"sent"_s, pattern(2000));
+    const QString log = m_directory->filePath(u"frames.log"_s);
+    QProcess process;
+    startShipwright(process,
+                    {u"send"_s, u"generic"_s, path, u"--timeout"_s, u"20000"_s, u"--log"_s, log,
+                     u"--fault"_s, u"delay=3000@data:100"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(contentOf(log).count('\n') > 70, 20'000);
+    file(u"sent"_s, QByteArray(500, 'x'));
+    QCOMPARE(outcomeOf(process).status, 0);
+    QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(2000));
+}
+
+void ShipwrightTest::configuration_emptyIsRefusedUnlessForced()
+{
+    const QString live = serviceTree + u"application/main/systemConfig.json"_s;
+    QCOMPARE(shipwright({u"send"_s, u"configuration"_s, file(u"good"_s, QByteArrayLiteral("{}\n"))})
+                 .status,
+             0);
+    const QString path = file(u"empty"_s, {});
+    const QStringList commands[] = {
+        {u"send"_s, u"configuration"_s, path},
+        {u"provision"_s, u"--serial"_s, u"NEVER"_s, u"--configuration"_s, path}};
+    for (const QStringList &command : commands) {
+        const Outcome outcome = shipwright(command);
+        QCOMPARE(outcome.status, 3);
+        QCOMPARE(outcome.out, QString());
+        QCOMPARE(outcome.err,
+                 u"shipwright: The configuration %1 is empty, and it would replace the "
+                 "receiver's.\nTry: --force sends it nevertheless.\n"_s.arg(path));
+        QCOMPARE(contentOf(live), QByteArrayLiteral("{}\n"));
+    }
+    QCOMPARE(shipwright(commands[0] + QStringList{u"--force"_s}).status, 0);
+    QCOMPARE(contentOf(live), QByteArray());
+}
+
+void ShipwrightTest::configuration_thatIsNotJsonIsSentWithAWarning()
+{
+    const QString path = file(u"odd"_s, QByteArrayLiteral("{\"a\": }\n"));
+    const Outcome outcome = shipwright({u"send"_s, u"configuration"_s, path});
+    // What stands between the brackets is Qt's.
+    QVERIFY2(outcome.err.startsWith(
+                 u"shipwright: Warning: The configuration %1 is not JSON ("_s.arg(path)),
+             qPrintable(outcome.err));
+    QVERIFY2(outcome.err.endsWith(u" at byte 7); it is sent as it is.\n"_s),
+             qPrintable(outcome.err));
+    QCOMPARE(outcome.status, 0);
+    QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s),
+             QByteArrayLiteral("{\"a\": }\n"));
+}
+
+void ShipwrightTest::log_isNeverWhatIsSent_data()
+{
+    QTest::addColumn<QStringList>("command");
+    QTest::newRow("send") << QStringList{u"send"_s, u"configuration"_s, u"$FILE"_s};
+    QTest::newRow("provision") << QStringList{u"provision"_s, u"--generic"_s, u"$FILE"_s};
+}
+
+void ShipwrightTest::log_isNeverWhatIsSent()
+{
+    QFETCH(QStringList, command);
+    const QString path = file(u"source"_s, QByteArrayLiteral("{}\n"));
+    const QString link = m_directory->filePath(u"link"_s);
+    QVERIFY(QFile::link(path, link));
+    command.replaceInStrings(u"$FILE"_s, path);
+    const Outcome outcome = shipwright(command + QStringList{u"--log"_s, link});
+    QCOMPARE(outcome.status, 2);
+    QCOMPARE(
+        outcome.err,
+        u"shipwright: The log %1 is a file that is read: it would be overwritten.\n"_s.arg(link));
+    QCOMPARE(contentOf(path), QByteArrayLiteral("{}\n"));
+}
+
+void ShipwrightTest::output_isNeverWhatIsRead()
+{
+    const QString path = file(u"frames.log"_s, QByteArrayLiteral("(1.000000) can0 0F1A02C4#\n"));
+    QProcess process;
+    process.setStandardOutputFile(path, QIODevice::Append);
+    startShipwright(process, {u"decode"_s, path});
+    QCOMPARE(outcomeOf(process).status, 2);
+    QCOMPARE(contentOf(path), QByteArrayLiteral("(1.000000) can0 0F1A02C4#\n"));
+}
+
+void ShipwrightTest::output_onAFullDiskIsAFailure_data()
+{
+    QTest::addColumn<QStringList>("command");
+    QTest::newRow("decode") << QStringList{u"decode"_s};
+    QTest::newRow("info") << QStringList{u"info"_s};
+    QTest::newRow("watch") << QStringList{u"watch"_s};
+    QTest::newRow("send") << QStringList{u"send"_s, u"generic"_s, u"$FILE"_s};
+}
+
+void ShipwrightTest::output_onAFullDiskIsAFailure()
+{
+    QFETCH(QStringList, command);
+    command.replaceInStrings(u"$FILE"_s, file(u"sent"_s, pattern(600)));
+    QProcess process;
+    process.setStandardOutputFile(u"/dev/full"_s);
+    startShipwright(process, command);
+    process.write("(1.000000) can0 0F1A02C4#\n");
+    process.closeWriteChannel();
+    // Something to watch, again and again until it is there.
+    while (command.first() == u"watch" && !process.waitForFinished(200))
+        QCOMPARE(shipwright({u"end"_s}).status, 0);
+    const Outcome outcome = outcomeOf(process);
+    QCOMPARE(outcome.status, 3);
+    QCOMPARE(outcome.err,
+             u"shipwright: Standard output cannot be written: No space left on device.\n"_s);
+    if (command.first() == u"send")
+        QCOMPARE(contentOf(serviceTree + u"pendingUpdates/file.log"_s), pattern(600));
+}
+
+void ShipwrightTest::secondTool_onTheInterfaceIsRefused()
+{
+    const QString log = m_directory->filePath(u"frames.log"_s);
+    QProcess first;
+    startShipwright(first,
+                    {u"set-serial"_s, u"AAAA111122223"_s, u"--log"_s, log, u"--timeout"_s,
+                     u"20000"_s, u"--fault"_s, u"delay=3000@command:2"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(contentOf(log).count('\n') == 2, 20'000);
+    const Outcome second = shipwright({u"set-serial"_s, u"BBBB444455556"_s});
+    QCOMPARE(second.status, 13);
+    QCOMPARE(
+        second.err,
+        u"shipwright: Another shipwright (process %1) works on the interface \"can0\"; nothing was "
+        "sent.\nTry: Wait until it has ended: two tools at once would mix what they send.\n"_s.arg(
+            first.processId()));
+    QCOMPARE(outcomeOf(first).status, 0);
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("AAAA111122223\n"));
+    QCOMPARE(shipwright({u"set-serial"_s, u"BBBB444455556"_s}).status, 0);
+}
+
+void ShipwrightTest::foreignTool_endsTheSession()
+{
+    const std::unique_ptr<QCanBusDevice> other(
+        QCanBus::instance()->createDevice(u"socketcan"_s, u"can0"_s));
+    QVERIFY(other && other->connectDevice());
+    const QString log = m_directory->filePath(u"frames.log"_s);
+    QProcess process;
+    startShipwright(process,
+                    {u"set-serial"_s, u"AAAA111122223"_s, u"--log"_s, log, u"--timeout"_s,
+                     u"20000"_s, u"--fault"_s, u"delay=3000@command:2"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(contentOf(log).count('\n') == 2, 20'000);
+    QVERIFY(other->writeFrame(QCanBusFrame(0x0F1A02C2, QByteArray::fromHex("0442424242"))));
+    QTRY_COMPARE_WITH_TIMEOUT(other->framesToWrite(), 0, 20'000);
+    const Outcome outcome = outcomeOf(process);
+    QCOMPARE(outcome.status, 14);
+    QCOMPARE(
+        outcome.err,
+        u"shipwright: Another service tool works on this bus: node 24 sent 0F1A02C2#0442424242, "
+        "which this tool did not. The session ended there.\n"
+        "The receiver has the first 7 bytes of the serial number and has stored nothing yet; set the "
+        "whole number again.\n"
+        "Try: Find the other tool and let one work at a time; then do this session again from its "
+        "start.\n"_s);
+    QVERIFY(!contentOf(log).contains("0F1A02C3#"));
+}
+
+void ShipwrightTest::options_thatACommandDoesNotTakeAreRefused_data()
+{
+    QTest::addColumn<QStringList>("command");
+    for (const char *command :
+         {"decode --interface can9", "decode --fault drop@any", "decode --log x",
+          "watch --fault drop@any", "watch --timeout 5", "watch --slot 1", "info --slot 1",
+          "info --retries 1", "send --slot 1", "connect --retries 1", "connect --serial 1",
+          "selftest --destination 14", "selftest --slot 1"}) {
+        QTest::newRow(command) << QString::fromLatin1(command).split(u' ');
+    }
+}
+
+void ShipwrightTest::options_thatACommandDoesNotTakeAreRefused()
+{
+    QFETCH(QStringList, command);
+    const Outcome outcome = shipwright(command);
+    QCOMPARE(outcome.status, 2);
+    QCOMPARE(outcome.err,
+             u"shipwright: Unknown option '%1'.\nTry: shipwright %2 --help\n"_s.arg(
+                 command.at(1).mid(2), command.first()));
+}
+
+void ShipwrightTest::help_namesEveryFault()
+{
+    const QString help = shipwright({u"connect"_s, u"--help"_s}).out.simplified();
+    QVERIFY2(help.contains(u"Actions: %1. Frames: %2."_s.arg(
+                 Shipwright::FaultPlan::actionNames().join(u", "_s),
+                 Shipwright::FaultPlan::frameNames().join(u", "_s))),
+             qPrintable(help));
+}
+
+void ShipwrightTest::bitRate_tooLowIsRemarkedOn()
+{
+    const QString path = file(u"sent"_s, pattern(3000));
+    const Outcome outcome = shipwright({u"send"_s, u"generic"_s, path, u"--bitrate"_s, u"10000"_s});
+    QCOMPARE(outcome.status, 0);
+    QVERIFY2(outcome.out.endsWith(
+                 u" (more than a bus at 10000 bit/s carries: is --bitrate right?).\n"_s),
+             qPrintable(outcome.out));
+    QVERIFY(!outcome.out.contains(u"of the bus"_s));
+}
+
+void ShipwrightTest::progress_fitsTheTerminalAsItIs_data()
+{
+    QTest::addColumn<int>("columns");
+    QTest::newRow("narrow") << 30;
+    QTest::newRow("narrower than the bar") << 12;
+    QTest::newRow("wide") << 200;
+}
+
+void ShipwrightTest::progress_fitsTheTerminalAsItIs()
+{
+    QFETCH(int, columns);
+    const QString path = file(u"sent"_s, pattern(100'000));
+    QProcess process;
+    // It is 100 columns wide at first and changes while the transfer waits.
+    process.start(
+        u"script"_s,
+        {u"-qec"_s,
+         u"stty cols 100; (sleep 2; stty cols %1) <&1 & %2 send generic %3 --timeout 20000 "
+         "--fault delay=5000@record-start:3; wait"_s.arg(columns)
+             .arg(QStringLiteral(SHIPWRIGHT), path),
+         u"/dev/null"_s});
+    const Outcome outcome = outcomeOf(process);
+    const QStringList bars = outcome.out.split(u'\n').first().split(u"\r\x1b[K"_s,
+                                                                    Qt::SkipEmptyParts);
+    QVERIFY(bars.size() >= 3);
+    for (const QString &bar : bars.last(2))
+        QVERIFY2(bar.trimmed().size() < columns, qPrintable(bar));
+    QVERIFY2(bars.last().contains(u"100 %"_s), qPrintable(bars.last()));
 }
 
 void ShipwrightTest::send_recoversFromACorruptedFrame()
@@ -260,7 +581,7 @@ void ShipwrightTest::send_progressOnATerminal()
     process.start(u"script"_s,
                   {u"-qec"_s,
                    u"stty cols 100; %1 send generic %2 --bitrate 1000000 --timeout 20000 "
-                   "--fault delay=300@transfer-complete"_s.arg(QStringLiteral(SHIPWRIGHT), path),
+                   "--fault delay=2000@transfer-complete"_s.arg(QStringLiteral(SHIPWRIGHT), path),
                    u"/dev/null"_s});
     const Outcome outcome = outcomeOf(process);
     QCOMPARE(outcome.status, 0);
@@ -317,13 +638,39 @@ void ShipwrightTest::provision_doesAWholeSession()
     QCOMPARE(contentOf(serviceTree + u"pendingUpdates/package.tar"_s), pattern(1200));
 }
 
+void ShipwrightTest::provision_refusesBeforeTheFirstFrame_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<int>("status");
+    QTest::newRow("missing file") << QStringList{u"--menu"_s, u"/nonexistent"_s} << 3;
+    QTest::newRow("file over 4 GiB") << QStringList{u"--package"_s, u"$SPARSE"_s} << 3;
+    QTest::newRow("device") << QStringList{u"--generic"_s, u"/dev/zero"_s} << 3;
+    QTest::newRow("file that cannot be read") << QStringList{u"--menu"_s, u"/proc/self/mem"_s} << 3;
+    QTest::newRow("standard input twice")
+        << QStringList{u"--menu"_s, u"-"_s, u"--package"_s, u"/dev/stdin"_s} << 2;
+    QTest::newRow("year that the wire cannot carry")
+        << QStringList{u"--time"_s, u"1999-12-31T00:00:00Z"_s} << 2;
+    QTest::newRow("log that cannot be written")
+        << QStringList{u"--log"_s, u"/nonexistent/log"_s} << 3;
+}
+
 void ShipwrightTest::provision_refusesBeforeTheFirstFrame()
 {
-    const QString log = m_directory->filePath(u"frames.log"_s);
-    const Outcome outcome = shipwright({u"provision"_s, u"--serial"_s, u"SN42"_s, u"--menu"_s,
-                                        u"/nonexistent"_s, u"--log"_s, log});
-    QCOMPARE(outcome.status, 3);
-    QVERIFY(!QFileInfo::exists(log));
+    QFETCH(QStringList, options);
+    QFETCH(int, status);
+    QFile sparse(m_directory->filePath(u"sparse"_s));
+    QVERIFY(sparse.open(QIODevice::WriteOnly) && sparse.resize(4'294'967'296));
+    options.replaceInStrings(u"$SPARSE"_s, sparse.fileName());
+    const QByteArray before = contentOf(serviceTree + u"serialNumber"_s);
+    const Outcome outcome = shipwright(QStringList{u"provision"_s, u"--serial"_s, u"NEVER"_s}
+                                       + options);
+    QCOMPARE(outcome.status, status);
+    QCOMPARE(outcome.out, QString());
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), before);
+}
+
+void ShipwrightTest::provision_ofNothingIsRefused()
+{
     QCOMPARE(shipwright({u"provision"_s}).status, 2);
 }
 
@@ -542,7 +889,7 @@ void ShipwrightTest::failure_hasItsExitStatus_data()
     QTest::newRow("missing argument")
         << QStringList{u"send"_s, u"generic"_s} << 2
         << u"Usage: shipwright send configuration|menu|generic|package FILE"_s;
-    QTest::newRow("wrong slot") << QStringList{u"info"_s, u"--slot"_s, u"4"_s} << 2
+    QTest::newRow("wrong slot") << QStringList{u"connect"_s, u"--slot"_s, u"4"_s} << 2
                                 << u"--slot takes a number from 0 to 3, not \"4\"."_s;
     QTest::newRow("wrong destination") << QStringList{u"info"_s, u"--destination"_s, u"25"_s} << 2
                                        << u"--destination takes 26 or 14, not \"25\"."_s;
@@ -606,9 +953,10 @@ void ShipwrightTest::failure_noReceiver()
 void ShipwrightTest::failure_interfaceCannotBeOpened()
 {
     qputenv("VIRTUALBUS_FAULTS", file(u"faults"_s, QByteArrayLiteral("connect\n")).toLocal8Bit());
-    const Outcome outcome = shipwright({u"connect"_s});
+    const Outcome outcome = shipwright({u"connect"_s, u"--interface"_s, u"can7"_s});
     qunsetenv("VIRTUALBUS_FAULTS");
     QCOMPARE(outcome.status, 4);
+    QVERIFY(outcome.err.contains(u"(ip link set can7 up type can bitrate 1000000)"_s));
     QVERIFY2(outcome.err.startsWith(u"shipwright: The CAN interface cannot be opened: Bus fault: "
                                     "connect.\nTry: "_s),
              qPrintable(outcome.err));

@@ -30,11 +30,14 @@ private slots:
     void complete_shorterLimitWhenAskedFor();
     void complete_crcDiffersShowsBothValues();
     void complete_successWithAnotherCrcIsABadAnswer();
+    void complete_contradictionsClaimNothingAboutTheFile_data();
+    void complete_contradictionsClaimNothingAboutTheFile();
     void parametersOfZero_fallBackToTheDefault();
     void progress_neverShowsAllBeforeTheReceiverConfirmed();
     void progress_countsRepeatedRecords();
-    void fileThatShrinks_isALocalFailure();
     void state_tellsWhatTheReceiverIsLeftWith();
+    void interruption_atInitiateTransferTellsThatTheFileMayBeEmpty();
+    void interruption_beforeInitiateTransferLeavesNothingToTell();
     void interruption_endsTheTransfer();
     void interface_goesAwayInTheMiddle();
     void foreignTraffic_isIgnored();
@@ -297,6 +300,36 @@ void TransferTest::complete_successWithAnotherCrcIsABadAnswer()
              "0x2639f4cb and the one sent was 0xcbf43926."_s);
 }
 
+void TransferTest::complete_contradictionsClaimNothingAboutTheFile_data()
+{
+    QTest::addColumn<quint32>("id");
+    QTest::addColumn<QByteArray>("crc");
+    QTest::addColumn<QString>("state");
+    QTest::newRow("success with another CRC-32")
+        << 0x1B584000u << QByteArrayLiteral("01020304")
+        << u"The receiver says that it accepted the configuration file, and names the CRC-32 of "
+           "another one: what it holds, or has installed, is not known. Sending the file again "
+           "replaces it."_s;
+    QTest::newRow("failure with the CRC-32 that was sent")
+        << 0x1B5840BAu << QByteArrayLiteral("2639f4cb")
+        << u"The receiver refused the configuration file although it computed the CRC-32 that was "
+           "sent, so it did not install it; sending the file again replaces it."_s;
+}
+
+void TransferTest::complete_contradictionsClaimNothingAboutTheFile()
+{
+    QFETCH(quint32, id);
+    QFETCH(QByteArray, crc);
+    QFETCH(QString, state);
+    Fixture f;
+    f.bus.tamper = [=](const QCanBusFrame &sent, const QList<QCanBusFrame> &answers) {
+        return sent.frameId() == 0x1B1A4000 ? QList{frame(id, crc.constData())} : answers;
+    };
+    const Failure failure = failureOf([&] { f.send(0, QByteArrayLiteral("123456789")); });
+    QCOMPARE(failure.exit, Exit::BadAnswer);
+    QCOMPARE(f.peer.receiverState(), state);
+}
+
 void TransferTest::parametersOfZero_fallBackToTheDefault()
 {
     Fixture fixture;
@@ -337,22 +370,6 @@ void TransferTest::progress_countsRepeatedRecords()
     QCOMPARE(last.bytes, 600u);
 }
 
-void TransferTest::fileThatShrinks_isALocalFailure()
-{
-    Fixture fixture;
-    QByteArray content = pattern(1000);
-    QBuffer file(&content);
-    file.open(QIODevice::ReadOnly);
-    const Failure failure = failureOf([&] {
-        fixture.peer.sendFile(2, file, [&content](const TransferProgress &p) {
-            if (p.records == 1)
-                content.truncate(600);
-        });
-    });
-    QCOMPARE(failure.exit, Exit::LocalFile);
-    QVERIFY(failure.message.startsWith(u"The file ended after 600 of 1000 bytes"_s));
-}
-
 void TransferTest::state_tellsWhatTheReceiverIsLeftWith()
 {
     Fixture fixture;
@@ -367,6 +384,27 @@ void TransferTest::state_tellsWhatTheReceiverIsLeftWith()
     fixture.send(3, pattern(1500));
     QCOMPARE(fixture.bus.receiver.file(3), pattern(1500));
     QVERIFY(fixture.peer.receiverState().isEmpty());
+}
+
+void TransferTest::interruption_atInitiateTransferTellsThatTheFileMayBeEmpty()
+{
+    Fixture f;
+    f.bus.onWritten = [&f](const QCanBusFrame &sent) {
+        if (sent.frameId() == 0x1B1A1000)
+            f.link.interrupt();
+    };
+    QCOMPARE(failureOf([&] { f.send(1, pattern(1500)); }).exit, Exit::Interrupted);
+    QCOMPARE(
+        f.peer.receiverState(),
+        u"The receiver may have emptied its menu file already; sending the file again fills it."_s);
+}
+
+void TransferTest::interruption_beforeInitiateTransferLeavesNothingToTell()
+{
+    Fixture f;
+    f.bus.onWritten = [&f](const QCanBusFrame &) { f.link.interrupt(); };
+    QCOMPARE(failureOf([&] { f.send(1, pattern(1500)); }).exit, Exit::Interrupted);
+    QCOMPARE(f.peer.receiverState(), QString());
 }
 
 void TransferTest::interruption_endsTheTransfer()

@@ -1,9 +1,13 @@
 #include "console.h"
 
+#include "files.h"
+#include "filetypes.h"
+#include "text.h"
+
 #include <QJsonDocument>
 
+#include <cerrno>
 #include <cmath>
-#include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -20,13 +24,6 @@ constexpr double bytesPerFrame = 8;
 constexpr int barWidth = 24;
 constexpr qint64 redrawInterval = 100;
 
-void print(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
-}
-
 QString size(double bytes)
 {
     if (bytes < 1000)
@@ -36,9 +33,30 @@ QString size(double bytes)
     return u"%1 MB"_s.arg(bytes / 1e6, 0, 'f', 2);
 }
 
-QString count(quint64 number, const QString &noun)
+/// As \a object would be written, with the control characters escaped that JSON lets pass.
+QString jsonLine(const QJsonObject &object)
 {
-    return u"%1 %2%3"_s.arg(QString::number(number), noun, number == 1 ? QString() : u"s"_s);
+    return printable(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
+}
+
+/// \a text line by line as a terminal may show it.
+QString printableLines(const QString &text)
+{
+    QStringList lines = text.split(u'\n');
+    for (QString &line : lines)
+        line = printable(line);
+    return lines.join(u'\n');
+}
+
+/// The width of the terminal, 0 when standard output is none.
+int terminalColumns()
+{
+    winsize window{};
+    if (!isatty(STDOUT_FILENO))
+        return 0;
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0)
+        return 80;
+    return window.ws_col;
 }
 
 QString duration(double seconds)
@@ -49,32 +67,36 @@ QString duration(double seconds)
 
 } // namespace
 
-Console::Console(bool json, int columns)
-    : m_json(json),
-      m_columns(json ? 0 : columns)
+Console::Console(bool json)
+    : m_json(json)
 {
 }
 
-int Console::terminalColumns()
+void Console::print(const QString &text)
 {
-    winsize window{};
-    if (!isatty(STDOUT_FILENO))
-        return 0;
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0)
-        return 80;
-    return window.ws_col;
+    const int error = writeAll(STDOUT_FILENO, text.toUtf8());
+    if (error != 0 && error != EINTR)
+        m_outputError = error;
 }
 
 void Console::report(const QString &event, const QString &text, const QJsonObject &fields)
 {
     endBar();
     if (!m_json) {
-        print(stdout, text + u'\n');
+        print(printableLines(text) + u'\n');
         return;
     }
     QJsonObject object = fields;
     object.insert(u"event"_s, event);
-    print(stdout, QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + u'\n');
+    print(jsonLine(object) + u'\n');
+}
+
+void Console::warn(const QString &text)
+{
+    endBar();
+    writeAll(STDERR_FILENO, (u"shipwright: Warning: "_s + printableLines(text) + u'\n').toUtf8());
+    if (m_json)
+        report(u"warning"_s, {}, {{u"message"_s, text}});
 }
 
 void Console::failure(const Failure &failure, const QString &receiverState)
@@ -85,7 +107,7 @@ void Console::failure(const Failure &failure, const QString &receiverState)
         text += receiverState + u'\n';
     if (!failure.hint.isEmpty())
         text += u"Try: "_s + failure.hint + u'\n';
-    print(stderr, text);
+    writeAll(STDERR_FILENO, printableLines(text).toUtf8());
     if (m_json) {
         report(u"failure"_s, {},
                {{u"status"_s, int(failure.exit)},
@@ -93,6 +115,14 @@ void Console::failure(const Failure &failure, const QString &receiverState)
                 {u"receiver"_s, receiverState},
                 {u"hint"_s, failure.hint}});
     }
+}
+
+void Console::checkOutput() const
+{
+    if (m_outputError == 0)
+        return;
+    throw Failure(Exit::LocalFile,
+                  u"Standard output cannot be written: %1."_s.arg(qt_error_string(m_outputError)));
 }
 
 void Console::startTransfer(const QString &fileName, quint32 fileType,
@@ -120,20 +150,31 @@ std::optional<double> Console::busShare(double bytesPerSecond) const
     return bytesPerSecond * bitsPerFrame / bytesPerFrame / *m_bitRate;
 }
 
-QString Console::figures(const TransferProgress &progress) const
+QString Console::busShareText(double bytesPerSecond) const
+{
+    const std::optional<double> share = busShare(bytesPerSecond);
+    if (!share)
+        return {};
+    // More than all cannot be.
+    if (*share > 1)
+        return u"more than a bus at %1 bit/s carries: is --bitrate right?"_s.arg(*m_bitRate);
+    return u"%1 % of the bus"_s.arg(*share * 100, 0, 'f', 0);
+}
+
+QStringList Console::figures(const TransferProgress &progress) const
 {
     const double rate = bytesPerSecond(progress.bytes);
     QStringList parts{u"%1 of %2"_s.arg(size(double(progress.bytes)), size(double(progress.total))),
                       u"%1/s"_s.arg(size(rate))};
-    if (const auto share = busShare(rate); share && rate > 0)
-        parts += u"%1 % of the bus"_s.arg(*share * 100, 0, 'f', 0);
+    if (const QString share = busShareText(rate); !share.isEmpty() && rate > 0)
+        parts += share;
     if (progress.phase == TransferProgress::Phase::Confirming)
         parts += u"waiting for the receiver to check the file"_s;
     else if (progress.phase == TransferProgress::Phase::Sending && rate > 0)
         parts += u"%1 left"_s.arg(duration(double(progress.total - progress.bytes) / rate));
     if (progress.repeated > 0)
-        parts += count(progress.repeated, u"record"_s) + u" sent again"_s;
-    return parts.join(u", "_s);
+        parts += countText(progress.repeated, u"record"_s) + u" sent again"_s;
+    return parts;
 }
 
 void Console::progress(const TransferProgress &progress)
@@ -145,12 +186,13 @@ void Console::progress(const TransferProgress &progress)
         percent = qMin(percent, 99);
     }
 
-    if (m_columns > 0) {
+    // Asked for each time: windows change their size.
+    if (const int columns = m_json ? 0 : terminalColumns()) {
         const bool isDue = progress.phase != TransferProgress::Phase::Sending
             || !m_sinceDrawn.isValid() || m_sinceDrawn.elapsed() >= redrawInterval;
         if (isDue) {
             m_sinceDrawn.start();
-            drawBar(percent, figures(progress));
+            drawBar(percent, figures(progress), columns);
         }
         return;
     }
@@ -173,24 +215,33 @@ void Console::progress(const TransferProgress &progress)
                        {u"bytesPerSecond"_s, qRound64(rate)}};
     if (const auto share = busShare(rate))
         fields.insert(u"busShare"_s, *share);
-    report(u"progress"_s, u"%1 %: %2"_s.arg(percent, 3).arg(figures(progress)), fields);
+    report(u"progress"_s, u"%1 %: %2"_s.arg(percent, 3).arg(figures(progress).join(u", "_s)),
+           fields);
 }
 
-void Console::drawBar(int percent, const QString &figures)
+void Console::drawBar(int percent, QStringList figures, int columns)
 {
-    const int filled = percent * barWidth / 100;
-    QString line = u"[%1%2] %3 % %4"_s.arg(QString(filled, u'#'), QString(barWidth - filled, u'-'))
-                       .arg(percent, 3)
-                       .arg(figures);
-    line.truncate(m_columns - 1);
-    print(stdout, u"\r\x1b[K"_s + line);
+    // The last column stays free, so that no terminal breaks the line; what does not fit is left
+    // out whole, for half a number is another one.
+    const int room = columns - 1;
+    QString line = u"%1 %"_s.arg(percent, 3);
+    const int width = qMin(barWidth, room - int(line.size()) - 3);
+    if (width >= 1) {
+        const int filled = percent * width / 100;
+        line.prepend(u"[%1%2] "_s.arg(QString(filled, u'#'), QString(width - filled, u'-')));
+    }
+    while (!figures.isEmpty() && line.size() + 1 + figures.join(u", "_s).size() > room)
+        figures.removeLast();
+    if (!figures.isEmpty())
+        line += u' ' + figures.join(u", "_s);
+    print(u"\r\x1b[K"_s + line);
     m_barDrawn = true;
 }
 
 void Console::endBar()
 {
     if (m_barDrawn)
-        print(stdout, u"\n"_s);
+        print(u"\n"_s);
     m_barDrawn = false;
 }
 
@@ -199,13 +250,13 @@ void Console::finishTransfer(const TransferResult &result)
     const double rate = bytesPerSecond(result.bytes);
     const QString crc = QString::number(result.crc, 16).rightJustified(8, u'0');
     QString text = u"Sent %1 file %2: %3 in %4, CRC-32 0x%5, %6 s, %7/s"_s.arg(
-        fileTypeName(m_fileType), m_fileName, count(result.bytes, u"byte"_s),
-        count(result.records, u"record"_s), crc,
+        fileTypeName(m_fileType), m_fileName, countText(result.bytes, u"byte"_s),
+        countText(result.records, u"record"_s), crc,
         QString::number(double(result.milliseconds) / 1000, 'f', 1), size(rate));
-    if (const auto share = busShare(rate))
-        text += u" (%1 % of the bus)"_s.arg(*share * 100, 0, 'f', 0);
+    if (m_bitRate)
+        text += u" (%1)"_s.arg(busShareText(rate));
     if (result.repeated > 0)
-        text += u"; "_s + count(result.repeated, u"record"_s) + u" sent again"_s;
+        text += u"; "_s + countText(result.repeated, u"record"_s) + u" sent again"_s;
     report(u"sent"_s, text + u'.',
            {{u"file"_s, m_fileName},
             {u"type"_s, fileTypeName(m_fileType)},

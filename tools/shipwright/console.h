@@ -14,29 +14,31 @@ namespace Shipwright {
 class Console
 {
 public:
-    /// \a columns is the width of the terminal, 0 when standard output is none.
-    Console(bool json, int columns);
+    explicit Console(bool json);
 
-    static int terminalColumns();
-
-    bool isJson() const { return m_json; }
     /// Reports \a event: \a text to people, \a fields to programs.
     void report(const QString &event, const QString &text, const QJsonObject &fields = {});
+    void warn(const QString &text);
     void failure(const Failure &failure, const QString &receiverState);
+    /// Throws a Failure when something reported could not be written. Not part of the reports: what
+    /// a receiver is in the middle of is brought to its end first.
+    void checkOutput() const;
 
     void startTransfer(const QString &fileName, quint32 fileType, std::optional<quint32> bitRate);
     void progress(const TransferProgress &progress);
     void finishTransfer(const TransferResult &result);
 
 private:
+    void print(const QString &text);
     void endBar();
-    void drawBar(int percent, const QString &figures);
-    QString figures(const TransferProgress &progress) const;
+    void drawBar(int percent, QStringList figures, int columns);
+    QStringList figures(const TransferProgress &progress) const;
     double bytesPerSecond(quint64 bytes) const;
     std::optional<double> busShare(double bytesPerSecond) const;
+    QString busShareText(double bytesPerSecond) const;
 
     bool m_json;
-    int m_columns;
+    int m_outputError = 0; ///< why standard output could not be written; 0: it could
     bool m_barDrawn = false;
     QString m_fileName;
     quint32 m_fileType = 0;

@@ -1,41 +1,21 @@
 #include "commands.h"
 #include "console.h"
+#include "interruption.h"
 #include "options.h"
 #include "session.h"
 
+#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QSocketNotifier>
 
-#include <csignal>
-#include <cstdio>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <span>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
 
 namespace {
-
-int signalPipe[2];
-
-void onSignal(int)
-{
-    const char byte = 0;
-    [[maybe_unused]] const ssize_t written = write(signalPipe[1], &byte, 1);
-}
-
-/// Lets the event loop see SIGINT and SIGTERM; a second one ends the program at once.
-void watchSignals()
-{
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0)
-        return;
-    struct sigaction action = {};
-    action.sa_handler = onSignal;
-    action.sa_flags = int(SA_RESETHAND);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
 
 QString commandList()
 {
@@ -57,6 +37,104 @@ const Command *findCommand(const QString &name)
     return nullptr;
 }
 
+std::vector<Option> optionsOf(const Command &command)
+{
+    std::vector<Option> options{jsonOption};
+    for (const std::span<const Option> group : command.options)
+        options.insert(options.end(), group.begin(), group.end());
+    return options;
+}
+
+QCommandLineOption parserOption(const Option &option)
+{
+    return {QString::fromLatin1(option.name), QString::fromLatin1(option.help),
+            QString::fromLatin1(option.value ? option.value : "")};
+}
+
+/// Every option that any command takes, so that their values are not taken for commands.
+void addHiddenOptions(QCommandLineParser &parser)
+{
+    QStringList known;
+    for (const Command *command : allCommands()) {
+        for (const Option &option : optionsOf(*command)) {
+            QCommandLineOption hidden = parserOption(option);
+            if (known.contains(hidden.names().first()))
+                continue;
+            known += hidden.names();
+            hidden.setFlags(QCommandLineOption::HiddenFromHelp);
+            parser.addOption(hidden);
+        }
+    }
+}
+
+/// The first argument that is no option and no option's value.
+QString commandName(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    addHiddenOptions(parser);
+    parser.parse(arguments);
+    return parser.positionalArguments().value(0);
+}
+
+/// Prepares the parser for \a command, or for the help alone when there is none.
+void addTable(QCommandLineParser &parser, const Command *command)
+{
+    parser.addHelpOption();
+    parser.addVersionOption();
+    if (!command) {
+        parser.setApplicationDescription(
+            u"Service tool: provisions, tests and watches a Dockhand receiver on a CAN bus."_s
+            + commandList());
+        parser.addPositionalArgument(
+            u"command"_s,
+            u"What to do; \"shipwright COMMAND --help\" tells more and the options."_s,
+            u"COMMAND [OPTIONS] [ARGUMENTS]"_s);
+        addHiddenOptions(parser);
+        return;
+    }
+    parser.setApplicationDescription(QString::fromLatin1(command->summary));
+    parser.addPositionalArgument(
+        QString::fromLatin1(command->name), {},
+        u"%1 %2"_s.arg(QLatin1StringView(command->name), QLatin1StringView(command->arguments))
+            .trimmed());
+    for (const Option &option : optionsOf(*command))
+        parser.addOption(parserOption(option));
+}
+
+CommandLine commandLine(const QCommandLineParser &parser, const Command &command)
+{
+    QHash<QString, QStringList> given;
+    for (const Option &option : optionsOf(command)) {
+        const QString name = QString::fromLatin1(option.name);
+        if (parser.isSet(name))
+            given.insert(name, parser.values(name));
+    }
+    return {parser.positionalArguments().mid(1), given};
+}
+
+/// Throws a Failure when the arguments are not a command's.
+void checkArguments(const QCommandLineParser &parser, bool isParsed, const Command *command)
+{
+    const QStringList arguments = parser.positionalArguments();
+    const QString help = command ? u"shipwright %1 --help"_s.arg(QLatin1StringView(command->name))
+                                 : u"shipwright --help"_s;
+    if (!arguments.isEmpty() && !command)
+        throw Failure(Exit::Usage, u"\"%1\" is not a command."_s.arg(arguments.first()), help);
+    if (!isParsed)
+        throw Failure(Exit::Usage, parser.errorText(), help);
+    if (!command)
+        throw Failure(Exit::Usage, u"No command given."_s, help);
+    const qsizetype count = arguments.size() - 1;
+    if (count < command->leastArguments || count > command->mostArguments) {
+        throw Failure(
+            Exit::Usage,
+            u"Usage: shipwright %1 %2"_s
+                .arg(QLatin1StringView(command->name), QLatin1StringView(command->arguments))
+                .trimmed(),
+            help);
+    }
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -67,69 +145,31 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationName(u"shipwright"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(SHIPWRIGHT_VERSION));
 
+    const QStringList given = QCoreApplication::arguments();
+    const Command *command = findCommand(commandName(given));
     QCommandLineParser parser;
-    parser.addHelpOption();
-    parser.addVersionOption();
-    addCommonOptions(parser);
-    // The command's own options are known once the command is.
-    parser.parse(QCoreApplication::arguments());
-    const Command *command = findCommand(parser.positionalArguments().value(0));
-    parser.clearPositionalArguments();
-    if (command) {
-        parser.setApplicationDescription(QString::fromLatin1(command->summary));
-        parser.addPositionalArgument(
-            QString::fromLatin1(command->name), {},
-            u"%1 %2"_s.arg(QLatin1StringView(command->name), QLatin1StringView(command->arguments))
-                .trimmed());
-        if (command->addOptions)
-            command->addOptions(parser);
-    } else {
-        parser.setApplicationDescription(
-            u"Service tool: provisions, tests and watches a Dockhand receiver on a CAN bus."_s
-            + commandList());
-        parser.addPositionalArgument(u"command"_s,
-                                     u"What to do; \"shipwright COMMAND --help\" "
-                                     "tells more."_s,
-                                     u"COMMAND [ARGUMENTS]"_s);
-    }
-    const bool parsed = parser.parse(QCoreApplication::arguments());
+    addTable(parser, command);
+    const bool isParsed = parser.parse(given);
     if (parser.isSet(u"version"_s))
         parser.showVersion();
     if (parser.isSet(u"help"_s) || parser.isSet(u"help-all"_s))
         parser.showHelp();
 
-    Console console(parser.isSet(u"json"_s), Console::terminalColumns());
-    std::optional<Session> session;
+    Console console(command && parser.isSet(u"json"_s));
+    Session session(console);
     try {
-        QStringList arguments = parser.positionalArguments();
-        const QString help = command
-            ? u"shipwright %1 --help"_s.arg(QLatin1StringView(command->name))
-            : u"shipwright --help"_s;
-        if (!arguments.isEmpty() && !command)
-            throw Failure(Exit::Usage, u"\"%1\" is not a command."_s.arg(arguments.first()), help);
-        if (!parsed)
-            throw Failure(Exit::Usage, parser.errorText(), help);
-        if (!command)
-            throw Failure(Exit::Usage, u"No command given."_s, help);
-        arguments.removeFirst();
-        if (arguments.size() < command->leastArguments
-            || arguments.size() > command->mostArguments) {
-            throw Failure(Exit::Usage,
-                          u"Usage: shipwright %1 %2"_s.arg(QLatin1StringView(command->name),
-                                                           QLatin1StringView(command->arguments)),
-                          help);
-        }
-        const Options options = readCommonOptions(parser);
-        session.emplace(options, parser, console);
-        watchSignals();
-        QSocketNotifier notifier(signalPipe[0], QSocketNotifier::Read);
+        checkArguments(parser, isParsed, command);
+        Interruption::watch();
+        QSocketNotifier notifier(Interruption::descriptor(), QSocketNotifier::Read);
         QObject::connect(&notifier, &QSocketNotifier::activated, &app, [&session, &notifier] {
             notifier.setEnabled(false);
-            session->interrupt();
+            session.interrupt();
         });
-        return int(command->run(*session, arguments));
+        const Exit exit = command->run(session, commandLine(parser, *command));
+        console.checkOutput();
+        return int(exit);
     } catch (const Failure &failure) {
-        console.failure(failure, session ? session->receiverState() : QString());
+        console.failure(failure, session.receiverState());
         return int(failure.exit);
     }
 }

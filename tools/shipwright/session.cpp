@@ -3,44 +3,79 @@
 #include "candump.h"
 #include "console.h"
 #include "failure.h"
+#include "text.h"
 
 #include <QCanBus>
+#include <QCanBusDeviceInfo>
+
+#include <net/if.h>
+#include <unistd.h>
+#include <utility>
 
 namespace Shipwright {
 
 using namespace Qt::StringLiterals;
 
-Session::Session(const Options &options, const QCommandLineParser &parser, Console &console)
-    : m_options(options),
-      m_parser(parser),
-      m_console(console)
+Session::Session(Console &console)
+    : m_console(console)
 {
 }
 
-Link &Session::link()
+QByteArray Session::contentOf(const QString &path)
 {
-    if (!m_link)
-        openBus();
+    Input input(path);
+    protect(input);
+    return input.readAll();
+}
+
+void Session::protect(const Input &input)
+{
+    if (input.isStandardInput() && std::exchange(m_hasReadStandardInput, true))
+        throw Failure(Exit::Usage, u"Standard input can be read only once."_s);
+    const std::optional<FileIdentity> identity = input.identity();
+    if (!identity)
+        return;
+    m_inputs.push_back(*identity);
+    for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (storedFile(output) == identity) {
+            throw Failure(Exit::Usage,
+                          u"%1 is read, and the output goes there too."_s.arg(input.shownName()));
+        }
+    }
+}
+
+Link &Session::listen(const BusSettings &settings)
+{
+    createDevice(settings);
+    m_link = std::make_unique<Link>(*m_device, m_clock);
+    open(settings);
     return *m_link;
 }
 
-Peer &Session::peer()
+Peer &Session::connect(const SendSettings &settings)
 {
-    if (!m_peer)
-        m_peer = std::make_unique<Peer>(link(), m_options.peer);
+    createDevice(settings.bus);
+    lockInterface(settings.bus);
+    m_link = std::make_unique<Link>(*m_device, m_clock);
+    m_link->setFaults(settings.faults);
+    m_link->endOnForeignFrames();
+    if (settings.peer.timeout)
+        m_link->setSendTimeout(*settings.peer.timeout);
+    m_peer = std::make_unique<Peer>(*m_link, settings.peer);
+    open(settings.bus);
     return *m_peer;
 }
 
-void Session::openBus()
+void Session::createDevice(const BusSettings &settings)
 {
     QString error;
     m_device.reset(
-        QCanBus::instance()->createDevice(m_options.plugin, m_options.interfaceName, &error));
+        QCanBus::instance()->createDevice(settings.plugin, settings.interfaceName, &error));
     if (!m_device) {
         throw Failure(
             Exit::Interface,
             u"The CAN plugin \"%1\" gives no interface \"%2\": %3"_s.arg(
-                m_options.plugin, m_options.interfaceName, error),
+                settings.plugin, settings.interfaceName, error),
             u"Plugins on this computer: %1."_s.arg(QCanBus::instance()->plugins().join(u", "_s)));
     }
     m_device->setConfigurationParameter(QCanBusDevice::LoopbackKey, true);
@@ -49,37 +84,59 @@ void Session::openBus()
     m_device->setConfigurationParameter(
         QCanBusDevice::ErrorFilterKey,
         QVariant::fromValue(QCanBusFrame::FrameErrors(QCanBusFrame::AnyError)));
-    if (m_options.bitRate)
-        m_device->setConfigurationParameter(QCanBusDevice::BitRateKey, *m_options.bitRate);
-
-    m_link = std::make_unique<Link>(*m_device, m_clock);
-    m_link->setFaults(m_options.faults);
-    if (m_options.peer.timeout)
-        m_link->setSendTimeout(*m_options.peer.timeout);
-    if (m_interrupted)
-        m_link->interrupt();
-    startLog();
-    m_link->open();
+    if (settings.bitRate)
+        m_device->setConfigurationParameter(QCanBusDevice::BitRateKey, *settings.bitRate);
 }
 
-void Session::startLog()
+void Session::lockInterface(const BusSettings &settings)
 {
-    if (m_options.logFile.isEmpty())
+    const QString serialNumber = m_device->deviceInfo().serialNumber();
+    const QByteArray name = settings.interfaceName.toUtf8();
+    // A plugin may stand in for SocketCAN without the kernel having the interface. Which bus that
+    // is tells the serial number; without one, two of the same name need not be the same bus.
+    if (settings.plugin == u"socketcan" && serialNumber.isEmpty()
+        && if_nametoindex(name.constData()) == 0)
         return;
-    m_log.setFileName(m_options.logFile);
-    if (!m_log.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
-        throw Failure(
-            Exit::LocalFile,
-            u"The log %1 cannot be written: %2."_s.arg(m_options.logFile, m_log.errorString()));
+    m_lock = std::make_unique<InterfaceLock>(settings.plugin.toUtf8() + '\n' + name + '\n'
+                                                 + serialNumber.toUtf8(),
+                                             settings.interfaceName);
+}
+
+void Session::open(const BusSettings &settings)
+{
+    if (m_interrupted)
+        m_link->interrupt();
+    startLog(settings);
+    QString advice =
+        u"Check that the adapter is plugged in and that its driver knows the interface "
+        "\"%1\"."_s.arg(printable(settings.interfaceName));
+    if (settings.plugin == u"socketcan") {
+        advice = u"Check that the kernel has CAN (modprobe can-raw), the interface's name "
+                 "(ip link show type can) and that it is up "
+                 "(ip link set %1 up type can bitrate %2)."_s.arg(printable(settings.interfaceName))
+                     .arg(settings.bitRate.value_or(1'000'000));
     }
-    m_link->addObserver([this](const QCanBusFrame &frame, Direction) {
-        const QByteArray line = Candump::format(m_options.interfaceName, frame);
-        if (m_log.write(line) != line.size()) {
-            throw Failure(
-                Exit::LocalFile,
-                u"The log %1 cannot be written: %2."_s.arg(m_options.logFile, m_log.errorString()));
-        }
-    });
+    try {
+        m_link->open(advice);
+    } catch (const Failure &) {
+        // The destructors of some plugins abort the program when their device could not be opened.
+        [[maybe_unused]] static const QCanBusDevice *left = nullptr;
+        left = m_device.release();
+        throw;
+    }
+    if (m_log)
+        m_log->start();
+}
+
+void Session::startLog(const BusSettings &settings)
+{
+    if (settings.logFile.isEmpty())
+        return;
+    m_log = std::make_unique<Output>(u"The log"_s, settings.logFile, m_inputs);
+    m_link->addObserver(
+        [this, name = settings.interfaceName](const QCanBusFrame &frame, Direction) {
+            m_log->write(Candump::format(name, frame));
+        });
 }
 
 void Session::interrupt()

@@ -1,44 +1,58 @@
 #pragma once
 
 #include "clock.h"
+#include "files.h"
+#include "interfacelock.h"
 #include "link.h"
 #include "options.h"
 #include "peer.h"
 
 #include <QCanBusDevice>
-#include <QFile>
 
 #include <memory>
+#include <optional>
+#include <vector>
 
 namespace Shipwright {
 
 class Console;
 
-/// What a command works with. The bus is opened when it is first asked for.
+/// What a command works with: files of this computer, the bus, the receiver.
 class Session
 {
 public:
-    Session(const Options &options, const QCommandLineParser &parser, Console &console);
+    explicit Session(Console &console);
 
-    const Options &options() const { return m_options; }
-    const QCommandLineParser &parser() const { return m_parser; }
     Console &console() const { return m_console; }
 
-    Link &link();
-    Peer &peer();
+    /// A file to send, whole.
+    QByteArray contentOf(const QString &path);
+    /// Keeps every output away from \a input.
+    void protect(const Input &input);
+
+    /// Opens the bus for a command that only listens.
+    Link &listen(const BusSettings &settings);
+    /// Opens the bus for a command that sends: it has to be the only one.
+    Peer &connect(const SendSettings &settings);
+
+    Link &link() const { return *m_link; }
+    Peer &peer() const { return *m_peer; }
 
     void interrupt();
     QString receiverState() const;
 
 private:
-    void openBus();
-    void startLog();
+    void createDevice(const BusSettings &settings);
+    void lockInterface(const BusSettings &settings);
+    void startLog(const BusSettings &settings);
+    void open(const BusSettings &settings);
 
-    const Options &m_options;
-    const QCommandLineParser &m_parser;
     Console &m_console;
     SystemClock m_clock;
-    QFile m_log;
+    std::vector<FileIdentity> m_inputs;
+    bool m_hasReadStandardInput = false;
+    std::unique_ptr<Output> m_log;
+    std::unique_ptr<InterfaceLock> m_lock;
     std::unique_ptr<QCanBusDevice> m_device;
     std::unique_ptr<Link> m_link;
     std::unique_ptr<Peer> m_peer;

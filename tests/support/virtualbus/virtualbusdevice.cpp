@@ -78,7 +78,9 @@ VirtualBusDevice::~VirtualBusDevice()
 
 QCanBusDeviceInfo VirtualBusDevice::deviceInfoOf(const QString &interfaceName)
 {
-    return createDeviceInfo(u"socketcan"_s, interfaceName, true, false);
+    // The serial number tells this bus from others, whose interfaces have the same names.
+    return createDeviceInfo(u"socketcan"_s, interfaceName,
+                            qEnvironmentVariable("VIRTUALBUS_SOCKET"), {}, {}, 0, true, false);
 }
 
 QCanBusDeviceInfo VirtualBusDevice::deviceInfo() const

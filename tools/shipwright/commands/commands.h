@@ -1,26 +1,26 @@
 #pragma once
 
 #include "failure.h"
+#include "options.h"
 
-#include <QStringList>
-
+#include <array>
 #include <span>
-
-class QCommandLineParser;
 
 namespace Shipwright {
 
 class Session;
 
+/// A command: what the help shows of it, what it takes, what it does. Every command takes
+/// jsonOption too; a command line with anything else is refused.
 struct Command
 {
     const char *name;
-    const char *arguments = ""; ///< as the help shows them
+    const char *arguments; ///< as the help shows them
     const char *summary;
     qsizetype leastArguments = 0;
     qsizetype mostArguments = 0;
-    Exit (*run)(Session &session, const QStringList &arguments);
-    void (*addOptions)(QCommandLineParser &parser) = nullptr;
+    std::array<std::span<const Option>, 8> options; ///< groups, as many as are needed
+    Exit (*run)(Session &session, const CommandLine &line);
 };
 
 extern const Command connectCommand;

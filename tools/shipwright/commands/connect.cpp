@@ -16,8 +16,9 @@ void startConfiguration(Session &session)
 
 namespace {
 
-Exit run(Session &session, const QStringList &)
+Exit run(Session &session, const CommandLine &line)
 {
+    session.connect(SendSettings(line));
     startConfiguration(session);
     return Exit::Success;
 }
@@ -26,7 +27,9 @@ Exit run(Session &session, const QStringList &)
 
 const Command connectCommand{
     .name = "connect",
+    .arguments = "",
     .summary = "Start a configuration session: check that the receiver answers.",
+    .options = {busOptions, sendOptions, receiverOptions, slotOptions},
     .run = run};
 
 } // namespace Shipwright

@@ -6,51 +6,74 @@
 #include "candump.h"
 #include "decoder.h"
 
-#include <QFile>
-
-#include <cstdio>
-
 namespace Shipwright {
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-Exit run(Session &session, const QStringList &arguments)
+/// Prints frames line by line as they come in.
+class LogReader
 {
-    const QString path = arguments.value(0, u"-"_s);
-    QFile input(path);
-    const bool isOpen = path == u"-" ? input.open(stdin, QIODevice::ReadOnly)
-                                     : input.open(QIODevice::ReadOnly);
-    if (!isOpen)
-        throw Failure(Exit::LocalFile, u"%1 cannot be read: %2."_s.arg(path, input.errorString()));
+public:
+    explicit LogReader(Console &console)
+        : m_console(console)
+    {
+    }
 
-    std::optional<qint64> start;
-    QStringList undecoded;
-    for (int number = 1; !input.atEnd() || input.isSequential(); ++number) {
-        const QByteArray line = input.readLine();
-        if (line.isEmpty())
-            break;
+    void read(const QByteArray &line)
+    {
+        ++m_number;
         const auto entry = Candump::parse(line);
         if (!entry) {
             if (!line.trimmed().isEmpty())
-                undecoded += QString::number(number);
-            continue;
+                m_undecoded += QString::number(m_number);
+            return;
         }
-        if (!start)
-            start = microSeconds(entry->frame.timeStamp());
-        session.console().report(u"frame"_s, decodedLine(entry->frame, *start),
-                                 decodedObject(entry->frame));
+        if (!m_start)
+            m_start = microSeconds(entry->frame.timeStamp());
+        m_console.report(u"frame"_s, decodedLine(entry->frame, *m_start),
+                         decodedObject(entry->frame));
+        m_console.checkOutput();
     }
-    if (!undecoded.isEmpty()) {
-        const qsizetype shown = 10;
-        const QString more = undecoded.size() > shown ? u", ..."_s : QString();
+
+    /// Throws when there were lines that hold no frame.
+    void finish() const
+    {
+        if (m_undecoded.isEmpty())
+            return;
+        constexpr qsizetype shown = 10;
+        const QString more = m_undecoded.size() > shown ? u", ..."_s : QString();
         throw Failure(Exit::LocalFile,
                       u"%1 of the lines hold no classic CAN frame in candump's log format: %2%3."_s
-                          .arg(undecoded.size())
-                          .arg(undecoded.mid(0, shown).join(u", "_s), more),
+                          .arg(m_undecoded.size())
+                          .arg(m_undecoded.mid(0, shown).join(u", "_s), more),
                       u"Record with candump -L or with shipwright --log."_s);
     }
+
+private:
+    Console &m_console;
+    qint64 m_number = 0;
+    std::optional<qint64> m_start;
+    QStringList m_undecoded;
+};
+
+Exit run(Session &session, const CommandLine &line)
+{
+    Input input(line.arguments.value(0, u"-"_s));
+    session.protect(input);
+    LogReader reader(session.console());
+    QByteArray pending;
+    for (QByteArray bytes = input.read(); !bytes.isEmpty(); bytes = input.read()) {
+        pending += bytes;
+        qsizetype start = 0;
+        for (qsizetype end = 0; (end = pending.indexOf('\n', start)) >= 0; start = end + 1)
+            reader.read(pending.mid(start, end - start));
+        pending.remove(0, start);
+    }
+    if (!pending.isEmpty())
+        reader.read(pending);
+    reader.finish();
     return Exit::Success;
 }
 
@@ -61,6 +84,7 @@ const Command decodeCommand{
     .arguments = "[FILE]",
     .summary = "Print a candump log, or standard input, one readable line a frame.",
     .mostArguments = 1,
+    .options = {},
     .run = run};
 
 } // namespace Shipwright

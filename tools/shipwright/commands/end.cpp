@@ -16,14 +16,19 @@ void endConfiguration(Session &session)
 
 namespace {
 
-Exit run(Session &session, const QStringList &)
+Exit run(Session &session, const CommandLine &line)
 {
+    session.connect(SendSettings(line));
     endConfiguration(session);
     return Exit::Success;
 }
 
 } // namespace
 
-const Command endCommand{.name = "end", .summary = "End the configuration session.", .run = run};
+const Command endCommand{.name = "end",
+                         .arguments = "",
+                         .summary = "End the configuration session.",
+                         .options = {busOptions, sendOptions, receiverOptions, slotOptions},
+                         .run = run};
 
 } // namespace Shipwright

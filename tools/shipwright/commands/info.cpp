@@ -9,9 +9,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-Exit run(Session &session, const QStringList &)
+Exit run(Session &session, const CommandLine &line)
 {
-    const ReceiverParameters p = session.peer().receiverParameters();
+    const ReceiverParameters p = session.connect(SendSettings(line)).receiverParameters();
+    QString frames = QString::number(p.recordFrames());
+    if (p.frameLimit + 1 > p.recordFrames())
+        frames += u" (the receiver allows %1, the wire numbers no more)"_s.arg(p.frameLimit + 1);
     session.console().report(u"info"_s,
                              u"Protocol version:             %1\n"
                              "Data frames in a record:      %2\n"
@@ -19,7 +22,7 @@ Exit run(Session &session, const QStringList &)
                              "Limit for a negotiation:      %4 ms\n"
                              "Limit for a record:           %5 ms\n"
                              "Limit for the whole file:     %6 ms"_s.arg(p.version)
-                                 .arg(p.frameLimit + 1)
+                                 .arg(frames)
                                  .arg(p.flag ? 1 : 0)
                                  .arg(p.negotiationTimeout)
                                  .arg(p.recordTimeout)
@@ -35,7 +38,10 @@ Exit run(Session &session, const QStringList &)
 
 } // namespace
 
-const Command infoCommand{
-    .name = "info", .summary = "Ask for the receiver's parameters and print them.", .run = run};
+const Command infoCommand{.name = "info",
+                          .arguments = "",
+                          .summary = "Ask for the receiver's parameters and print them.",
+                          .options = {busOptions, sendOptions, receiverOptions},
+                          .run = run};
 
 } // namespace Shipwright

@@ -4,7 +4,11 @@
 #include "console.h"
 #include "session.h"
 
+#include "filetypes.h"
 #include "wire.h"
+
+#include <utility>
+#include <vector>
 
 namespace Shipwright {
 
@@ -12,52 +16,63 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr quint32 fileOrder[] = {Wire::FileType::configuration, Wire::FileType::menu,
-                                 Wire::FileType::generic, Wire::FileType::package};
+constexpr Option timeOption{"time", "TIME",
+                            "Set the clock to \"now\" or to an ISO 8601 date and time."};
+constexpr Option serialOption{"serial", "TEXT", "Set the serial number."};
+constexpr Option stepOptions[] = {timeOption, serialOption};
 
-void addOptions(QCommandLineParser &parser)
+/// One for each type, in the order in which they are sent.
+constexpr Option fileOptions[] = {
+    {"configuration", "FILE", "Send a configuration file."},
+    {"menu", "FILE", "Send a menu file."},
+    {"generic", "FILE", "Send a generic file."},
+    {"package", "FILE", "Send a package file."},
+};
+
+/// A whole session.
+struct Provisioning
 {
-    parser.addOption(
-        {u"time"_s, u"Set the clock to \"now\" or to an ISO 8601 date and time."_s, u"TIME"_s});
-    parser.addOption({u"serial"_s, u"Set the serial number."_s, u"TEXT"_s});
-    for (const quint32 type : fileOrder) {
-        parser.addOption(
-            {fileTypeName(type), u"Send a %1 file."_s.arg(fileTypeName(type)), u"FILE"_s});
-    }
-}
+    Provisioning(Session &session, const CommandLine &line);
 
-Exit run(Session &session, const QStringList &)
+    SendSettings settings;
+    std::optional<TimeSetting> time;
+    std::optional<QString> serial;
+    std::vector<FileToSend> files;
+};
+
+Provisioning::Provisioning(Session &session, const CommandLine &line)
+    : settings(line)
 {
-    const QCommandLineParser &parser = session.parser();
-    const bool setsTime = parser.isSet(u"time"_s);
-    const bool setsSerial = parser.isSet(u"serial"_s);
-    bool hasWork = setsTime || setsSerial;
-
-    // Everything that can be refused here is, before the receiver sees the first frame.
-    if (setsTime)
-        dateTimeFromText(parser.value(u"time"_s));
-    if (setsSerial)
-        Peer::checkSerialNumber(parser.value(u"serial"_s));
-    for (const quint32 type : fileOrder) {
-        if (parser.isSet(fileTypeName(type))) {
-            checkFile(parser.value(fileTypeName(type)));
-            hasWork = true;
-        }
+    if (line.isSet(timeOption))
+        time = readTime(line.text(timeOption));
+    if (line.isSet(serialOption)) {
+        serial = line.text(serialOption);
+        Peer::checkSerialNumber(*serial);
     }
-    if (!hasWork) {
+    for (const Option &option : fileOptions) {
+        if (!line.isSet(option))
+            continue;
+        const quint32 type = *fileTypeFromName(QString::fromLatin1(option.name));
+        files.push_back(readFile(session, type, line.text(option), line.isSet(forceOption)));
+    }
+    if (!time && !serial && files.empty()) {
         throw Failure(Exit::Usage, u"There is nothing to do."_s,
                       u"Give at least one of --time, --serial and the files."_s);
     }
+}
 
+Exit run(Session &session, const CommandLine &line)
+{
+    // Everything that can be refused here is, before the receiver sees the first frame.
+    const Provisioning provisioning(session, line);
+    session.connect(provisioning.settings);
     startConfiguration(session);
-    if (setsTime)
-        setTime(session, parser.value(u"time"_s));
-    if (setsSerial)
-        setSerial(session, parser.value(u"serial"_s));
-    for (const quint32 type : fileOrder) {
-        if (parser.isSet(fileTypeName(type)))
-            sendFile(session, type, parser.value(fileTypeName(type)));
-    }
+    if (provisioning.time)
+        setTime(session, *provisioning.time);
+    if (provisioning.serial)
+        setSerial(session, *provisioning.serial);
+    for (const FileToSend &file : provisioning.files)
+        sendFile(session, file, provisioning.settings.bus.bitRate);
     endConfiguration(session);
     return Exit::Success;
 }
@@ -68,7 +83,8 @@ const Command provisionCommand{
     .name = "provision",
     .arguments = "[--time TIME] [--serial TEXT] [--configuration FILE] ...",
     .summary = "Do a whole session: connect, clock, serial number, files, end.",
-    .run = run,
-    .addOptions = addOptions};
+    .options = {stepOptions, fileOptions, transferOptions, busOptions, sendOptions, receiverOptions,
+                slotOptions},
+    .run = run};
 
 } // namespace Shipwright

@@ -11,24 +11,23 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-void addOptions(QCommandLineParser &parser)
-{
-    parser.addOption(
-        {u"destructive"_s,
-         u"Also run the checks that set the clock and the serial number (to \"TEST12345678\") "
-         "and install a configuration (\"{}\"); menu and package files are replaced too."_s});
-}
+constexpr Option destructiveOption{
+    "destructive", nullptr,
+    "Also run the checks that set the clock and the serial number (to \"TEST12345678\") "
+    "and install a configuration (\"{}\"); menu and package files are replaced too."};
+constexpr Option ownOptions[] = {destructiveOption};
 
-Exit run(Session &session, const QStringList &)
+Exit run(Session &session, const CommandLine &line)
 {
     using Outcome = ConformanceResult::Outcome;
     // Nobody there is not a deviation.
-    session.peer().receiverParameters();
+    const SendSettings options(line);
+    session.connect(options).receiverParameters();
 
     ConformanceSettings settings;
-    settings.destructive = session.parser().isSet(u"destructive"_s);
-    if (session.options().peer.timeout) {
-        settings.timeout = *session.options().peer.timeout;
+    settings.destructive = line.isSet(destructiveOption);
+    if (options.peer.timeout) {
+        settings.timeout = *options.peer.timeout;
         settings.completeTimeout = settings.timeout;
     }
     int passed = 0;
@@ -65,7 +64,7 @@ const Command selftestCommand{
     .name = "selftest",
     .arguments = "[--destructive]",
     .summary = "Check the receiver against the protocol; replaces its generic file.",
-    .run = run,
-    .addOptions = addOptions};
+    .options = {ownOptions, busOptions, sendOptions},
+    .run = run};
 
 } // namespace Shipwright

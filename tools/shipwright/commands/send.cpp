@@ -4,9 +4,12 @@
 #include "console.h"
 #include "session.h"
 
-#include <QBuffer>
-#include <QFile>
-#include <QFileInfo>
+#include "filetypes.h"
+#include "text.h"
+
+#include "wire.h"
+
+#include <QJsonDocument>
 
 namespace Shipwright {
 
@@ -14,53 +17,60 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-void openForReading(QFile &file)
+/// A configuration goes live as soon as it has arrived.
+void checkConfiguration(Session &session, const FileToSend &file, bool force)
 {
-    if (QFileInfo(file).isDir())
-        throw Failure(Exit::LocalFile, u"%1 is a directory."_s.arg(file.fileName()));
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw Failure(Exit::LocalFile,
-                      u"%1 cannot be read: %2."_s.arg(file.fileName(), file.errorString()));
+    const QString name = printable(file.name);
+    if (file.content.isEmpty()) {
+        if (force)
+            return;
+        throw Failure(
+            Exit::LocalFile,
+            u"The configuration %1 is empty, and it would replace the receiver's."_s.arg(name),
+            u"--force sends it nevertheless."_s);
+    }
+    QJsonParseError error;
+    QJsonDocument::fromJson(file.content, &error);
+    if (error.error != QJsonParseError::NoError) {
+        session.console().warn(
+            u"The configuration %1 is not JSON (%2 at byte %3); it is sent as it "
+            "is."_s.arg(name, error.errorString())
+                .arg(error.offset));
     }
 }
 
-Exit run(Session &session, const QStringList &arguments)
+Exit run(Session &session, const CommandLine &line)
 {
-    const std::optional<quint32> type = fileTypeFromName(arguments.first());
+    const SendSettings settings(line);
+    const QString typeName = line.arguments.first();
+    const std::optional<quint32> type = fileTypeFromName(typeName);
     if (!type) {
-        throw Failure(Exit::Usage, u"\"%1\" is not a file type."_s.arg(arguments.first()),
+        throw Failure(Exit::Usage, u"\"%1\" is not a file type."_s.arg(typeName),
                       u"The types are configuration, menu, generic and package."_s);
     }
-    checkFile(arguments.last());
-    sendFile(session, *type, arguments.last());
+    const FileToSend file = readFile(session, *type, line.arguments.last(),
+                                     line.isSet(forceOption));
+    session.connect(settings);
+    sendFile(session, file, settings.bus.bitRate);
     return Exit::Success;
 }
 
 } // namespace
 
-void checkFile(const QString &path)
+FileToSend readFile(Session &session, quint32 type, const QString &path, bool force)
 {
-    QFile file(path);
-    openForReading(file);
+    FileToSend file{type, path, session.contentOf(path)};
+    if (type == Wire::FileType::configuration)
+        checkConfiguration(session, file, force);
+    return file;
 }
 
-void sendFile(Session &session, quint32 fileType, const QString &path)
+void sendFile(Session &session, const FileToSend &file, std::optional<quint32> bitRate)
 {
-    QFile file(path);
-    openForReading(file);
-    // A pipe does not tell its size, which the receiver wants to know first.
-    QBuffer whole;
-    if (file.isSequential()) {
-        whole.setData(file.readAll());
-        whole.open(QIODevice::ReadOnly);
-    }
-    QIODevice &content = file.isSequential() ? static_cast<QIODevice &>(whole) : file;
-
-    Peer &peer = session.peer();
     Console &console = session.console();
-    console.startTransfer(path, fileType, session.options().bitRate);
-    console.finishTransfer(peer.sendFile(
-        fileType, content, [&console](const TransferProgress &p) { console.progress(p); }));
+    console.startTransfer(file.name, file.type, bitRate);
+    console.finishTransfer(session.peer().sendFile(
+        file.type, file.content, [&console](const TransferProgress &p) { console.progress(p); }));
 }
 
 const Command sendCommand{.name = "send",
@@ -68,6 +78,7 @@ const Command sendCommand{.name = "send",
                           .summary = "Send a file.",
                           .leastArguments = 2,
                           .mostArguments = 2,
+                          .options = {busOptions, sendOptions, receiverOptions, transferOptions},
                           .run = run};
 
 } // namespace Shipwright

@@ -17,9 +17,13 @@ void setSerial(Session &session, const QString &text)
 
 namespace {
 
-Exit run(Session &session, const QStringList &arguments)
+Exit run(Session &session, const CommandLine &line)
 {
-    setSerial(session, arguments.first());
+    const SendSettings settings(line);
+    const QString text = line.arguments.first();
+    Peer::checkSerialNumber(text);
+    session.connect(settings);
+    setSerial(session, text);
     return Exit::Success;
 }
 
@@ -31,6 +35,7 @@ const Command setSerialCommand{
     .summary = "Set the receiver's serial number, up to 15 bytes of UTF-8.",
     .leastArguments = 1,
     .mostArguments = 1,
+    .options = {busOptions, sendOptions, receiverOptions, slotOptions},
     .run = run};
 
 } // namespace Shipwright

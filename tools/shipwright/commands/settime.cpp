@@ -8,21 +8,25 @@ namespace Shipwright {
 
 using namespace Qt::StringLiterals;
 
-QDateTime dateTimeFromText(const QString &text)
+TimeSetting readTime(const QString &text)
 {
-    const QDateTime time = text == u"now" ? QDateTime::currentDateTimeUtc()
-                                          : QDateTime::fromString(text, Qt::ISODate);
-    if (!time.isValid()) {
-        throw Failure(Exit::Usage, u"\"%1\" is not a date and time."_s.arg(text),
-                      u"Write now, or ISO 8601: 2026-03-05T14:07:09Z, or without the Z for local "
-                      "time."_s);
+    TimeSetting time;
+    if (text != u"now") {
+        time = QDateTime::fromString(text, Qt::ISODate).toUTC();
+        if (!time->isValid()) {
+            throw Failure(
+                Exit::Usage, u"\"%1\" is not a date and time."_s.arg(text),
+                u"Write now, or ISO 8601: 2026-03-05T14:07:09Z, or without the Z for local "
+                "time."_s);
+        }
     }
-    return time.toUTC();
+    Peer::checkDateTime(time.value_or(QDateTime::currentDateTimeUtc()));
+    return time;
 }
 
-void setTime(Session &session, const QString &text)
+void setTime(Session &session, const TimeSetting &setting)
 {
-    const QDateTime time = dateTimeFromText(text);
+    const QDateTime time = setting.value_or(QDateTime::currentDateTimeUtc());
     session.peer().setDateTime(time);
     const QString shown = time.toString(u"yyyy-MM-dd hh:mm:ss 'UTC'"_s);
     session.console().report(u"time"_s, u"Clock set to %1."_s.arg(shown), {{u"time"_s, shown}});
@@ -30,9 +34,12 @@ void setTime(Session &session, const QString &text)
 
 namespace {
 
-Exit run(Session &session, const QStringList &arguments)
+Exit run(Session &session, const CommandLine &line)
 {
-    setTime(session, arguments.value(0, u"now"_s));
+    const SendSettings settings(line);
+    const TimeSetting time = readTime(line.arguments.value(0, u"now"_s));
+    session.connect(settings);
+    setTime(session, time);
     return Exit::Success;
 }
 
@@ -43,6 +50,7 @@ const Command setTimeCommand{
     .arguments = "[now|DATE-TIME]",
     .summary = "Set the receiver's clock, to this computer's time or to an ISO 8601 one.",
     .mostArguments = 1,
+    .options = {busOptions, sendOptions, receiverOptions, slotOptions},
     .run = run};
 
 } // namespace Shipwright

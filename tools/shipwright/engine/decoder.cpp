@@ -1,6 +1,7 @@
 #include "decoder.h"
 
-#include "peer.h"
+#include "filetypes.h"
+#include "text.h"
 
 #include "wire.h"
 
@@ -44,11 +45,6 @@ QString hexBytes(const QByteArray &payload)
     return QString::fromLatin1(payload.toHex(' ')).toUpper();
 }
 
-QString hexNumber(quint32 value)
-{
-    return u"0x%1"_s.arg(value, 8, 16, QLatin1Char('0'));
-}
-
 QString resultName(quint32 code)
 {
     switch (code) {
@@ -86,8 +82,7 @@ public:
     /// A number of things; \a noun is the name of one.
     void addCount(const QString &name, quint32 value, const QString &noun)
     {
-        add(name, qint64(value),
-            u"%1 %2%3"_s.arg(QString::number(value), noun, value == 1 ? QString() : u"s"_s));
+        add(name, qint64(value), countText(value, noun));
     }
     void addCrc(const QString &text)
     {
@@ -163,7 +158,7 @@ void readSerial(Reader &reader)
     reader.addNumber(u"length"_s, length, u"%1 bytes in all"_s);
     const qsizetype here = qMin<qsizetype>(length, Wire::SetSerial::textMax);
     const QString text = QString::fromUtf8(reader.payload().mid(Wire::SetSerial::text, here));
-    reader.add(u"text"_s, text, u"\"%1\""_s.arg(text));
+    reader.add(u"text"_s, text, u"\"%1\""_s.arg(printable(text)));
     reader.sizeIsAtLeast(Wire::SetSerial::text + here);
 }
 
@@ -195,7 +190,7 @@ void decodeCommand(Decoded &decoded, Reader &reader, quint32 id)
     case Wire::SetSerialExt::operation: {
         decoded.message = u"P3 Set Serial Ext"_s;
         const QString text = QString::fromUtf8(reader.payload());
-        reader.add(u"text"_s, text, u"\"%1\""_s.arg(text));
+        reader.add(u"text"_s, text, u"\"%1\""_s.arg(printable(text)));
         break;
     }
     case Wire::EndConfiguration::operation:

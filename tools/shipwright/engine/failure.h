@@ -21,6 +21,8 @@ enum class Exit : int {
     BadAnswer = 10,   ///< the receiver's answer is not what the protocol says
     Deviation = 11,   ///< the self-test found a deviation
     Abandoned = 12,   ///< a fault asked for on the command line ended the session
+    InUse = 13,       ///< another shipwright of this computer works on the interface
+    ForeignTool = 14, ///< another service tool sent frames during the session
     Interrupted = 130 ///< ended by Ctrl-C or a termination signal
 };
 

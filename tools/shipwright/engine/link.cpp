@@ -2,6 +2,9 @@
 
 #include "clock.h"
 #include "failure.h"
+#include "text.h"
+
+#include "wire.h"
 
 #include <QCanBusDevice>
 
@@ -17,13 +20,6 @@ namespace {
 /// About the time that eight frames take at 1 Mbit/s.
 constexpr qint64 sendBufferPoll = 1;
 constexpr qint64 openTimeout = 5000;
-
-QString describe(const QCanBusFrame &frame)
-{
-    return u"%1#%2"_s.arg(frame.frameId(), 8, 16, QLatin1Char('0'))
-        .arg(QString::fromLatin1(frame.payload().toHex()))
-        .toUpper();
-}
 
 QCanBusFrame corrupted(const QCanBusFrame &frame)
 {
@@ -41,22 +37,24 @@ Link::Link(QCanBusDevice &device, Clock &clock)
 {
 }
 
-void Link::open()
+void Link::open(const QString &advice)
 {
     const qint64 deadline = m_clock.now() + openTimeout;
-    bool connecting = m_device.connectDevice();
-    while (connecting && m_device.state() == QCanBusDevice::ConnectingState
-           && m_clock.now() < deadline) {
+    const bool connecting = !m_interrupted && m_device.connectDevice();
+    while (connecting && !m_interrupted && m_device.state() == QCanBusDevice::ConnectingState
+           && m_clock.now() < deadline)
         m_clock.wait(deadline - m_clock.now());
-        connecting = !m_interrupted;
-    }
-    if (m_device.state() != QCanBusDevice::ConnectedState) {
-        throw Failure(Exit::Interface,
-                      u"The CAN interface cannot be opened: %1."_s.arg(m_device.errorString()),
-                      u"Check that the kernel has CAN (modprobe can-raw), the interface's name "
-                      "(ip link show type can) and that it is up "
-                      "(ip link set can0 up type can bitrate 1000000)."_s);
-    }
+    if (m_interrupted)
+        throw Failure(Exit::Interrupted, u"Interrupted."_s);
+    if (m_device.state() == QCanBusDevice::ConnectedState)
+        return;
+    QString reason = m_device.errorString();
+    if (m_device.state() == QCanBusDevice::ConnectingState)
+        reason = u"it does not connect within %1 ms"_s.arg(openTimeout);
+    else if (reason.isEmpty())
+        reason = u"its driver gives no reason"_s;
+    throw Failure(Exit::Interface, u"The CAN interface cannot be opened: %1."_s.arg(reason),
+                  advice);
 }
 
 void Link::close()
@@ -79,6 +77,19 @@ void Link::checkUsable() const
                       u"Check the adapter's plug and that the interface is up, then start the "
                       "session again."_s);
     }
+}
+
+void Link::checkAlone() const
+{
+    if (!m_foreign)
+        return;
+    throw Failure(
+        Exit::ForeignTool,
+        u"Another service tool works on this bus: node %1 sent %2, which this tool did not. "
+        "The session ended there."_s.arg(Wire::nodeShipwright)
+            .arg(frameText(*m_foreign)),
+        u"Find the other tool and let one work at a time; then do this session again from "
+        "its start."_s);
 }
 
 void Link::send(quint32 frameId, const QByteArray &payload)
@@ -114,7 +125,7 @@ void Link::send(quint32 frameId, const QByteArray &payload)
         case Fault::Action::Abandon:
             flush();
             throw Failure(Exit::Abandoned,
-                          u"Abandoned before sending %1, as asked for."_s.arg(describe(frame)));
+                          u"Abandoned before sending %1, as asked for."_s.arg(frameText(frame)));
         case Fault::Action::Kill:
             flush();
             close();
@@ -129,16 +140,21 @@ void Link::write(const QCanBusFrame &frame)
 {
     // Qt's socketcan plugin has no queue: it refuses a frame while the interface's own is full.
     const qint64 start = m_clock.now();
+    m_clock.wait(0);
+    collectReceived();
+    checkAlone();
     checkUsable();
     while (!m_device.writeFrame(frame)) {
         const qint64 waited = m_clock.now() - start;
         checkUsable();
         if (waited >= m_sendTimeout) {
             failToSend(u"%1 could not be sent for %2 ms: %3"_s.arg(
-                describe(frame), QString::number(waited), m_device.errorString()));
+                frameText(frame), QString::number(waited), m_device.errorString()));
         }
         m_clock.wait(sendBufferPoll);
     }
+    if (m_endsOnForeignFrames && m_mayEcho)
+        m_unechoed.push_back(frame);
     observe(frame, Direction::Sent);
 }
 
@@ -162,30 +178,72 @@ void Link::flush()
 void Link::failToSend(const QString &what) const
 {
     const QString condition = busCondition();
-    throw Failure(
-        Exit::SendBlocked, what + (condition.isEmpty() ? QString() : u"; "_s + condition) + u'.',
-        u"Nobody acknowledges frames, or the interface is down: check that the receiver is "
-        "powered and wired, the termination, and that both sides run at the same bit rate."_s);
+    throw Failure(Exit::SendBlocked,
+                  what + (condition.isEmpty() ? QString() : u"; "_s + condition) + u'.',
+                  wiringAdvice());
 }
 
-std::optional<QCanBusFrame> Link::takeReceived()
+QString Link::wiringAdvice()
 {
-    while (m_device.framesAvailable() > 0) {
+    return u"Nobody acknowledges frames, or the interface is down: check that the receiver is "
+           "powered and wired, the termination, and that both sides run at the same bit rate."_s;
+}
+
+void Link::collectReceived()
+{
+    // A device that is not connected keeps what it has received.
+    while (m_device.state() == QCanBusDevice::ConnectedState && m_device.framesAvailable() > 0) {
         const QCanBusFrame frame = m_device.readFrame();
-        if (frame.frameType() == QCanBusFrame::ErrorFrame)
+        if (isEcho(frame))
+            continue;
+        if (frame.frameType() == QCanBusFrame::ErrorFrame) {
             m_lastErrorFrame = m_device.interpretErrorFrame(frame).simplified();
+            m_busErrors |= frame.error();
+        }
         observe(frame, Direction::Received);
-        if (frame.frameType() == QCanBusFrame::DataFrame && frame.hasExtendedFrameFormat())
-            return frame;
+        if (frame.frameType() != QCanBusFrame::DataFrame || !frame.hasExtendedFrameFormat())
+            continue;
+        if (!m_foreign && isForeign(frame))
+            m_foreign = frame;
+        m_received.push_back(frame);
     }
-    return std::nullopt;
+}
+
+bool Link::isEcho(const QCanBusFrame &frame)
+{
+    if (frame.hasLocalEcho())
+        return true;
+    // Not every adapter marks what it echoes. But the echo of a command comes before its answer.
+    const bool isAnswer = Wire::sourceNode.of(frame.frameId()) == Wire::nodeDockhand
+        && Wire::destinationNode.of(frame.frameId()) == Wire::nodeShipwright;
+    if (isAnswer && !m_unechoed.empty()) {
+        m_mayEcho = false;
+        m_unechoed.clear();
+    }
+    if (m_unechoed.empty() || frame.frameId() != m_unechoed.front().frameId()
+        || frame.payload() != m_unechoed.front().payload())
+        return false;
+    m_unechoed.pop_front();
+    return true;
+}
+
+bool Link::isForeign(const QCanBusFrame &frame) const
+{
+    return m_endsOnForeignFrames && Wire::sourceNode.of(frame.frameId()) == Wire::nodeShipwright;
 }
 
 std::optional<QCanBusFrame> Link::receive(qint64 deadline)
 {
     for (;;) {
-        if (std::optional<QCanBusFrame> frame = takeReceived())
+        collectReceived();
+        if (!m_received.empty()) {
+            // What came before a foreign frame is still this session's.
+            if (isForeign(m_received.front()))
+                checkAlone();
+            const QCanBusFrame frame = m_received.front();
+            m_received.pop_front();
             return frame;
+        }
         checkUsable();
         const qint64 left = deadline - m_clock.now();
         if (left <= 0)
@@ -197,7 +255,9 @@ std::optional<QCanBusFrame> Link::receive(qint64 deadline)
 void Link::discardReceived()
 {
     m_clock.wait(0);
-    while (takeReceived()) {}
+    collectReceived();
+    checkAlone();
+    m_received.clear();
 }
 
 void Link::pause(qint64 milliseconds)
@@ -231,6 +291,22 @@ QString Link::busCondition() const
     if (!m_lastErrorFrame.isEmpty())
         parts += u"last bus error: "_s + m_lastErrorFrame;
     return parts.join(u", "_s);
+}
+
+bool Link::reachesNobody() const
+{
+    const bool isOff = m_device.hasBusStatus()
+        && m_device.busStatus() == QCanBusDevice::CanBusStatus::BusOff;
+    return isOff
+        || (m_busErrors
+            & (QCanBusFrame::MissingAcknowledgmentError | QCanBusFrame::BusOffError
+               | QCanBusFrame::TransmissionTimeoutError));
+}
+
+void Link::forgetBusErrors()
+{
+    m_lastErrorFrame.clear();
+    m_busErrors = {};
 }
 
 void Link::observe(QCanBusFrame frame, Direction direction) const

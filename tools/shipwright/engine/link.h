@@ -4,6 +4,7 @@
 
 #include <QCanBusFrame>
 
+#include <deque>
 #include <functional>
 #include <optional>
 
@@ -30,8 +31,12 @@ public:
     /// How long a full send buffer is waited for, in milliseconds.
     void setSendTimeout(qint64 milliseconds) { m_sendTimeout = milliseconds; }
 
-    void open();
+    /// \a advice is what to try when the interface cannot be opened.
+    void open(const QString &advice = {});
     void close();
+    /// From now on a frame of the service tool's node that did not go out here ends the session:
+    /// every later call throws before it sends anything.
+    void endOnForeignFrames() { m_endsOnForeignFrames = true; }
 
     void send(quint32 frameId, const QByteArray &payload);
     /// The next data frame with a 29-bit identifier, or nothing when \a deadline passes first.
@@ -48,12 +53,21 @@ public:
     Clock &clock() const { return m_clock; }
     /// What the interface reports about the bus; empty when all is well or nothing is known.
     QString busCondition() const;
+    /// Whether it reports that frames reach nobody.
+    bool reachesNobody() const;
+    /// Forgets the bus errors reported so far.
+    void forgetBusErrors();
+    /// What to try when frames do not get through.
+    static QString wiringAdvice();
 
 private:
     void write(const QCanBusFrame &frame);
     [[noreturn]] void failToSend(const QString &what) const;
     void checkUsable() const;
-    std::optional<QCanBusFrame> takeReceived();
+    void checkAlone() const;
+    void collectReceived();
+    bool isEcho(const QCanBusFrame &frame);
+    bool isForeign(const QCanBusFrame &frame) const;
     void observe(QCanBusFrame frame, Direction direction) const;
 
     QCanBusDevice &m_device;
@@ -61,9 +75,15 @@ private:
     std::vector<Observer> m_observers;
     FaultPlan m_faults;
     std::optional<QCanBusFrame> m_heldBack; ///< waits for the frame that a swap lets overtake it
+    std::deque<QCanBusFrame> m_received;
+    std::deque<QCanBusFrame> m_unechoed; ///< went out and were not echoed
+    bool m_mayEcho = true; ///< false once an answer has come without an echo of its command
+    std::optional<QCanBusFrame> m_foreign;
     QString m_lastErrorFrame;
+    QCanBusFrame::FrameErrors m_busErrors;
     qint64 m_sendTimeout = 1000;
     bool m_interrupted = false;
+    bool m_endsOnForeignFrames = false;
 };
 
 } // namespace Shipwright

@@ -9,8 +9,6 @@
 #include <functional>
 #include <optional>
 
-class QIODevice;
-
 namespace Shipwright {
 
 class Link;
@@ -32,6 +30,9 @@ struct ReceiverParameters
     quint32 negotiationTimeout = 0; ///< parameter 1, milliseconds
     quint32 recordTimeout = 0;      ///< parameter 2, milliseconds
     quint32 completeTimeout = 0;    ///< parameter 3, milliseconds
+
+    /// Data frames in a record: as many as the receiver takes and the wire can number.
+    quint32 recordFrames() const;
 };
 
 struct TransferProgress
@@ -56,10 +57,6 @@ struct TransferResult
     qint64 milliseconds = 0;
 };
 
-/// The names that file types have on the command line and in print.
-QString fileTypeName(quint32 fileType);
-std::optional<quint32> fileTypeFromName(const QString &name);
-
 /// The service tool's side of the protocols. Every call blocks until the receiver's answer is
 /// there and throws a Failure when it is not the one hoped for.
 class Peer
@@ -72,13 +69,15 @@ public:
     void startConfiguration();
     void setDateTime(const QDateTime &dateTime);
     void setSerialNumber(const QString &serialNumber);
-    /// Throws when the wire cannot carry \a serialNumber.
+    /// These throw when the wire cannot carry the value.
+    static void checkDateTime(const QDateTime &dateTime);
     static void checkSerialNumber(const QString &serialNumber);
     void endConfiguration();
     /// Asks with an empty Transfer Info: it is refused, which leaves a transfer in progress
     /// alone, and the refusal carries the parameters all the same.
     ReceiverParameters receiverParameters();
-    TransferResult sendFile(quint32 fileType, QIODevice &file, const ProgressHandler &onProgress);
+    TransferResult sendFile(quint32 fileType, const QByteArray &content,
+                            const ProgressHandler &onProgress);
 
     /// What the receiver was left with, for whoever has to go on from here.
     QString receiverState() const;
@@ -95,24 +94,39 @@ private:
         quint32 id;
         QString what; ///< what was sent, for a message
         qint64 timeout;
+        QString unanswered; ///< what the receiver may be left with until the answer is there
+    };
+
+    /// A file on its way.
+    struct Transfer
+    {
+        quint32 fileType;
+        const QByteArray &content;
+        const ProgressHandler &onProgress;
+        quint32 crc;
+        qsizetype recordSize;
+        TransferProgress progress;
     };
 
     Answer exchange(quint32 frameId, const QByteArray &payload, const Expectation &expected);
-    Answer command(quint32 operation, const QByteArray &payload, const QString &what);
+    Answer command(quint32 operation, const QByteArray &payload, const QString &what,
+                   const QString &unanswered = {});
     void expectSuccess(const Answer &answer, const QString &what, const QString &reason) const;
 
     Answer transferMessage(quint32 type, const QByteArray &payload, const QString &what,
-                           qint64 timeout, qsizetype answerSize);
+                           qint64 timeout, qsizetype answerSize, const QString &unanswered = {});
     ReceiverParameters announce(const QByteArray &payload, bool mayBeRefused);
-    bool sendRecord(quint32 number, const QByteArray &data, TransferProgress &progress,
-                    const ProgressHandler &onProgress);
+    void negotiate(Transfer &transfer);
+    void sendRecords(Transfer &transfer);
+    bool sendRecord(Transfer &transfer, quint32 number, const QByteArray &data);
+    void confirm(Transfer &transfer);
 
     qint64 limit(quint32 receiverLimit) const;
 
     Link &m_link;
     PeerSettings m_settings;
     ReceiverParameters m_parameters;
-    QString m_transferState;
+    QString m_state; ///< of the receiver, where that is not what the user expects
     bool m_configuring = false;
 };
 

@@ -3,6 +3,7 @@
 #include "clock.h"
 #include "failure.h"
 #include "link.h"
+#include "text.h"
 
 #include <QCanBusFrame>
 
@@ -14,13 +15,6 @@ namespace {
 
 /// For answers whose limit the receiver has not told yet.
 constexpr qint64 defaultTimeout = 1000;
-
-QString hex(quint32 frameId, const QByteArray &payload)
-{
-    return u"%1#%2"_s.arg(frameId, 8, 16, QLatin1Char('0'))
-        .arg(QString::fromLatin1(payload.toHex()))
-        .toUpper();
-}
 
 } // namespace
 
@@ -41,16 +35,20 @@ Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Ex
 {
     m_link.discardReceived();
     m_link.send(frameId, payload);
+    if (!expected.unanswered.isEmpty())
+        m_state = expected.unanswered;
     // A whole record may still be queued: the receiver's time begins when it has gone out.
     m_link.flush();
     const qint64 deadline = m_link.clock().now() + expected.timeout;
     QStringList others;
     qsizetype otherCount = 0;
     while (const auto frame = m_link.receive(deadline)) {
-        if ((frame->frameId() & expected.idMask) == expected.id)
+        if ((frame->frameId() & expected.idMask) == expected.id) {
+            m_link.forgetBusErrors();
             return {Wire::responseNumber.of(frame->frameId()), frame->payload()};
+        }
         if (++otherCount <= 3)
-            others += hex(frame->frameId(), frame->payload());
+            others += frameText(*frame);
     }
     QString came = u"nothing came instead"_s;
     if (otherCount > 0) {
@@ -61,25 +59,31 @@ Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Ex
     const QString condition = m_link.busCondition();
     if (!condition.isEmpty())
         came += u"; "_s + condition;
-    throw Failure(
-        Exit::NoAnswer,
-        u"No answer to %1: sent %2, awaited identifier %3 for %4 ms; %5."_s
-            .arg(expected.what, hex(frameId, payload),
-                 u"%1"_s.arg(expected.id, 8, 16, QLatin1Char('0')).toUpper())
-            .arg(expected.timeout)
-            .arg(came),
-        u"Check that the receiver runs, that it is wired to this bus at the same bit rate, and "
-        "the --destination; a busy receiver may need a longer --timeout."_s);
+    const QString message = u"No answer to %1: sent %2, awaited identifier %3 for %4 ms; %5."_s
+                                .arg(expected.what, frameText(frameId, payload),
+                                     u"%1"_s.arg(expected.id, 8, 16, QLatin1Char('0')).toUpper())
+                                .arg(expected.timeout)
+                                .arg(came);
+    if (m_link.reachesNobody())
+        throw Failure(Exit::SendBlocked, message, Link::wiringAdvice());
+    QString advice = u"Check that the receiver runs, that it is wired to this bus at the same bit "
+                     "rate, and the --destination"_s;
+    advice += condition.isEmpty()
+        ? u"; a busy receiver may need a longer --timeout."_s
+        : u"; the bus has errors: check the wiring and the termination."_s;
+    throw Failure(Exit::NoAnswer, message, advice);
 }
 
-Peer::Answer Peer::command(quint32 operation, const QByteArray &payload, const QString &what)
+Peer::Answer Peer::command(quint32 operation, const QByteArray &payload, const QString &what,
+                           const QString &unanswered)
 {
     const quint32 id = Wire::P3::commandId(Wire::nodeShipwright, m_settings.destination,
                                            m_settings.slot, Wire::P3::interfaceShipwright,
                                            operation);
     const quint32 answerId = Wire::P3::responseId(Wire::nodeDockhand, Wire::nodeShipwright,
                                                   m_settings.slot, 0);
-    return exchange(id, payload, {~Wire::responseNumber.mask(), answerId, what, limit(0)});
+    return exchange(id, payload,
+                    {~Wire::responseNumber.mask(), answerId, what, limit(0), unanswered});
 }
 
 void Peer::expectSuccess(const Answer &answer, const QString &what, const QString &reason) const
@@ -111,27 +115,36 @@ void Peer::endConfiguration()
     m_configuring = false;
 }
 
-void Peer::setDateTime(const QDateTime &dateTime)
+void Peer::checkDateTime(const QDateTime &dateTime)
 {
-    const QString what = u"set date and time"_s;
     const QDateTime utc = dateTime.toUTC();
-    const QDate date = utc.date();
-    const QTime time = utc.time();
-    const int year = date.year() - Wire::SetDateTime::epoch;
+    const int year = utc.date().year() - Wire::SetDateTime::epoch;
     if (!utc.isValid() || year < 0 || year > 255) {
         throw Failure(Exit::Usage,
                       u"The date %1 cannot be sent: the wire carries the years 2000 to 2255."_s.arg(
                           utc.toString(Qt::ISODate)));
     }
+}
+
+void Peer::setDateTime(const QDateTime &dateTime)
+{
+    checkDateTime(dateTime);
+    const QString what = u"set date and time"_s;
+    const QDateTime utc = dateTime.toUTC();
+    const QDate date = utc.date();
+    const QTime time = utc.time();
     QByteArray payload(Wire::SetDateTime::size, '\0');
-    payload[Wire::SetDateTime::year] = char(year);
+    payload[Wire::SetDateTime::year] = char(date.year() - Wire::SetDateTime::epoch);
     payload[Wire::SetDateTime::month] = char(date.month());
     payload[Wire::SetDateTime::day] = char(date.day());
     payload[Wire::SetDateTime::hour] = char(time.hour());
     payload[Wire::SetDateTime::minute] = char(time.minute());
     payload[Wire::SetDateTime::second] = char(time.second());
 
-    const Answer answer = command(Wire::SetDateTime::operation, payload, what);
+    const Answer answer = command(
+        Wire::SetDateTime::operation, payload, what,
+        u"Whether the receiver has set its clock is not known; set it again."_s);
+    m_state.clear();
     expectSuccess(answer, what,
                   u"The receiver does not take %1 for a date."_s.arg(utc.toString(Qt::ISODate)));
     if (answer.payload != payload) {
@@ -174,23 +187,28 @@ void Peer::setSerialNumber(const QString &serialNumber)
     checkSerialNumber(serialNumber);
     const QByteArray text = serialNumber.toUtf8();
 
-    const QString what = u"set serial number"_s;
-    const QString storage = u"The receiver could not store it: look for \"File write failed\" in "
-                            "its log and check /media/service/korvane."_s;
-    expectSuccess(
-        command(Wire::SetSerial::operation, char(text.size()) + text.left(firstPart), what), what,
-        storage);
-    if (text.size() > firstPart) {
-        const QString second = u"set serial number, second frame"_s;
-        expectSuccess(command(Wire::SetSerialExt::operation, text.mid(firstPart), second), second,
-                      storage);
+    QString what = u"set serial number"_s;
+    const QString unknown =
+        u"Whether the receiver has stored the serial number is not known; set it again."_s;
+    const QString half = u"The receiver has the first %1 bytes of the serial number and has stored "
+                         "nothing yet; set the whole number again."_s.arg(firstPart);
+    const bool isLong = text.size() > firstPart;
+    Answer answer = command(Wire::SetSerial::operation, char(text.size()) + text.left(firstPart),
+                            what, isLong ? half : unknown);
+    if (isLong && answer.code == Wire::resultSuccess) {
+        what = u"set serial number, second frame"_s;
+        answer = command(Wire::SetSerialExt::operation, text.mid(firstPart), what, unknown);
     }
+    m_state.clear();
+    expectSuccess(answer, what,
+                  u"The receiver could not store it: look for \"File write failed\" in its log and "
+                  "check /media/service/korvane."_s);
 }
 
 QString Peer::receiverState() const
 {
-    if (!m_transferState.isEmpty())
-        return m_transferState;
+    if (!m_state.isEmpty())
+        return m_state;
     if (m_configuring)
         return u"The receiver shows an open configuration session; \"shipwright end\" ends it."_s;
     return {};

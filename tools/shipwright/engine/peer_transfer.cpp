@@ -1,34 +1,19 @@
 #include "peer.h"
 
 #include "clock.h"
+#include "crc32.h"
 #include "failure.h"
+#include "filetypes.h"
 #include "link.h"
+#include "text.h"
 
-#include <QIODevice>
 #include <QtEndian>
-
-#include <limits>
-#include <utility>
-#include <zlib.h>
 
 namespace Shipwright {
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr std::pair<quint32, QLatin1StringView> fileTypes[] = {
-    {Wire::FileType::configuration, QLatin1StringView("configuration")},
-    {Wire::FileType::menu, QLatin1StringView("menu")},
-    {Wire::FileType::generic, QLatin1StringView("generic")},
-    {Wire::FileType::package, QLatin1StringView("package")},
-};
-
-quint32 crc32Of(quint32 crc, const QByteArray &data)
-{
-    return quint32(
-        ::crc32(crc, reinterpret_cast<const Bytef *>(data.constData()), uInt(data.size())));
-}
 
 template<typename Number>
 void put(QByteArray &payload, qsizetype offset, Number number)
@@ -43,39 +28,22 @@ QByteArray crcPayload(quint32 crc)
     return payload;
 }
 
-QString hexNumber(quint32 number)
-{
-    return u"0x%1"_s.arg(number, 8, 16, QLatin1Char('0'));
-}
-
 } // namespace
 
-QString fileTypeName(quint32 fileType)
+quint32 ReceiverParameters::recordFrames() const
 {
-    for (const auto &[code, name] : fileTypes) {
-        if (code == fileType)
-            return name;
-    }
-    return u"unknown"_s;
-}
-
-std::optional<quint32> fileTypeFromName(const QString &name)
-{
-    for (const auto &[code, known] : fileTypes) {
-        if (name == known)
-            return code;
-    }
-    return std::nullopt;
+    return qMin(frameLimit + 1, quint32(Wire::RecordStart::maxFrames));
 }
 
 Peer::Answer Peer::transferMessage(quint32 type, const QByteArray &payload, const QString &what,
-                                   qint64 timeout, qsizetype answerSize)
+                                   qint64 timeout, qsizetype answerSize, const QString &unanswered)
 {
     const quint32 id = Wire::P6::messageId(Wire::nodeShipwright, m_settings.destination, type, 0,
                                            0);
     const quint32 answerId = Wire::P6::messageId(Wire::nodeDockhand, Wire::nodeShipwright, type, 0,
                                                  0);
-    Answer answer = exchange(id, payload, {~Wire::responseNumber.mask(), answerId, what, timeout});
+    Answer answer = exchange(id, payload,
+                             {~Wire::responseNumber.mask(), answerId, what, timeout, unanswered});
     if (answer.payload.size() != answerSize) {
         throw Failure(Exit::BadAnswer,
                       u"The answer to %1 has %2 bytes (%3) where %4 were expected."_s.arg(what)
@@ -119,63 +87,64 @@ ReceiverParameters Peer::receiverParameters()
     return announce({}, true);
 }
 
-TransferResult Peer::sendFile(quint32 fileType, QIODevice &file, const ProgressHandler &onProgress)
+TransferResult Peer::sendFile(quint32 fileType, const QByteArray &content,
+                              const ProgressHandler &onProgress)
 {
     const qint64 start = m_link.clock().now();
-    const qint64 size = file.size();
-    if (size > std::numeric_limits<quint32>::max()) {
-        throw Failure(
-            Exit::LocalFile,
-            u"The file has %1 bytes; the wire carries sizes up to 4294967295."_s.arg(size));
-    }
+    Transfer transfer{fileType, content, onProgress, crc32Of(content), 0, {}};
+    negotiate(transfer);
+    sendRecords(transfer);
+    confirm(transfer);
+    const TransferProgress &done = transfer.progress;
+    return {transfer.crc, done.total, done.totalRecords, done.repeated,
+            m_link.clock().now() - start};
+}
 
+void Peer::negotiate(Transfer &transfer)
+{
     QByteArray info(Wire::TransferInfo::minSize, '\0');
-    info[Wire::TransferInfo::fileType] = char(fileType);
+    info[Wire::TransferInfo::fileType] = char(transfer.fileType);
     info[Wire::TransferInfo::version] = char(Wire::P6::versionField.pack(Wire::P6::version));
-    put(info, Wire::TransferInfo::fileSize, quint32(size));
+    put(info, Wire::TransferInfo::fileSize, quint32(transfer.content.size()));
     m_parameters = announce(info, false);
 
-    const qsizetype frames = qMin<qsizetype>(Wire::RecordStart::maxFrames,
-                                             m_parameters.frameLimit + 1);
-    const qsizetype recordSize = frames * Wire::DataFrame::size;
-    TransferProgress progress;
-    progress.total = quint64(size);
-    progress.totalRecords = quint32((size + recordSize - 1) / recordSize);
+    transfer.recordSize = m_parameters.recordFrames() * Wire::DataFrame::size;
+    const qint64 size = transfer.content.size();
+    transfer.progress.total = quint64(size);
+    transfer.progress.totalRecords = quint32((size + transfer.recordSize - 1)
+                                             / transfer.recordSize);
 
-    QByteArray init(Wire::InitiateTransfer::size, '\0');
-    init[Wire::InitiateTransfer::fileType] = info.at(Wire::TransferInfo::fileType);
-    init[Wire::InitiateTransfer::version] = info.at(Wire::TransferInfo::version);
-    put(init, Wire::InitiateTransfer::numberOfRecords, progress.totalRecords);
-    const QString initiate = u"Initiate Transfer"_s;
-    expectSuccess(transferMessage(Wire::InitiateTransfer::type, init, initiate,
-                                  limit(m_parameters.negotiationTimeout),
-                                  Wire::InitiateTransfer::responseSize),
-                  initiate,
+    QByteArray initiate(Wire::InitiateTransfer::size, '\0');
+    initiate[Wire::InitiateTransfer::fileType] = char(transfer.fileType);
+    initiate[Wire::InitiateTransfer::version] = info.at(Wire::TransferInfo::version);
+    put(initiate, Wire::InitiateTransfer::numberOfRecords, transfer.progress.totalRecords);
+    const QString what = u"Initiate Transfer"_s;
+    const Answer answer = transferMessage(
+        Wire::InitiateTransfer::type, initiate, what, limit(m_parameters.negotiationTimeout),
+        Wire::InitiateTransfer::responseSize,
+        u"The receiver may have emptied its %1 file already; sending the file again fills it."_s
+            .arg(fileTypeName(transfer.fileType)));
+    m_state.clear();
+    expectSuccess(answer, what,
                   u"The receiver does not speak protocol version %1."_s.arg(Wire::P6::version));
+}
 
-    const auto noteState = [&] {
-        m_transferState =
+void Peer::sendRecords(Transfer &transfer)
+{
+    TransferProgress &progress = transfer.progress;
+    const auto report = [&] {
+        m_state =
             u"The receiver holds an incomplete %1 file (%2 of %3 records) and waits without a time "
-            "limit; sending the file again replaces it."_s.arg(fileTypeName(fileType))
+            "limit; sending the file again replaces it."_s.arg(fileTypeName(transfer.fileType))
                 .arg(progress.records)
                 .arg(progress.totalRecords);
+        transfer.onProgress(progress);
     };
-    noteState();
-    onProgress(progress);
-
-    quint32 crc = crc32Of(0, {});
+    report();
     for (quint32 number = 0; number < progress.totalRecords; ++number) {
-        const qint64 wanted = qMin<qint64>(recordSize, size - qint64(progress.bytes));
-        const QByteArray data = file.read(wanted);
-        if (data.size() != wanted) {
-            throw Failure(Exit::LocalFile,
-                          u"The file ended after %1 of %2 bytes while it was being sent: %3."_s
-                              .arg(progress.bytes + quint64(qMax<qsizetype>(0, data.size())))
-                              .arg(size)
-                              .arg(file.errorString()));
-        }
-        crc = crc32Of(crc, data);
-        for (int attempt = 0; !sendRecord(number, data, progress, onProgress); ++attempt) {
+        const QByteArray data = transfer.content.mid(qsizetype(number) * transfer.recordSize,
+                                                     transfer.recordSize);
+        for (int attempt = 0; !sendRecord(transfer, number, data); ++attempt) {
             if (attempt >= m_settings.retries) {
                 throw Failure(
                     Exit::RecordCrc,
@@ -184,7 +153,7 @@ TransferResult Peer::sendFile(quint32 fileType, QIODevice &file, const ProgressH
                         .arg(progress.totalRecords)
                         .arg(Wire::resultFailure)
                         .arg(attempt + 1)
-                        .arg(hexNumber(crc32Of(crc32Of(0, {}), data))),
+                        .arg(hexNumber(crc32Of(data))),
                     u"Frames are lost or changed on the way: check the wiring, the termination and "
                     "other traffic on the bus, or allow more --retries."_s);
             }
@@ -192,50 +161,13 @@ TransferResult Peer::sendFile(quint32 fileType, QIODevice &file, const ProgressH
         }
         progress.records = number + 1;
         progress.bytes += quint64(data.size());
-        noteState();
-        onProgress(progress);
+        report();
     }
-
-    progress.phase = TransferProgress::Phase::Confirming;
-    onProgress(progress);
-    m_transferState =
-        u"The receiver has all %1 records of the %2 file; whether it accepted the file is not known. "
-        "Sending the file again replaces it."_s.arg(progress.totalRecords)
-            .arg(fileTypeName(fileType));
-    const Answer answer = transferMessage(Wire::TransferComplete::type, crcPayload(crc),
-                                          u"Transfer Complete"_s,
-                                          limit(m_parameters.completeTimeout), Wire::P6::crcSize);
-    const auto receiverCrc = qFromLittleEndian<quint32>(answer.payload.constData());
-    if (answer.code != Wire::resultSuccess || receiverCrc != crc) {
-        m_transferState =
-            u"The receiver closed the %1 file with a wrong content and did not install "
-            "it; sending the file again replaces it."_s.arg(fileTypeName(fileType));
-        if (answer.code != Wire::resultSuccess && answer.code != Wire::resultFailure)
-            expectSuccess(answer, u"Transfer Complete"_s, {});
-        if ((answer.code == Wire::resultSuccess) != (receiverCrc == crc)) {
-            throw Failure(
-                Exit::BadAnswer,
-                u"The receiver answered Transfer Complete with code %1, but its CRC-32 of "
-                "the file is %2 and the one sent was %3."_s.arg(answer.code)
-                    .arg(hexNumber(receiverCrc), hexNumber(crc)));
-        }
-        throw Failure(Exit::FileCrc,
-                      u"The CRC-32 of the file differs: %1 sent, %2 at the receiver."_s.arg(
-                          hexNumber(crc), hexNumber(receiverCrc)),
-                      u"The receiver could not write all of it, or its storage is full or not "
-                      "writable: its log tells. Then send the file again."_s);
-    }
-
-    m_transferState.clear();
-    progress.phase = TransferProgress::Phase::Confirmed;
-    onProgress(progress);
-    return {crc, progress.total, progress.totalRecords, progress.repeated,
-            m_link.clock().now() - start};
 }
 
-bool Peer::sendRecord(quint32 number, const QByteArray &data, TransferProgress &progress,
-                      const ProgressHandler &onProgress)
+bool Peer::sendRecord(Transfer &transfer, quint32 number, const QByteArray &data)
 {
+    TransferProgress &progress = transfer.progress;
     const qsizetype frames = (data.size() + Wire::DataFrame::size - 1) / Wire::DataFrame::size;
     QByteArray start(Wire::RecordStart::size, '\0');
     start[Wire::RecordStart::framesToFollow] = char(frames);
@@ -249,12 +181,11 @@ bool Peer::sendRecord(quint32 number, const QByteArray &data, TransferProgress &
             data.mid(i * Wire::DataFrame::size, Wire::DataFrame::size));
         ++progress.frames;
     }
-    onProgress(progress);
+    transfer.onProgress(progress);
 
     const QString what =
         u"Record End of record %1 of %2"_s.arg(number + 1).arg(progress.totalRecords);
-    const quint32 crc = crc32Of(crc32Of(0, {}), data);
-    const Answer answer = transferMessage(Wire::RecordEnd::type, crcPayload(crc), what,
+    const Answer answer = transferMessage(Wire::RecordEnd::type, crcPayload(crc32Of(data)), what,
                                           limit(m_parameters.recordTimeout),
                                           Wire::RecordEnd::responseSize);
     const char verdict = answer.payload.at(0);
@@ -267,6 +198,57 @@ bool Peer::sendRecord(quint32 number, const QByteArray &data, TransferProgress &
                           uchar(verdict)));
     }
     return true;
+}
+
+void Peer::confirm(Transfer &transfer)
+{
+    transfer.progress.phase = TransferProgress::Phase::Confirming;
+    transfer.onProgress(transfer.progress);
+    const QString what = u"Transfer Complete"_s;
+    const QString type = fileTypeName(transfer.fileType);
+    const QString unanswered =
+        u"The receiver has all %1 records of the %2 file; whether it accepted the file is not known. "
+        "Sending the file again replaces it."_s.arg(transfer.progress.totalRecords)
+            .arg(type);
+    const Answer answer = transferMessage(Wire::TransferComplete::type, crcPayload(transfer.crc),
+                                          what, limit(m_parameters.completeTimeout),
+                                          Wire::P6::crcSize, unanswered);
+    const auto receiverCrc = qFromLittleEndian<quint32>(answer.payload.constData());
+    const bool isAccepted = answer.code == Wire::resultSuccess;
+    const bool isEqual = receiverCrc == transfer.crc;
+    if (isAccepted && isEqual) {
+        m_state.clear();
+        transfer.progress.phase = TransferProgress::Phase::Confirmed;
+        transfer.onProgress(transfer.progress);
+        return;
+    }
+
+    if (isAccepted) {
+        m_state =
+            u"The receiver says that it accepted the %1 file, and names the CRC-32 of another "
+            "one: what it holds, or has installed, is not known. Sending the file again "
+            "replaces it."_s.arg(type);
+    } else if (isEqual) {
+        m_state =
+            u"The receiver refused the %1 file although it computed the CRC-32 that was sent, "
+            "so it did not install it; sending the file again replaces it."_s.arg(type);
+    } else if (answer.code == Wire::resultFailure) {
+        m_state = u"The receiver closed the %1 file with a wrong content and did not install it; "
+                  "sending the file again replaces it."_s.arg(type);
+    }
+    if (!isAccepted && answer.code != Wire::resultFailure)
+        expectSuccess(answer, what, {});
+    if (isAccepted != isEqual) {
+        throw Failure(Exit::BadAnswer,
+                      u"The receiver answered Transfer Complete with code %1, but its CRC-32 of "
+                      "the file is %2 and the one sent was %3."_s.arg(answer.code)
+                          .arg(hexNumber(receiverCrc), hexNumber(transfer.crc)));
+    }
+    throw Failure(Exit::FileCrc,
+                  u"The CRC-32 of the file differs: %1 sent, %2 at the receiver."_s.arg(
+                      hexNumber(transfer.crc), hexNumber(receiverCrc)),
+                  u"The receiver could not write all of it, or its storage is full or not "
+                  "writable: its log tells. Then send the file again."_s);
 }
 
 } // namespace Shipwright

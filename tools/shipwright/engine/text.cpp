@@ -1,0 +1,55 @@
+#include "text.h"
+
+namespace Shipwright {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+bool isHarmless(QChar c)
+{
+    switch (c.category()) {
+    case QChar::Other_Control:
+    case QChar::Other_Format: // among them those that turn the direction of writing
+    case QChar::Separator_Line:
+    case QChar::Separator_Paragraph:
+        return false;
+    default:
+        return true;
+    }
+}
+
+} // namespace
+
+QString frameText(quint32 frameId, const QByteArray &payload)
+{
+    return u"%1#%2"_s.arg(frameId, 8, 16, QLatin1Char('0'))
+        .arg(QString::fromLatin1(payload.toHex()))
+        .toUpper();
+}
+
+QString hexNumber(quint32 number)
+{
+    return u"0x%1"_s.arg(number, 8, 16, QLatin1Char('0'));
+}
+
+QString countText(quint64 number, const QString &noun)
+{
+    return u"%1 %2%3"_s.arg(QString::number(number), noun, number == 1 ? QString() : u"s"_s);
+}
+
+QString printable(const QString &text)
+{
+    QString result;
+    for (const QChar c : text) {
+        if (isHarmless(c))
+            result += c;
+        else if (c == u'\n')
+            result += u"\\n"_s;
+        else
+            result += u"\\u%1"_s.arg(c.unicode(), 4, 16, QLatin1Char('0'));
+    }
+    return result;
+}
+
+} // namespace Shipwright
