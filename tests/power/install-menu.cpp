@@ -1,0 +1,11 @@
+// Installs the received menu archive, which no message on the bus does.
+#include "canbusmanager.h"
+
+#include <QCoreApplication>
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    CanBusManager manager;
+    manager.processReceivedMenuFile();
+}
