@@ -254,9 +254,11 @@ void CanBusManager::processP6RecordEndCommand(QCanBusFrame frame)
 
 void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
 {
-    const QString title =
-        QStringLiteral("Received %1 File").arg(getFileTypeString(multiPacketTransfer.fileType));
-    emit statusUpdated(title, true, QStringLiteral("Checking"), true, 1.0, true);
+    const auto title = [this] {
+        return QStringLiteral("Received %1 File")
+            .arg(getFileTypeString(multiPacketTransfer.fileType));
+    };
+    emit statusUpdated(title(), true, QStringLiteral("Checking"), true, 1.0, true);
 
     const quint32 received = receivedCrc(frame.payload());
     if (multiPacketTransfer.outputFile.isOpen()) {
@@ -292,6 +294,6 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
                           result, response);
 
     // Shown after a mismatch too: the display does not tell the two apart.
-    emit statusUpdated(title, true, QStringLiteral("Done"), true, 1.0, true);
+    emit statusUpdated(title(), true, QStringLiteral("Done"), true, 1.0, true);
     multiPacketTransfer.transferInProgress = false;
 }

@@ -38,7 +38,7 @@ QStringList StartedReceiver::receive(const ToolFrames::List &frames)
     const QStringList lines = EventLog::take();
     for (const QString &line : lines) {
         if (line.startsWith("sent "_L1))
-            events.append(line.sliced(5).replace(" ext"_L1, QString()));
+            events.append(line.sliced(5));
         else if (line != "sync"_L1)
             events.append(line);
     }
@@ -49,7 +49,7 @@ QStringList answersIn(const QStringList &events)
 {
     QStringList answers;
     for (const QString &event : events) {
-        if (event.endsWith(u']'))
+        if (!event.endsWith(u'|'))
             answers.append(event);
     }
     return answers;
@@ -69,11 +69,8 @@ QString listed(const QStringList &events)
 
 QString acceptanceOf(const QByteArray &content)
 {
-    QString bytes;
-    const quint32 crc = ToolFrames::crc32(content);
-    for (int shift = 0; shift < 32; shift += 8)
-        bytes += u" %1"_s.arg(crc >> shift & 0xFF, 2, 16, QLatin1Char('0'));
-    return u"1b584000 [%1]"_s.arg(bytes.sliced(1));
+    return EventLog::text(QCanBusFrame(
+        0x1B584000, ToolFrames::transferComplete(ToolFrames::crc32(content)).payload()));
 }
 
 ProcessResult inProcess(const std::function<QString()> &body)

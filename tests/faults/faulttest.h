@@ -15,7 +15,7 @@ class StartedReceiver
 public:
     StartedReceiver();
 
-    /// Delivers \a frames one by one. Returns the answers, as "identifier [payload]", and the log
+    /// Delivers \a frames one by one. Returns the answers, as "IDENTIFIER#PAYLOAD", and the log
     /// messages that are no debug output, as "level |text|", in their order.
     QStringList receive(const ToolFrames::List &frames);
 

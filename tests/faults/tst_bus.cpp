@@ -16,13 +16,13 @@ const QByteArray nextConfig = QByteArray(900, 'b') + "next";
 QStringList answersToNextConfig()
 {
     return {
-        u"0f584000 [5a a5]"_s,
-        u"1b580000 [0a 3f e8 03 e8 03 60 ea]"_s,
-        u"1b581000 [00 00 00 00 00 00 00 00]"_s,
-        u"1b583000 [00]"_s,
-        u"1b583000 [00]"_s,
+        u"0F584000#5AA5"_s,
+        u"1B580000#0A3FE803E80360EA"_s,
+        u"1B581000#0000000000000000"_s,
+        u"1B583000#00"_s,
+        u"1B583000#00"_s,
         acceptanceOf(nextConfig),
-        u"0f584000 []"_s,
+        u"0F584000#"_s,
     };
 }
 

@@ -74,20 +74,20 @@ QString judgeConfig(const QStringList &events)
     const QString complete = answers.value(6);
     // Storage never shows in the answers to the negotiation and the records.
     const QStringList others{
-        u"0f584000 [5a a5]"_s,
-        u"1b580000 [0a 3f e8 03 e8 03 60 ea]"_s,
-        u"1b581000 [00 00 00 00 00 00 00 00]"_s,
-        u"1b583000 [00]"_s,
-        u"1b583000 [00]"_s,
-        u"1b583000 [00]"_s,
+        u"0F584000#5AA5"_s,
+        u"1B580000#0A3FE803E80360EA"_s,
+        u"1B581000#0000000000000000"_s,
+        u"1B583000#00"_s,
+        u"1B583000#00"_s,
+        u"1B583000#00"_s,
         complete,
-        u"0f584000 []"_s,
+        u"0F584000#"_s,
     };
     QString complaint;
     if (answers != others)
         complaint += u"answers; "_s;
     const bool accepted = complete == acceptanceOf(firstConfig);
-    if (!accepted && !complete.startsWith("1b5840ba ["_L1))
+    if (!accepted && !complete.startsWith("1B5840BA#"_L1))
         complaint += u"answer to Transfer Complete; "_s;
 
     for (const char *place : {backupConfig, liveConfig}) {
@@ -146,8 +146,8 @@ QStringList setSerial(StartedReceiver &receiver)
 QString judgeSerial(const QStringList &events)
 {
     const QStringList answers = answersIn(events);
-    const bool refused = answers == QStringList{u"0f584000 []"_s, u"0f5840ba []"_s};
-    const bool accepted = answers == QStringList{u"0f584000 []"_s, u"0f584000 []"_s};
+    const bool refused = answers == QStringList{u"0F584000#"_s, u"0F5840BA#"_s};
+    const bool accepted = answers == QStringList{u"0F584000#"_s, u"0F584000#"_s};
     QString complaint;
     if (!refused && !accepted)
         complaint += u"answers; "_s;
@@ -161,7 +161,7 @@ QString repeatSerial(StartedReceiver &receiver)
     const QStringList events = receiver.receive(ToolFrames::setSerialNumber("NEXT7"));
     QString complaint = compare(QLatin1StringView(serialNumber), ServiceTree::read(serialNumber),
                                 "NEXT7\n");
-    if (answersIn(events) != QStringList{u"0f584000 []"_s})
+    if (answersIn(events) != QStringList{u"0F584000#"_s})
         complaint += u"answers; "_s;
     return withEvents(complaint, events);
 }
@@ -211,7 +211,7 @@ QStringList downloadMenu(StartedReceiver &receiver)
 QString judgeMenu(const QStringList &events)
 {
     QString complaint;
-    if (answersIn(events).constLast() != "0f584000 [5a a5]"_L1)
+    if (answersIn(events).constLast() != "0F584000#5AA5"_L1)
         complaint += u"no handshake; "_s;
     for (const MenuDirectory &directory : menuDirectories) {
         if (directory.read("menu.json") != "{\"menu\": 2}" && !complainsIn(events))
@@ -426,9 +426,9 @@ void tst_Storage::fullFileSystem_data()
     QTest::addColumn<QByteArray>("place");
     QTest::addColumn<QString>("answer");
     QTest::newRow("for what is received")
-        << QByteArray("application/factory/main") << u"1b5840ba ["_s;
-    QTest::newRow("for the backup") << QByteArray("application/backup/main") << u"1b584000 ["_s;
-    QTest::newRow("for the live copy") << QByteArray("application/main") << u"1b584000 ["_s;
+        << QByteArray("application/factory/main") << u"1B5840BA#"_s;
+    QTest::newRow("for the backup") << QByteArray("application/backup/main") << u"1B584000#"_s;
+    QTest::newRow("for the live copy") << QByteArray("application/main") << u"1B584000#"_s;
 }
 
 void tst_Storage::fullFileSystem()
@@ -454,15 +454,15 @@ void tst_Storage::readOnlyFileSystem_data()
     QTest::addColumn<QByteArray>("place");
     QTest::addColumn<QString>("answer");
     QTest::addColumn<QString>("serialAnswer");
-    const QString stored = u"0f584000 []"_s;
+    const QString stored = u"0F584000#"_s;
     // What cannot be opened for writing keeps its content, which has another CRC.
     QTest::newRow("for what is received")
-        << QByteArray("application/factory/main") << u"1b5840ba ["_s << stored;
+        << QByteArray("application/factory/main") << u"1B5840BA#"_s << stored;
     QTest::newRow("for the backup")
-        << QByteArray("application/backup/main") << u"1b584000 ["_s << stored;
+        << QByteArray("application/backup/main") << u"1B584000#"_s << stored;
     QTest::newRow("for the live copy")
-        << QByteArray("application/main") << u"1b584000 ["_s << stored;
-    QTest::newRow("everywhere") << QByteArray("") << u"1b5840ba ["_s << u"0f5840ba []"_s;
+        << QByteArray("application/main") << u"1B584000#"_s << stored;
+    QTest::newRow("everywhere") << QByteArray("") << u"1B5840BA#"_s << u"0F5840BA#"_s;
 }
 
 void tst_Storage::readOnlyFileSystem()

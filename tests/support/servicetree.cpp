@@ -91,6 +91,18 @@ QStringList ServiceTree::list(const char *path)
     return names;
 }
 
+QStringList ServiceTree::openFiles()
+{
+    QStringList paths;
+    const QDir descriptors(u"/proc/self/fd"_s);
+    for (const QString &name : descriptors.entryList(QDir::AllEntries | QDir::System)) {
+        const QString target = QFile::symLinkTarget(descriptors.filePath(name));
+        if (target.startsWith(path("")))
+            paths.append(target.sliced(path("").size()));
+    }
+    return paths;
+}
+
 QByteArrayList ServiceTree::files()
 {
     const QDir tree(path(""));
@@ -112,7 +124,7 @@ ServiceTree::ReadOnly::ReadOnly(const char *path)
 
 ServiceTree::ReadOnly::~ReadOnly()
 {
-    require(umount(m_path) == 0, "unmount");
+    require(umount2(m_path, MNT_DETACH) == 0, "unmount");
 }
 
 ServiceTree::SmallFileSystem::SmallFileSystem(const char *path, int bytes)
@@ -124,5 +136,5 @@ ServiceTree::SmallFileSystem::SmallFileSystem(const char *path, int bytes)
 
 ServiceTree::SmallFileSystem::~SmallFileSystem()
 {
-    require(umount(m_path) == 0, "unmount");
+    require(umount2(m_path, MNT_DETACH) == 0, "unmount");
 }

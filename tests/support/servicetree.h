@@ -22,6 +22,8 @@ void write(const char *path, const QByteArray &content);
 QByteArray read(const char *path);
 /// Names in the directory \a path below the root, sorted; directories end in "/".
 QStringList list(const char *path);
+/// Paths below the root of the files that this process has open.
+QStringList openFiles();
 /// All files of the tree, as paths below the root, sorted.
 QByteArrayList files();
 

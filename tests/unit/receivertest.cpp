@@ -2,90 +2,190 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTest>
+
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
-QCanBusFrame frame(quint32 id, const char *payload)
+namespace {
+
+QList<QCanBusFrame> framesOf(const QStringList &texts)
 {
-    QCanBusFrame result(id, QByteArray::fromHex(payload));
-    result.setExtendedFrameFormat(true);
-    return result;
+    QList<QCanBusFrame> frames;
+    for (const QString &text : texts)
+        frames.append(EventLog::frame(text));
+    return frames;
 }
 
-QCanBusFrame errorFrame()
+/// What every frame logs on its way in and out.
+bool isOfTheWay(const QString &line)
 {
-    QCanBusFrame result(QCanBusFrame::ErrorFrame);
-    // An identifier that would be accepted in a data frame.
-    result.setFrameId(0x0F1A02C0);
-    return result;
+    static const QRegularExpression way(
+        u"^(debug|info) [|](onFramesReceived|processP[36]CanCommand|sendP[36]ResposesMessage"
+        "|writeFrame):"_s);
+    return way.match(line).hasMatch();
 }
 
-void ReceiverTest::receive(const QList<QCanBusFrame> &frames)
+QString quoted(const QByteArray &content)
 {
-    device->deliver(frames);
+    return content == "(no file)" ? u"(no file)"_s : QDebug::toString(content);
 }
 
-void ReceiverTest::call(const char *slot, const QCanBusFrame &frame)
+} // namespace
+
+void ReceiverTest::play(Detail detail, const QString &transcript)
 {
-    QVERIFY2(QMetaObject::invokeMethod(manager.get(), slot, Qt::DirectConnection,
-                                       Q_ARG(QCanBusFrame, frame)),
-             slot);
+    if (QTest::currentTestFailed())
+        return;
+    QStringList expected = EventLog::transcript(transcript);
+    expected.removeIf([](const QString &line) { return line.startsWith(u'#'); });
+    QStringList actual;
+    QStringList before;
+    for (const QString &line : std::as_const(expected)) {
+        const QString verb = line.section(u' ', 0, 0);
+        const QString rest = line.section(u' ', 1);
+        if (verb == "file"_L1) {
+            const QString path = rest.section(u' ', 0, 0);
+            actual += u"file %1 %2"_s.arg(path, quoted(ServiceTree::read(path.toUtf8())));
+        } else if (verb == "state"_L1) {
+            actual += u"state "_s + valuesOf(rest.split(u", "_s)).join(u", "_s);
+        } else if (verb == "changed"_L1) {
+            QStringList changes = state();
+            changes.removeIf([&before](const QString &field) { return before.contains(field); });
+            actual += u"changed "_s + (changes.isEmpty() ? u"nothing"_s : changes.join(u", "_s));
+        } else if (acts(verb)) {
+            before = state();
+            act(verb, rest);
+            const QStringList happened = events(detail);
+            actual += line;
+            if (verb != "given"_L1)
+                actual += happened;
+        }
+    }
+    QCOMPARE(actual, expected);
 }
 
-QStringList ReceiverTest::eventsButDebug()
+bool ReceiverTest::acts(const QString &verb)
 {
-    QStringList lines = EventLog::take();
-    lines.removeIf([](const QString &line) { return line.startsWith("debug |"_L1); });
-    return lines;
+    return QStringList{u"receive"_s, u"given"_s, u"call"_s, u"send"_s, u"restart"_s}.contains(verb);
 }
 
-QStringList ReceiverTest::sentFrames()
+void ReceiverTest::act(const QString &verb, const QString &rest)
 {
-    QStringList lines = EventLog::take();
-    lines.removeIf([](const QString &line) { return !line.startsWith("sent "_L1); });
-    return lines;
+    if (verb == "call"_L1) {
+        call(rest.section(u' ', 0, 0), rest.section(u' ', 1));
+    } else if (verb == "send"_L1) {
+        send(rest.split(u' '));
+    } else if (verb == "restart"_L1) {
+        stopReceiver();
+        startReceiver();
+    } else {
+        receive(rest);
+    }
 }
 
-void ReceiverTest::beginTransfer()
+/// The values that the fields named in the beginning of \a fields have.
+QStringList ReceiverTest::valuesOf(const QStringList &fields) const
 {
-    receive({frame(0x1B1A0000, "020807060504"), frame(0x1B1A1000, "0208000009000000"),
-             frame(0x1B1A2000, "0302000000"), frame(0x1B1AF000, "4142")});
-    QVERIFY(session().outputFile.isOpen());
-    QVERIFY(session().transferInProgress);
-    QCOMPARE(session().expectedFrameNumber, 1u);
-    manager->serialNumber = u"kept"_s;
-    manager->serialNumberLength = 4;
-    EventLog::take();
+    QStringList values;
+    const QStringList present = state();
+    for (const QString &field : fields) {
+        for (const QString &value : present) {
+            if (value.section(u' ', 0, 0) == field.section(u' ', 0, 0))
+                values += value;
+        }
+    }
+    return values;
 }
 
-QStringList ReceiverTest::state()
+void ReceiverTest::receive(const QString &frames)
 {
-    const QFile &file = session().outputFile;
-    return {
-        u"outputFile \"%1\" mode %2 at %3"_s.arg(file.fileName())
-            .arg(file.openMode().toInt())
-            .arg(file.pos()),
-        u"outputFilePath \"%1\""_s.arg(session().outputFilePath),
-        u"fileSize %1"_s.arg(session().fileSize),
-        u"fileType %1"_s.arg(session().fileType),
-        u"transferInProgress %1"_s.arg(session().transferInProgress),
-        u"infoParam1 %1"_s.arg(session().infoParam1),
-        u"infoParam2 %1"_s.arg(session().infoParam2),
-        u"infoParam3 %1"_s.arg(session().infoParam3),
-        u"infoFrameLimit %1"_s.arg(session().infoFrameLimit),
-        u"infoFlag %1"_s.arg(session().infoFlag),
-        u"numberOfBlocks %1"_s.arg(session().numberOfBlocks),
-        u"currentBlockNumber %1"_s.arg(session().currentBlockNumber),
-        u"blockDataLength %1"_s.arg(session().blockDataLength),
-        u"blockBuffer %1"_s.arg(QString::fromLatin1(session().blockBuffer.toHex())),
-        u"expectedFrameNumber %1"_s.arg(session().expectedFrameNumber),
-        u"framesToFollow %1"_s.arg(session().framesToFollow),
-        u"auxBuffer1 %1"_s.arg(QString::fromLatin1(session().auxBuffer1.toHex())),
-        u"auxBuffer2 %1"_s.arg(QString::fromLatin1(session().auxBuffer2.toHex())),
-        u"serialNumber \"%1\""_s.arg(manager->serialNumber),
-        u"serialNumberLength %1"_s.arg(manager->serialNumberLength),
+    device->deliver(framesOf(frames.split(u' ')));
+}
+
+void ReceiverTest::call(const QString &slot, const QString &frame)
+{
+    QVERIFY2(QMetaObject::invokeMethod(manager.get(), slot.toLatin1().constData(),
+                                       Qt::DirectConnection,
+                                       Q_ARG(QCanBusFrame, EventLog::frame(frame))),
+             qPrintable(slot));
+}
+
+/// \a words: the slot, its numbers, and the payload after a #.
+void ReceiverTest::send(QStringList words)
+{
+    const QByteArray slot = words.takeFirst().toLatin1();
+    const QByteArray payload = EventLog::frame(words.takeLast()).payload();
+    QList<quint32> numbers;
+    for (const QString &word : std::as_const(words))
+        numbers += word.toUInt(nullptr, 0);
+    const auto invoke = [&](auto... index) {
+        return QMetaObject::invokeMethod(manager.get(), slot.constData(),
+                                         Q_ARG(quint32, numbers.at(index))...,
+                                         Q_ARG(QByteArray, payload));
     };
+    QVERIFY(numbers.size() == 3       ? invoke(0, 1, 2)
+                : numbers.size() == 4 ? invoke(0, 1, 2, 3)
+                                      : invoke(0, 1, 2, 3, 4));
+}
+
+QStringList ReceiverTest::events(Detail detail)
+{
+    QStringList lines = EventLog::take();
+    lines.removeIf([detail](const QString &line) {
+        return (detail == Outside && line.startsWith("debug |"_L1))
+            || (detail != Everything && isOfTheWay(line));
+    });
+    return lines;
+}
+
+void ReceiverTest::replaceProgram(const QString &program, const QByteArray &script)
+{
+    const QDir programs = QDir::current().filePath(u"programs"_s);
+    QVERIFY(programs.mkpath(u"."_s));
+    QFile file(programs.filePath(program));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("#!/bin/sh\n" + script + '\n');
+    QVERIFY(file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    const QByteArray place = QFile::encodeName(programs.path()) + ':';
+    if (const QByteArray path = qgetenv("PATH"); !path.startsWith(place))
+        qputenv("PATH", place + path);
+}
+
+QStringList ReceiverTest::state() const
+{
+    const KV_MultiPacket_Transfer &session = manager->multiPacketTransfer;
+    const QFile &file = session.outputFile;
+    const std::pair<const char *, QVariant> fields[] = {
+        {"outputFile", quoted(file.fileName().toUtf8())},
+        {"outputFileMode", file.openMode().toInt()},
+        {"outputFilePosition", file.pos()},
+        {"outputFilePath", quoted(session.outputFilePath.toUtf8())},
+        {"fileSize", session.fileSize},
+        {"fileType", session.fileType},
+        {"transferInProgress", session.transferInProgress},
+        {"infoParam1", session.infoParam1},
+        {"infoParam2", session.infoParam2},
+        {"infoParam3", session.infoParam3},
+        {"infoFrameLimit", session.infoFrameLimit},
+        {"infoFlag", session.infoFlag},
+        {"numberOfBlocks", session.numberOfBlocks},
+        {"currentBlockNumber", session.currentBlockNumber},
+        {"blockDataLength", session.blockDataLength},
+        {"blockBuffer", session.blockBuffer.toHex()},
+        {"expectedFrameNumber", session.expectedFrameNumber},
+        {"framesToFollow", session.framesToFollow},
+        {"auxBuffer1", session.auxBuffer1.toHex()},
+        {"auxBuffer2", session.auxBuffer2.toHex()},
+        {"serialNumber", manager->serialNumber},
+        {"serialNumberLength", manager->serialNumberLength},
+    };
+    QStringList lines;
+    for (const auto &[name, value] : fields)
+        lines.append(QLatin1StringView(name) + u' ' + value.toString());
+    return lines;
 }
 
 void ReceiverTest::checkSandbox()
@@ -93,6 +193,7 @@ void ReceiverTest::checkSandbox()
     const QString reason = ServiceTree::unsafe();
     QVERIFY2(reason.isEmpty(), qUtf8Printable(reason));
     qputenv("DOCKHAND_STAND_IN_LOG", QFile::encodeName(QDir::current().filePath(u"stand-ins"_s)));
+    m_path = qgetenv("PATH");
 }
 
 void ReceiverTest::startReceiver()
@@ -114,4 +215,6 @@ void ReceiverTest::stopReceiver()
     EventLog::stop();
     // The receiver keeps its device for good; a test executable has many receivers.
     device.reset();
+    qputenv("PATH", m_path);
+    QDir(u"programs"_s).removeRecursively();
 }

@@ -10,10 +10,6 @@
 
 #include <memory>
 
-/// A frame as the service tool sends it: 29-bit identifier, and the payload in hexadecimal.
-QCanBusFrame frame(quint32 id, const char *payload = "");
-QCanBusFrame errorFrame();
-
 /// Gives each test a receiver on a fake CAN device, an empty service tree and an empty event log.
 class ReceiverTest : public QObject
 {
@@ -23,27 +19,53 @@ protected:
     std::unique_ptr<CanBusManager> manager;
     std::unique_ptr<FakeCanDevice> device;
 
+    /// What play() shows of the event log: only what reaches the bus, the display, the files and
+    /// an installed receiver's log; the handlers' debug messages too; or every line.
+    enum Detail { Outside, Handlers, Everything };
+
+    /// Plays \a transcript, line by line, and compares what happens with it. These lines act:
+    ///
+    ///     receive FRAME...        the device delivers the frames in one signal
+    ///     given FRAME...          the same, but what comes of it is not shown
+    ///     call SLOT FRAME         calls a slot that takes a frame, past the dispatch
+    ///     send SLOT NUMBER... #PAYLOAD    calls one of the senders
+    ///     restart                 begins again with a new receiver and empty directories
+    ///
+    /// These say what is there, and all other lines what happens after the last that acts:
+    ///
+    ///     file PATH "content"     a file below the service tree's root, or (no file)
+    ///     state FIELD VALUE, FIELD VALUE...      values that the receiver keeps, as state() has them
+    ///     changed FIELD VALUE, FIELD VALUE...    all that the last line that acts has changed of
+    ///                                            them, or "nothing"
+    ///
+    /// Frames are written as EventLog::frame() reads them. A line that begins with # is comment.
+    void play(const QString &transcript) { play(Outside, transcript); }
+    void play(Detail detail, const QString &transcript);
+
     /// What initTestCase(), init() and cleanup() do, for tests with a part of their own in them.
     void checkSandbox();
     void startReceiver();
     void stopReceiver();
-    /// Lets the receiver get \a frames from its device, in one signal.
-    void receive(const QList<QCanBusFrame> &frames);
+    /// Lets the receiver get \a frames, separated by blanks, from its device, in one signal.
+    void receive(const QString &frames);
     /// Calls the slot \a slot, which takes a frame, past the dispatch.
-    void call(const char *slot, const QCanBusFrame &frame);
+    void call(const QString &slot, const QString &frame);
     /// What reached the outside since the test's begin or the last call.
-    QStringList events() { return EventLog::take(); }
-    /// The last of these lines that are not debug messages.
-    QStringList eventsButDebug();
-    /// The last of these lines that tell of frames sent.
-    QStringList sentFrames();
-    /// Begins a transfer, so that each field of the session that anything uses holds something,
-    /// and gives the receiver a serial number. Leaves the event log empty.
-    void beginTransfer();
-    /// Every value that the receiver keeps, one in a line.
-    QStringList state();
+    QStringList events(Detail detail = Everything);
+    /// Puts a shell script in the place of \a program on PATH until the test function has ended.
+    static void replaceProgram(const QString &program, const QByteArray &script);
+    /// Every value that the receiver keeps: "FIELD VALUE".
+    QStringList state() const;
 
     KV_MultiPacket_Transfer &session() { return manager->multiPacketTransfer; }
+
+private:
+    static bool acts(const QString &verb);
+    void act(const QString &verb, const QString &rest);
+    void send(QStringList words);
+    QStringList valuesOf(const QStringList &fields) const;
+
+    QByteArray m_path;
 
 private slots:
     void initTestCase() { checkSandbox(); }

@@ -90,583 +90,445 @@ class tst_filestore : public ReceiverTest
 {
     Q_OBJECT
 
+private:
+    /// Installs a configuration as if it had been received.
+    void install(const QByteArray &received = "received")
+    {
+        ServiceTree::write("application/factory/main/systemConfig.json", received);
+        manager->processReceivedConfigFile();
+    }
+
 private slots:
-    void fileTypesHaveWordAndPath_data();
-    void fileTypesHaveWordAndPath();
-    void lookupsReturnIndependentStrings();
-    void lookupsTouchNothing();
+    // ---- Catalogue
 
-    void bufferCrcIsThatOfIeee8023_data();
-    void bufferCrcIsThatOfIeee8023();
-    void bufferCrcTakesARange_data();
-    void bufferCrcTakesARange();
-    void bufferCrcOfAnImpossibleRange_data();
-    void bufferCrcOfAnImpossibleRange();
-    void bufferCrcAgreesWithTheBitwiseOne();
-    void bufferCrcLeavesTheBuffer();
-
-    void fileCrcIsThatOfIeee8023();
-    void fileCrcTakesARange_data();
-    void fileCrcTakesARange();
-    void fileCrcOfAMissingFileIs0();
-    void fileCrcOfADirectoryIs0();
-    void fileCrcOfANegativeOffsetIs0();
-    void fileCrcOpensAndSeeksBeforeItLooksAtTheLength();
-    void fileCrcReadsInChunks_data();
-    void fileCrcReadsInChunks();
-    void fileCrcStopsAtAReadError();
-    void fileCrcAgreesWithTheBufferCrc();
-    void fileCrcClosesTheFile();
-
-    void configurationIsCopiedWhenNothingIsThere();
-    void configurationReplacesBackupAndLiveFile();
-    void configurationRemovesParametersAndDatabases();
-    void configurationKnowsNoWildcard();
-    void configurationGoesOnWithoutTheBackupDirectory();
-    void configurationGoesOnWithoutTheLiveDirectory();
-    void configurationWithoutReceivedFileRemovesAllTheSame();
-    void configurationReportsWhatItCannotRemove();
-    void configurationGoesOnWithAReadOnlyBackup();
-    void configurationCannotReplaceADirectory();
-    void configurationDoesNotReplaceALinkThatLeadsNowhere();
-    void configurationIsOnTheDiskBeforeItGetsItsName();
-    void configurationThatDoesNotReachTheDiskIsNotCopied();
-    void configurationReplacesWhatACutHasLeft();
-    void configurationKeepsItsPermissions();
-    void configurationInstallationChangesNoState();
-};
-
-// ---- Catalogue
-
-void tst_filestore::fileTypesHaveWordAndPath_data()
-{
-    QTest::addColumn<quint32>("code");
-    QTest::addColumn<QString>("word");
-    QTest::addColumn<QString>("path");
-
-    QTest::newRow("0") << 0u << u"Configuration"_s
-                       << u"/media/service/korvane/application/factory/main/systemConfig.json"_s;
-    QTest::newRow("1") << 1u << u"Menu"_s
-                       << u"/media/service/korvane/application/factory/menu/menu.tar"_s;
-    QTest::newRow("2") << 2u << u"Generic"_s << u"/media/service/korvane/pendingUpdates/file.log"_s;
-    QTest::newRow("3") << 3u << u"Package"_s
-                       << u"/media/service/korvane/pendingUpdates/package.tar"_s;
-    QTest::newRow("4") << 4u << u"Unknown"_s << u"Unknown"_s;
-    QTest::newRow("255") << 255u << u"Unknown"_s << u"Unknown"_s;
-    QTest::newRow("256") << 256u << u"Unknown"_s << u"Unknown"_s;
-    QTest::newRow("2^31") << 0x80000000u << u"Unknown"_s << u"Unknown"_s;
-    QTest::newRow("2^32 - 1") << 0xFFFFFFFFu << u"Unknown"_s << u"Unknown"_s;
-}
-
-void tst_filestore::fileTypesHaveWordAndPath()
-{
-    QFETCH(quint32, code);
-    QTEST(manager->getFileTypeString(code), "word");
-    QTEST(manager->getFilePathString(code), "path");
-}
-
-void tst_filestore::lookupsReturnIndependentStrings()
-{
-    QString word = manager->getFileTypeString(3);
-    word[0] = u'X';
-    QString path = manager->getFilePathString(3);
-    path[0] = u'X';
-    QCOMPARE(manager->getFileTypeString(3), u"Package"_s);
-    QCOMPARE(manager->getFilePathString(3), u"/media/service/korvane/pendingUpdates/package.tar"_s);
-}
-
-void tst_filestore::lookupsTouchNothing()
-{
-    session().fileType = 1;
-    manager->getFileTypeString(3);
-    manager->getFilePathString(4);
-    QCOMPARE(session().fileType, 1u);
-    QCOMPARE(session().outputFilePath, QString());
-    QCOMPARE(events(), QStringList());
-}
-
-// ---- Checksums
-
-void tst_filestore::bufferCrcIsThatOfIeee8023_data()
-{
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<quint32>("crc");
-
-    QTest::newRow("check value") << QByteArray("123456789") << 0xCBF43926u;
-    QTest::newRow("one letter") << QByteArray("a") << 0xE8B7BE43u;
-    QTest::newRow("three letters") << QByteArray("abc") << 0x352441C2u;
-    QTest::newRow("a sentence") << QByteArray("The quick brown fox jumps over the lazy dog")
-                                << 0x414FA339u;
-    QTest::newRow("zeros") << QByteArray(32, '\0') << 0x190A55ADu;
-    QTest::newRow("ones") << QByteArray(32, '\xff') << 0xFF6CAB0Bu;
-    QTest::newRow("nothing") << QByteArray() << 0u;
-}
-
-void tst_filestore::bufferCrcIsThatOfIeee8023()
-{
-    QFETCH(QByteArray, data);
-    QTEST(manager->CalculateCRC32(data, 0, quint32(data.size())), "crc");
-}
-
-void tst_filestore::bufferCrcTakesARange_data()
-{
-    QTest::addColumn<int>("offset");
-    QTest::addColumn<quint32>("length");
-    QTest::addColumn<QByteArray>("covered");
-
-    QTest::newRow("in the middle") << 2 << 3u << QByteArray("cde");
-    QTest::newRow("all") << 0 << 6u << QByteArray("abcdef");
-    QTest::newRow("last") << 5 << 1u << QByteArray("f");
-    QTest::newRow("no bytes") << 2 << 0u << QByteArray();
-}
-
-void tst_filestore::bufferCrcTakesARange()
-{
-    QFETCH(int, offset);
-    QFETCH(quint32, length);
-    QFETCH(QByteArray, covered);
-    QCOMPARE(manager->CalculateCRC32("abcdef"_ba, offset, length), bitwiseCrc(covered));
-}
-
-void tst_filestore::bufferCrcOfAnImpossibleRange_data()
-{
-    QTest::addColumn<int>("offset");
-    QTest::addColumn<quint32>("length");
-    QTest::addColumn<QByteArray>("covered");
-
-    QTest::newRow("sum that wraps") << 2 << 0xFFFFFFFEu << QByteArray();
-    QTest::newRow("sum that wraps to itself less one") << 1 << 0xFFFFFFFFu << QByteArray();
-    QTest::newRow("longer than the buffer") << 4 << 3u << QByteArray("ef");
-    QTest::newRow("much longer") << 0 << 0xFFFFFFFFu << QByteArray("abcdef");
-    QTest::newRow("behind the buffer") << 6 << 1u << QByteArray();
-    QTest::newRow("negative offset") << -1 << 3u << QByteArray();
-    QTest::newRow("most negative offset") << int(0x80000000) << 3u << QByteArray();
-}
-
-void tst_filestore::bufferCrcOfAnImpossibleRange()
-{
-    QFETCH(int, offset);
-    QFETCH(quint32, length);
-    QFETCH(QByteArray, covered);
-    QCOMPARE(manager->CalculateCRC32("abcdef"_ba, offset, length), bitwiseCrc(covered));
-    QCOMPARE(manager->CalculateCRC32(QByteArray(), offset, length), 0u);
-}
-
-void tst_filestore::bufferCrcAgreesWithTheBitwiseOne()
-{
-    for (const int size : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 63, 64, 65, 511, 512, 513, 4097}) {
-        const QByteArray data = someBytes(size);
-        QCOMPARE(manager->CalculateCRC32(data, 0, quint32(size)), bitwiseCrc(data));
-        QCOMPARE(manager->CalculateCRC32(data, size / 3, quint32(size / 2)),
-                 bitwiseCrc(data.mid(size / 3, size / 2)));
+    void fileTypesHaveWordAndPath()
+    {
+        const QString root = u"/media/service/korvane/"_s;
+        const std::tuple<quint32, QString, QString> rows[] = {
+            {0u, u"Configuration"_s, root + u"application/factory/main/systemConfig.json"_s},
+            {1u, u"Menu"_s, root + u"application/factory/menu/menu.tar"_s},
+            {2u, u"Generic"_s, root + u"pendingUpdates/file.log"_s},
+            {3u, u"Package"_s, root + u"pendingUpdates/package.tar"_s},
+            {4u, u"Unknown"_s, u"Unknown"_s},
+            {255u, u"Unknown"_s, u"Unknown"_s},
+            {256u, u"Unknown"_s, u"Unknown"_s},
+            {0x80000000u, u"Unknown"_s, u"Unknown"_s},
+            {0xFFFFFFFFu, u"Unknown"_s, u"Unknown"_s},
+        };
+        const QStringList before = state();
+        for (const auto &[code, word, path] : rows) {
+            QCOMPARE(manager->getFileTypeString(code), word);
+            QCOMPARE(manager->getFilePathString(code), path);
+            // What is returned is the caller's own.
+            manager->getFileTypeString(code)[0] = u'X';
+            manager->getFilePathString(code)[0] = u'X';
+            QCOMPARE(manager->getFileTypeString(code), word);
+            QCOMPARE(manager->getFilePathString(code), path);
+        }
+        QCOMPARE(state(), before);
+        QCOMPARE(events(), QStringList());
     }
-}
 
-void tst_filestore::bufferCrcLeavesTheBuffer()
-{
-    const QByteArray data("abcdef");
-    manager->CalculateCRC32(data, 0, 6);
-    QCOMPARE(data, "abcdef");
-    QCOMPARE(events(), QStringList());
-}
+    // ---- Checksums
 
-void tst_filestore::fileCrcIsThatOfIeee8023()
-{
-    ServiceTree::write("digits", "123456789");
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("digits"), 0L, 9L), 0xCBF43926u);
-    QCOMPARE(events(), QStringList());
-}
+    void crcIsThatOfIeee8023()
+    {
+        const std::pair<QByteArray, quint32> rows[] = {
+            {"123456789", 0xCBF43926u},
+            {"a", 0xE8B7BE43u},
+            {"abc", 0x352441C2u},
+            {"The quick brown fox jumps over the lazy dog", 0x414FA339u},
+            {QByteArray(32, '\0'), 0x190A55ADu},
+            {QByteArray(32, '\xff'), 0xFF6CAB0Bu},
+            {{}, 0u},
+        };
+        for (const auto &[data, crc] : rows) {
+            QCOMPARE(manager->CalculateCRC32(data, 0, quint32(data.size())), crc);
+            ServiceTree::write("data", data);
+            QCOMPARE(manager->CalculateCRC32(ServiceTree::path("data"), 0L, long(data.size())),
+                     crc);
+        }
+        QCOMPARE(events(), QStringList());
+    }
 
-void tst_filestore::fileCrcTakesARange_data()
-{
-    QTest::addColumn<int>("offset");
-    QTest::addColumn<int>("length");
-    QTest::addColumn<QByteArray>("covered");
+    /// Of "abcdef". What is outside of the buffer is left out; a sum that wraps covers nothing.
+    void bufferCrcTakesARange()
+    {
+        const std::tuple<int, quint32, QByteArray> rows[] = {
+            {2, 3u, "cde"}, {0, 6u, "abcdef"},          {5, 1u, "f"},
+            {2, 0u, {}},    {2, 0xFFFFFFFEu, {}},       {1, 0xFFFFFFFFu, {}},
+            {4, 3u, "ef"},  {0, 0xFFFFFFFFu, "abcdef"}, {6, 1u, {}},
+            {-1, 3u, {}},   {int(0x80000000), 3u, {}},
+        };
+        const QByteArray letters("abcdef");
+        for (const auto &[offset, length, covered] : rows) {
+            QCOMPARE(manager->CalculateCRC32(letters, offset, length), bitwiseCrc(covered));
+            QCOMPARE(manager->CalculateCRC32(QByteArray(), offset, length), 0u);
+        }
+        QCOMPARE(letters, "abcdef");
+        QCOMPARE(events(), QStringList());
+    }
 
-    QTest::newRow("in the middle") << 2 << 3 << QByteArray("cde");
-    QTest::newRow("all") << 0 << 6 << QByteArray("abcdef");
-    QTest::newRow("longer than the file") << 0 << 7 << QByteArray("abcdef");
-    QTest::newRow("much longer than the rest") << 4 << 0x7FFFFFFF << QByteArray("ef");
-    QTest::newRow("at the end") << 6 << 1 << QByteArray();
-    QTest::newRow("behind the end") << 100 << 1 << QByteArray();
-    QTest::newRow("no bytes") << 0 << 0 << QByteArray();
-    QTest::newRow("negative length") << 0 << -1 << QByteArray();
-    QTest::newRow("most negative length") << 2 << int(0x80000000) << QByteArray();
-}
+    void bufferCrcAgreesWithTheBitwiseOne()
+    {
+        for (const int size :
+             {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 63, 64, 65, 511, 512, 513, 4097}) {
+            const QByteArray data = someBytes(size);
+            QCOMPARE(manager->CalculateCRC32(data, 0, quint32(size)), bitwiseCrc(data));
+            QCOMPARE(manager->CalculateCRC32(data, size / 3, quint32(size / 2)),
+                     bitwiseCrc(data.mid(size / 3, size / 2)));
+        }
+    }
 
-void tst_filestore::fileCrcTakesARange()
-{
-    QFETCH(int, offset);
-    QFETCH(int, length);
-    QFETCH(QByteArray, covered);
-    ServiceTree::write("letters", "abcdef");
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), long(offset), long(length)),
-             bitwiseCrc(covered));
-    QCOMPARE(events(), QStringList());
-}
+    /// Of a file with "abcdef".
+    void fileCrcTakesARange()
+    {
+        const std::tuple<long, long, QByteArray> rows[] = {
+            {2, 3, "cde"},
+            {0, 6, "abcdef"},
+            {0, 7, "abcdef"},
+            {4, 0x7FFFFFFF, "ef"},
+            {6, 1, {}},
+            {100, 1, {}},
+            {0, 0, {}},
+            {0, -1, {}},
+            {2, long(int(0x80000000)), {}},
+        };
+        ServiceTree::write("letters", "abcdef");
+        for (const auto &[offset, length, covered] : rows) {
+            QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), offset, length),
+                     bitwiseCrc(covered));
+        }
+        QCOMPARE(events(), QStringList());
+    }
 
-void tst_filestore::fileCrcOfAMissingFileIs0()
-{
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("missing"), 0L, 9L), 0u);
-    QCOMPARE(events(), transcript(R"(
-        critical |CalculateCRC32 Error: Failed to open file: "No such file or directory"|
-    )"));
-    QVERIFY(!QFile::exists(ServiceTree::path("missing")));
-}
+    void fileCrcOfAMissingFileIs0()
+    {
+        QCOMPARE(manager->CalculateCRC32(ServiceTree::path("missing"), 0L, 9L), 0u);
+        QCOMPARE(events(), transcript(uR"(
+            critical |CalculateCRC32 Error: Failed to open file: "No such file or directory"|
+        )"_s));
+        QVERIFY(!QFile::exists(ServiceTree::path("missing")));
+    }
 
-void tst_filestore::fileCrcOfADirectoryIs0()
-{
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("pendingUpdates"), 0L, 9L), 0u);
-    const QStringList lines = events();
-    QCOMPARE(
-        lines.last().left(60),
-        u"critical |CalculateCRC32 Error: Failed to open file: \"file to open is a directory\"|"_s
-            .left(60));
-}
+    void fileCrcOfADirectoryIs0()
+    {
+        QCOMPARE(manager->CalculateCRC32(ServiceTree::path("pendingUpdates"), 0L, 9L), 0u);
+        const QStringList lines = events();
+        QCOMPARE(
+            lines.last().left(60),
+            u"critical |CalculateCRC32 Error: Failed to open file: \"file to open is a directory\"|"_s
+                .left(60));
+    }
 
-void tst_filestore::fileCrcOfANegativeOffsetIs0()
-{
-    ServiceTree::write("letters", "abcdef");
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), -1L, 3L), 0u);
-    QCOMPARE(events().filter(u"critical |"_s), transcript(R"(
-        critical |CalculateCRC32 Error: Failed to seek to offset: -1|
-    )"));
-}
+    void fileCrcOpensAndSeeksBeforeItLooksAtTheLength()
+    {
+        QCOMPARE(manager->CalculateCRC32(ServiceTree::path("missing"), 0L, 0L), 0u);
+        QCOMPARE(events().size(), 1);
+        ServiceTree::write("letters", "abcdef");
+        QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), -1L, 3L), 0u);
+        QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), -5L, 0L), 0u);
+        QCOMPARE(events().filter(u"critical |"_s), transcript(uR"(
+            critical |CalculateCRC32 Error: Failed to seek to offset: -1|
+            critical |CalculateCRC32 Error: Failed to seek to offset: -5|
+        )"_s));
+        // Then nothing is read.
+        readWatch = {true, {}, -1};
+        QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), 0L, 0L), 0u);
+        QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), 0L, -7L), 0u);
+        readWatch.active = false;
+        QCOMPARE(readWatch.requests, QList<std::size_t>());
+    }
 
-void tst_filestore::fileCrcOpensAndSeeksBeforeItLooksAtTheLength()
-{
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("missing"), 0L, 0L), 0u);
-    QCOMPARE(events().size(), 1);
-    ServiceTree::write("letters", "abcdef");
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), -5L, 0L), 0u);
-    QVERIFY(events().contains(u"critical |CalculateCRC32 Error: Failed to seek to offset: -5|"_s));
-    // Then nothing is read.
-    readWatch = {true, {}, -1};
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), 0L, 0L), 0u);
-    QCOMPARE(manager->CalculateCRC32(ServiceTree::path("letters"), 0L, -7L), 0u);
-    readWatch.active = false;
-    QCOMPARE(readWatch.requests, QList<std::size_t>());
-}
-
-void tst_filestore::fileCrcReadsInChunks_data()
-{
-    QTest::addColumn<int>("offset");
-    QTest::addColumn<int>("length");
-    QTest::addColumn<QList<std::size_t>>("requests");
-
-    QTest::newRow("all") << 0 << 10000 << QList<std::size_t>{4096, 4096, 1808};
-    QTest::newRow("one chunk") << 0 << 4096 << QList<std::size_t>{4096};
-    QTest::newRow("one byte more") << 0 << 4097 << QList<std::size_t>{4096, 1};
-    QTest::newRow("from the middle") << 5000 << 5000 << QList<std::size_t>{4096, 904};
-    QTest::newRow("few") << 9990 << 3 << QList<std::size_t>{3};
-}
-
-void tst_filestore::fileCrcReadsInChunks()
-{
-    QFETCH(int, offset);
-    QFETCH(int, length);
-    const QByteArray data = someBytes(10000);
-    ServiceTree::write("bytes", data);
-    readWatch = {true, {}, -1};
-    const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), long(offset),
-                                                long(length));
-    readWatch.active = false;
-    QTEST(readWatch.requests, "requests");
-    QCOMPARE(crc, bitwiseCrc(data.mid(offset, length)));
-}
-
-void tst_filestore::fileCrcStopsAtAReadError()
-{
-    const QByteArray data = someBytes(10000);
-    ServiceTree::write("bytes", data);
-    readWatch = {true, {}, 1};
-    const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), 0L, 10000L);
-    readWatch.active = false;
-    QCOMPARE(crc, bitwiseCrc(data.first(4096)));
-    QCOMPARE(readWatch.requests, (QList<std::size_t>{4096, 4096}));
-    QCOMPARE(events(), QStringList());
-}
-
-void tst_filestore::fileCrcAgreesWithTheBufferCrc()
-{
-    for (const int size : {0, 1, 4095, 4096, 4097, 8192, 10000, 1000000}) {
-        const QByteArray data = someBytes(size);
+    void fileCrcReadsInChunks()
+    {
+        const std::tuple<long, long, QList<std::size_t>> rows[] = {
+            {0, 10000, {4096, 4096, 1808}}, {0, 4096, {4096}}, {0, 4097, {4096, 1}},
+            {5000, 5000, {4096, 904}},      {9990, 3, {3}},
+        };
+        const QByteArray data = someBytes(10000);
         ServiceTree::write("bytes", data);
-        const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), 0L, long(size));
-        QCOMPARE(crc, manager->CalculateCRC32(data, 0, quint32(size)));
-        QCOMPARE(crc, bitwiseCrc(data));
+        for (const auto &[offset, length, requests] : rows) {
+            readWatch = {true, {}, -1};
+            const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), offset, length);
+            readWatch.active = false;
+            QCOMPARE(readWatch.requests, requests);
+            QCOMPARE(crc, bitwiseCrc(data.mid(offset, length)));
+        }
     }
-}
 
-void tst_filestore::fileCrcClosesTheFile()
-{
-    ServiceTree::write("letters", "abcdef");
-    const auto openFiles = [] {
-        return QDir(u"/proc/self/fd"_s).entryList(QDir::AllEntries | QDir::System).size();
-    };
-    const auto before = openFiles();
-    manager->CalculateCRC32(ServiceTree::path("letters"), 0L, 6L);
-    manager->CalculateCRC32(ServiceTree::path("letters"), -1L, 6L);
-    manager->CalculateCRC32(ServiceTree::path("missing"), 0L, 6L);
-    QCOMPARE(openFiles(), before);
-}
-
-// ---- Configuration
-
-void tst_filestore::configurationIsCopiedWhenNothingIsThere()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    manager->processReceivedConfigFile();
-    QCOMPARE(events(), transcript(R"(
-        debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/nvParameters.conf*"|
-        debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/settingsChangeLog.db"|
-        debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/stats.db"|
-        debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/eventlog.db"|
-        sync
-        info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
-        info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::read("application/backup/main/systemConfig.json"), "received");
-    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
-    QCOMPARE(ServiceTree::read("application/factory/main/systemConfig.json"), "received");
-}
-
-void tst_filestore::configurationReplacesBackupAndLiveFile()
-{
-    const QByteArray received = someBytes(100000);
-    ServiceTree::write("application/factory/main/systemConfig.json", received);
-    ServiceTree::write("application/backup/main/systemConfig.json", "old backup");
-    ServiceTree::write("application/main/systemConfig.json", "old");
-    manager->processReceivedConfigFile();
-    QCOMPARE(eventsButDebug(), transcript(R"(
-        sync
-        info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
-        info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::read("application/backup/main/systemConfig.json"), received);
-    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), received);
-    QCOMPARE(ServiceTree::read("application/factory/main/systemConfig.json"), received);
-}
-
-void tst_filestore::configurationRemovesParametersAndDatabases()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    for (const char *name : {"application/main/nvParameters.conf*",
-                             "application/main/settingsChangeLog.db", "application/main/stats.db",
-                             "application/main/eventlog.db", "application/main/other.db"}) {
-        ServiceTree::write(name, "old");
+    void fileCrcStopsAtAReadError()
+    {
+        const QByteArray data = someBytes(10000);
+        ServiceTree::write("bytes", data);
+        readWatch = {true, {}, 1};
+        const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), 0L, 10000L);
+        readWatch.active = false;
+        QCOMPARE(crc, bitwiseCrc(data.first(4096)));
+        QCOMPARE(readWatch.requests, (QList<std::size_t>{4096, 4096}));
+        QCOMPARE(events(), QStringList());
     }
-    manager->processReceivedConfigFile();
-    QCOMPARE(events().mid(0, 5), transcript(R"(
-        info |Success! Cleaned up file: "/media/service/korvane/application/main/nvParameters.conf*"|
-        info |Success! Cleaned up file: "/media/service/korvane/application/main/settingsChangeLog.db"|
-        info |Success! Cleaned up file: "/media/service/korvane/application/main/stats.db"|
-        info |Success! Cleaned up file: "/media/service/korvane/application/main/eventlog.db"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::list("application/main"),
-             (QStringList{u"other.db"_s, u"systemConfig.json"_s}));
-}
 
-void tst_filestore::configurationKnowsNoWildcard()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    ServiceTree::write("application/main/nvParameters.conf", "kept");
-    ServiceTree::write("application/main/nvParameters.conf.1", "kept too");
-    manager->processReceivedConfigFile();
-    QCOMPARE(events().constFirst(),
-             u"debug |Cleanup Note: File did not exist, skipping: "
-             "\"/media/service/korvane/application/main/nvParameters.conf*\"|"_s);
-    QCOMPARE(ServiceTree::read("application/main/nvParameters.conf"), "kept");
-    QCOMPARE(ServiceTree::read("application/main/nvParameters.conf.1"), "kept too");
-}
+    void fileCrcAgreesWithTheBufferCrc()
+    {
+        for (const int size : {0, 1, 4095, 4096, 4097, 8192, 10000, 1000000}) {
+            const QByteArray data = someBytes(size);
+            ServiceTree::write("bytes", data);
+            const quint32 crc = manager->CalculateCRC32(ServiceTree::path("bytes"), 0L, long(size));
+            QCOMPARE(crc, manager->CalculateCRC32(data, 0, quint32(size)));
+            QCOMPARE(crc, bitwiseCrc(data));
+        }
+    }
 
-void tst_filestore::configurationGoesOnWithoutTheBackupDirectory()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    QVERIFY(QDir(ServiceTree::path("application/backup")).removeRecursively());
-    manager->processReceivedConfigFile();
-    QCOMPARE(eventsButDebug(), transcript(R"(
-        sync
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
-        info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
-    QVERIFY(!QFile::exists(ServiceTree::path("application/backup")));
-}
+    void fileCrcClosesTheFile()
+    {
+        ServiceTree::write("letters", "abcdef");
+        manager->CalculateCRC32(ServiceTree::path("letters"), 0L, 6L);
+        manager->CalculateCRC32(ServiceTree::path("letters"), -1L, 6L);
+        QCOMPARE(ServiceTree::openFiles(), QStringList());
+    }
 
-void tst_filestore::configurationGoesOnWithoutTheLiveDirectory()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    QVERIFY(QDir(ServiceTree::path("application/main")).removeRecursively());
-    manager->processReceivedConfigFile();
-    const QStringList lines = events();
-    QCOMPARE(lines.filter(u"Cleanup Note"_s).size(), 4);
-    QCOMPARE(lines.mid(4), transcript(R"(
-        sync
-        info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-}
+    // ---- Configuration
 
-void tst_filestore::configurationWithoutReceivedFileRemovesAllTheSame()
-{
-    ServiceTree::write("application/main/stats.db", "old");
-    ServiceTree::write("application/main/systemConfig.json", "old");
-    ServiceTree::write("application/backup/main/systemConfig.json", "old");
-    manager->processReceivedConfigFile();
-    QCOMPARE(eventsButDebug(), transcript(R"(
-        info |Success! Cleaned up file: "/media/service/korvane/application/main/stats.db"|
-        sync
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::list("application/main"), QStringList());
-    QCOMPARE(ServiceTree::list("application/backup/main"), QStringList());
-}
+    void configurationIsCopiedWhenNothingIsThere()
+    {
+        install();
+        QCOMPARE(events(), transcript(uR"(
+            debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/nvParameters.conf*"|
+            debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/settingsChangeLog.db"|
+            debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/stats.db"|
+            debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/eventlog.db"|
+            sync
+            info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
+            info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::read("application/backup/main/systemConfig.json"), "received");
+        QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
+        QCOMPARE(ServiceTree::read("application/factory/main/systemConfig.json"), "received");
+    }
 
-void tst_filestore::configurationReportsWhatItCannotRemove()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    ServiceTree::write("application/main/stats.db", "old");
-    ServiceTree::write("application/main/systemConfig.json", "old");
-    const ServiceTree::ReadOnly readOnly("application/main");
-    manager->processReceivedConfigFile();
-    QCOMPARE(events(), transcript(R"(
-        debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/nvParameters.conf*"|
-        debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/settingsChangeLog.db"|
-        critical |Cleanup Error: Failed to remove file: "/media/service/korvane/application/main/stats.db"|
-        debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/eventlog.db"|
-        sync
-        info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
-        critical |Backup Error: Failed to remove old backup file: "/media/service/korvane/application/main/systemConfig.json"|
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "old");
-    QCOMPARE(ServiceTree::read("application/main/stats.db"), "old");
-}
+    void configurationReplacesBackupAndLiveFile()
+    {
+        const QByteArray received = someBytes(100000);
+        ServiceTree::write("application/backup/main/systemConfig.json", "old backup");
+        ServiceTree::write("application/main/systemConfig.json", "old");
+        install(received);
+        QCOMPARE(events(Outside), transcript(uR"(
+            sync
+            info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
+            info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::read("application/backup/main/systemConfig.json"), received);
+        QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), received);
+        QCOMPARE(ServiceTree::read("application/factory/main/systemConfig.json"), received);
+    }
 
-void tst_filestore::configurationGoesOnWithAReadOnlyBackup()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    ServiceTree::write("application/backup/main/systemConfig.json", "old");
-    const ServiceTree::ReadOnly readOnly("application/backup/main");
-    manager->processReceivedConfigFile();
-    QCOMPARE(eventsButDebug(), transcript(R"(
-        sync
-        critical |Backup Error: Failed to remove old backup file: "/media/service/korvane/application/backup/main/systemConfig.json"|
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
-        info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::read("application/backup/main/systemConfig.json"), "old");
-    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
-}
+    void configurationRemovesParametersAndDatabases()
+    {
+        for (const char *name :
+             {"application/main/nvParameters.conf*", "application/main/settingsChangeLog.db",
+              "application/main/stats.db", "application/main/eventlog.db",
+              "application/main/other.db"}) {
+            ServiceTree::write(name, "old");
+        }
+        install();
+        QCOMPARE(events().mid(0, 5), transcript(uR"(
+            info |Success! Cleaned up file: "/media/service/korvane/application/main/nvParameters.conf*"|
+            info |Success! Cleaned up file: "/media/service/korvane/application/main/settingsChangeLog.db"|
+            info |Success! Cleaned up file: "/media/service/korvane/application/main/stats.db"|
+            info |Success! Cleaned up file: "/media/service/korvane/application/main/eventlog.db"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::list("application/main"),
+                 (QStringList{u"other.db"_s, u"systemConfig.json"_s}));
+    }
 
-void tst_filestore::configurationCannotReplaceADirectory()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    QVERIFY(QDir().mkpath(ServiceTree::path("application/main/systemConfig.json")));
-    QVERIFY(QDir().mkpath(ServiceTree::path("application/main/eventlog.db")));
-    manager->processReceivedConfigFile();
-    QCOMPARE(eventsButDebug(), transcript(R"(
-        critical |Cleanup Error: Failed to remove file: "/media/service/korvane/application/main/eventlog.db"|
-        sync
-        info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
-        critical |Backup Error: Failed to remove old backup file: "/media/service/korvane/application/main/systemConfig.json"|
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-}
+    void configurationKnowsNoWildcard()
+    {
+        ServiceTree::write("application/main/nvParameters.conf", "kept");
+        ServiceTree::write("application/main/nvParameters.conf.1", "kept too");
+        install();
+        QCOMPARE(events().constFirst(),
+                 u"debug |Cleanup Note: File did not exist, skipping: "
+                 "\"/media/service/korvane/application/main/nvParameters.conf*\"|"_s);
+        QCOMPARE(ServiceTree::read("application/main/nvParameters.conf"), "kept");
+        QCOMPARE(ServiceTree::read("application/main/nvParameters.conf.1"), "kept too");
+    }
 
-void tst_filestore::configurationDoesNotReplaceALinkThatLeadsNowhere()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    const QString live = ServiceTree::path("application/main/systemConfig.json");
-    QVERIFY(QFile::link(u"nowhere"_s, live));
-    manager->processReceivedConfigFile();
-    QCOMPARE(eventsButDebug(), transcript(R"(
-        sync
-        info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QVERIFY(QFileInfo(live).isSymLink());
-}
+    void configurationGoesOnWithoutTheBackupDirectory()
+    {
+        QVERIFY(QDir(ServiceTree::path("application/backup")).removeRecursively());
+        install();
+        QCOMPARE(events(Outside), transcript(uR"(
+            sync
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
+            info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
+        QVERIFY(!QFile::exists(ServiceTree::path("application/backup")));
+    }
 
-void tst_filestore::configurationIsOnTheDiskBeforeItGetsItsName()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", someBytes(100000));
-    ServiceTree::write("application/backup/main/systemConfig.json", "old");
-    ServiceTree::write("application/main/systemConfig.json", "old");
-    syncWatch = {};
-    manager->processReceivedConfigFile();
-    // Once for the backup, once for the live file.
-    QCOMPARE(
-        syncWatch.files,
-        QStringList(2, u"systemConfig.json.new: 100000 bytes, beside systemConfig.json.new"_s));
-    QCOMPARE(ServiceTree::list("application/backup/main"), QStringList{u"systemConfig.json"_s});
-    QCOMPARE(ServiceTree::list("application/main"), QStringList{u"systemConfig.json"_s});
-}
+    void configurationGoesOnWithoutTheLiveDirectory()
+    {
+        QVERIFY(QDir(ServiceTree::path("application/main")).removeRecursively());
+        install();
+        const QStringList lines = events();
+        QCOMPARE(lines.filter(u"Cleanup Note"_s).size(), 4);
+        QCOMPARE(lines.mid(4), transcript(uR"(
+            sync
+            info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+    }
 
-void tst_filestore::configurationThatDoesNotReachTheDiskIsNotCopied()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    syncWatch = {};
-    syncWatch.fails = true;
-    manager->processReceivedConfigFile();
-    syncWatch.fails = false;
-    QCOMPARE(eventsButDebug(), transcript(R"(
-        sync
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
-        critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
-        sync
-    )"));
-    QCOMPARE(ServiceTree::list("application/backup/main"), QStringList());
-    QCOMPARE(ServiceTree::list("application/main"), QStringList());
-}
+    void configurationWithoutReceivedFileRemovesAllTheSame()
+    {
+        ServiceTree::write("application/main/stats.db", "old");
+        ServiceTree::write("application/main/systemConfig.json", "old");
+        ServiceTree::write("application/backup/main/systemConfig.json", "old");
+        manager->processReceivedConfigFile();
+        QCOMPARE(events(Outside), transcript(uR"(
+            info |Success! Cleaned up file: "/media/service/korvane/application/main/stats.db"|
+            sync
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::list("application/main"), QStringList());
+        QCOMPARE(ServiceTree::list("application/backup/main"), QStringList());
+    }
 
-void tst_filestore::configurationReplacesWhatACutHasLeft()
-{
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    ServiceTree::write("application/main/systemConfig.json.new", someBytes(5000));
-    manager->processReceivedConfigFile();
-    QCOMPARE(ServiceTree::list("application/main"), QStringList{u"systemConfig.json"_s});
-    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
-}
+    void configurationReportsWhatItCannotRemove()
+    {
+        ServiceTree::write("application/main/stats.db", "old");
+        ServiceTree::write("application/main/systemConfig.json", "old");
+        const ServiceTree::ReadOnly readOnly("application/main");
+        install();
+        QCOMPARE(events(), transcript(uR"(
+            debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/nvParameters.conf*"|
+            debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/settingsChangeLog.db"|
+            critical |Cleanup Error: Failed to remove file: "/media/service/korvane/application/main/stats.db"|
+            debug |Cleanup Note: File did not exist, skipping: "/media/service/korvane/application/main/eventlog.db"|
+            sync
+            info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
+            critical |Backup Error: Failed to remove old backup file: "/media/service/korvane/application/main/systemConfig.json"|
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "old");
+        QCOMPARE(ServiceTree::read("application/main/stats.db"), "old");
+    }
 
-void tst_filestore::configurationKeepsItsPermissions()
-{
-    constexpr auto permissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser
-        | QFile::WriteUser | QFile::ReadGroup;
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    QVERIFY(QFile::setPermissions(ServiceTree::path("application/factory/main/systemConfig.json"),
-                                  permissions));
-    manager->processReceivedConfigFile();
-    QCOMPARE(QFile::permissions(ServiceTree::path("application/backup/main/systemConfig.json")),
-             permissions);
-    QCOMPARE(QFile::permissions(ServiceTree::path("application/main/systemConfig.json")),
-             permissions);
-}
+    void configurationGoesOnWithAReadOnlyBackup()
+    {
+        ServiceTree::write("application/backup/main/systemConfig.json", "old");
+        const ServiceTree::ReadOnly readOnly("application/backup/main");
+        install();
+        QCOMPARE(events(Outside), transcript(uR"(
+            sync
+            critical |Backup Error: Failed to remove old backup file: "/media/service/korvane/application/backup/main/systemConfig.json"|
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
+            info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::read("application/backup/main/systemConfig.json"), "old");
+        QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
+    }
 
-void tst_filestore::configurationInstallationChangesNoState()
-{
-    session().fileType = 2;
-    session().outputFilePath = u"kept"_s;
-    session().transferInProgress = true;
-    ServiceTree::write("application/factory/main/systemConfig.json", "received");
-    manager->processReceivedConfigFile();
-    QCOMPARE(session().fileType, 2u);
-    QCOMPARE(session().outputFilePath, u"kept"_s);
-    QVERIFY(session().transferInProgress);
-    QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
-}
+    void configurationCannotReplaceADirectory()
+    {
+        QVERIFY(QDir().mkpath(ServiceTree::path("application/main/systemConfig.json")));
+        QVERIFY(QDir().mkpath(ServiceTree::path("application/main/eventlog.db")));
+        install();
+        QCOMPARE(events(Outside), transcript(uR"(
+            critical |Cleanup Error: Failed to remove file: "/media/service/korvane/application/main/eventlog.db"|
+            sync
+            info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
+            critical |Backup Error: Failed to remove old backup file: "/media/service/korvane/application/main/systemConfig.json"|
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+    }
+
+    void configurationDoesNotReplaceALinkThatLeadsNowhere()
+    {
+        const QString live = ServiceTree::path("application/main/systemConfig.json");
+        QVERIFY(QFile::link(u"nowhere"_s, live));
+        install();
+        QCOMPARE(events(Outside), transcript(uR"(
+            sync
+            info |Success! File safely backed up to: "/media/service/korvane/application/backup/main/systemConfig.json"|
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QVERIFY(QFileInfo(live).isSymLink());
+    }
+
+    void configurationIsOnTheDiskBeforeItGetsItsName()
+    {
+        ServiceTree::write("application/backup/main/systemConfig.json", "old");
+        ServiceTree::write("application/main/systemConfig.json", "old");
+        syncWatch = {};
+        install(someBytes(100000));
+        // Once for the backup, once for the live file.
+        QCOMPARE(
+            syncWatch.files,
+            QStringList(2, u"systemConfig.json.new: 100000 bytes, beside systemConfig.json.new"_s));
+        QCOMPARE(ServiceTree::list("application/backup/main"), QStringList{u"systemConfig.json"_s});
+        QCOMPARE(ServiceTree::list("application/main"), QStringList{u"systemConfig.json"_s});
+    }
+
+    void configurationThatDoesNotReachTheDiskIsNotCopied()
+    {
+        syncWatch = {};
+        syncWatch.fails = true;
+        install();
+        syncWatch.fails = false;
+        QCOMPARE(events(Outside), transcript(uR"(
+            sync
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::list("application/backup/main"), QStringList());
+        QCOMPARE(ServiceTree::list("application/main"), QStringList());
+    }
+
+    void configurationReplacesWhatACutHasLeft()
+    {
+        ServiceTree::write("application/main/systemConfig.json.new", someBytes(5000));
+        install();
+        QCOMPARE(ServiceTree::list("application/main"), QStringList{u"systemConfig.json"_s});
+        QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
+    }
+
+    void configurationKeepsItsPermissions()
+    {
+        constexpr auto permissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser
+            | QFile::WriteUser | QFile::ReadGroup;
+        ServiceTree::write("application/factory/main/systemConfig.json", "received");
+        QVERIFY(QFile::setPermissions(
+            ServiceTree::path("application/factory/main/systemConfig.json"), permissions));
+        manager->processReceivedConfigFile();
+        QCOMPARE(QFile::permissions(ServiceTree::path("application/backup/main/systemConfig.json")),
+                 permissions);
+        QCOMPARE(QFile::permissions(ServiceTree::path("application/main/systemConfig.json")),
+                 permissions);
+    }
+
+    void configurationInstallationChangesNoState()
+    {
+        receive(u"1B1A1000#0208000002000000 1B1A2000#0101000000"_s);
+        const QStringList before = state();
+        install();
+        QCOMPARE(state(), before);
+        QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_filestore)
 #include "tst_filestore.moc"

@@ -1,6 +1,7 @@
 #include "eventlog.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QMessageLogContext>
 
 #include <unistd.h>
@@ -19,19 +20,12 @@ QStringList &log()
 
 QString levelName(QtMsgType type)
 {
-    switch (type) {
-    case QtDebugMsg:
-        return u"debug"_s;
-    case QtInfoMsg:
-        return u"info"_s;
-    case QtWarningMsg:
-        return u"warning"_s;
-    case QtCriticalMsg:
-        return u"critical"_s;
-    case QtFatalMsg:
-        break;
-    }
-    return u"fatal"_s;
+    static const QHash<QtMsgType, QString> names{{QtDebugMsg, u"debug"_s},
+                                                 {QtInfoMsg, u"info"_s},
+                                                 {QtWarningMsg, u"warning"_s},
+                                                 {QtCriticalMsg, u"critical"_s},
+                                                 {QtFatalMsg, u"fatal"_s}};
+    return names.value(type);
 }
 
 void takeMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
@@ -58,10 +52,13 @@ void EventLog::start()
 void EventLog::stop()
 {
     qInstallMessageHandler(nullptr);
+    watcher = nullptr;
 }
 
 void EventLog::add(const QString &line)
 {
+    if (watcher)
+        watcher(line);
     log().append(line);
 }
 
@@ -70,19 +67,34 @@ QStringList EventLog::take()
     return std::exchange(log(), {});
 }
 
-QStringList EventLog::transcript(const char *text)
+QStringList EventLog::transcript(const QString &text)
 {
-    QStringList lines = QString::fromUtf8(text).split(u'\n');
+    QStringList lines = text.split(u'\n');
     for (QString &line : lines)
         line = line.trimmed();
     lines.removeAll(QString());
     return lines;
 }
 
-QString EventLog::describe(const QCanBusFrame &frame)
+QCanBusFrame EventLog::frame(const QString &text)
 {
-    QString text = u"%1 %2"_s.arg(frame.frameId(), 8, 16, QChar(u'0'))
-                       .arg(frame.hasExtendedFrameFormat() ? "ext"_L1 : "base"_L1);
+    const QString id = text.section(u'#', 0, 0);
+    const QString payload = text.section(u'#', 1);
+    QCanBusFrame result(id.toUInt(nullptr, 16), QByteArray::fromHex(payload.toLatin1()));
+    result.setExtendedFrameFormat(id.size() == 8);
+    if (payload == u'E') {
+        result.setPayload({});
+        result.setFrameType(QCanBusFrame::ErrorFrame);
+    }
+    return result;
+}
+
+QString EventLog::text(const QCanBusFrame &frame)
+{
+    const QString id = QString::number(frame.frameId(), 16);
+    QString text = id.rightJustified(frame.hasExtendedFrameFormat() ? 8 : 3, u'0') + u'#'
+        + QString::fromLatin1(frame.payload().toHex());
+    text = text.toUpper();
     const std::pair<bool, QLatin1StringView> oddities[] = {
         {!frame.isValid(), " invalid"_L1},
         {frame.frameType() != QCanBusFrame::DataFrame, " not-data"_L1},
@@ -95,7 +107,7 @@ QString EventLog::describe(const QCanBusFrame &frame)
         if (present)
             text += name;
     }
-    return text + " ["_L1 + QString::fromLatin1(frame.payload().toHex(' ')) + u']';
+    return text;
 }
 
 void EventLog::addDisplay(const QString &text1, bool visible1, const QString &text2, bool visible2,

@@ -4,12 +4,14 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 /// All that reaches the outside, as lines of text in the order in which it happens, so that a
 /// test compares it with a literal transcript:
 ///
 ///     debug |text|                              a log message of Qt's default category
 ///     warning(name) |text|                      one of another category
-///     sent 0f584000 ext [5a a5]                 a frame handed to the CAN device
+///     sent 0F584000#5AA5                        a frame handed to the CAN device
 ///     display "one" on "two" off 0.5 on         the six values of the display signal
 ///     sync                                      a call of sync(), which is replaced by this line
 namespace EventLog {
@@ -18,15 +20,21 @@ namespace EventLog {
 void start();
 void stop();
 
+/// Is called with each line before it is added, until stop().
+inline std::function<void(const QString &line)> watcher;
+
 void add(const QString &line);
 /// The lines since start() or the last call.
 QStringList take();
 
 /// The lines of \a text without their indentation; empty ones are left out.
-QStringList transcript(const char *text);
+QStringList transcript(const QString &text);
 
-/// Identifier, format, further flags and payload: "0f584000 ext [5a a5]".
-QString describe(const QCanBusFrame &frame);
+/// A frame as candump and cansend write it: eight digits of identifier for the extended format,
+/// three for the base format, and the payload. 0F1A02C0#E is an error frame of that identifier.
+QCanBusFrame frame(const QString &text);
+/// The same text of \a frame, followed by what an ordinary data frame does not have.
+QString text(const QCanBusFrame &frame);
 
 /// To be connected to the display signal.
 void addDisplay(const QString &text1, bool visible1, const QString &text2, bool visible2,

@@ -27,6 +27,13 @@ FakeCanDevice::~FakeCanDevice()
         latest = nullptr;
 }
 
+void FakeCanDevice::note(QString step) const
+{
+    if (behaviour.onStep)
+        behaviour.onStep(step);
+    steps.append(step);
+}
+
 void FakeCanDevice::deliver(const QList<QCanBusFrame> &frames)
 {
     enqueueReceivedFrames(frames);
@@ -50,14 +57,14 @@ void FakeCanDevice::reportState(CanBusDeviceState state)
 
 QCanBusDeviceInfo FakeCanDevice::deviceInfo() const
 {
-    steps.append(u"info"_s);
+    note(u"info"_s);
     return createDeviceInfo(u"socketcan"_s, u"name of "_s + m_interfaceName, false, false);
 }
 
 void FakeCanDevice::setConfigurationParameter(ConfigurationKey key, const QVariant &value)
 {
     configuration.append({key, value});
-    steps.append(u"set %1"_s.arg(key));
+    note(u"set %1"_s.arg(key));
     QCanBusDevice::setConfigurationParameter(key, value);
 }
 
@@ -71,7 +78,7 @@ bool FakeCanDevice::writeFrame(const QCanBusFrame &frame)
     }
     if (behaviour.onWrite)
         behaviour.onWrite(frame);
-    EventLog::add(u"sent "_s + EventLog::describe(frame));
+    EventLog::add(u"sent "_s + EventLog::text(frame));
     return true;
 }
 
@@ -82,7 +89,7 @@ QString FakeCanDevice::interpretErrorFrame(const QCanBusFrame &)
 
 bool FakeCanDevice::open()
 {
-    steps.append(u"open"_s);
+    note(u"open"_s);
     if (behaviour.refusesConnection) {
         setError(u"No such device"_s, ConnectionError);
         return false;
@@ -98,7 +105,7 @@ void FakeCanDevice::close()
 
 void FakeCanDevice::connectNotify(const QMetaMethod &signal)
 {
-    steps.append(u"connect "_s + QLatin1StringView(signal.name()));
+    note(u"connect "_s + QLatin1StringView(signal.name()));
 }
 
 /// Linked into the executable, it comes after Qt's own plugin of that key, and takes its place.

@@ -23,6 +23,8 @@ public:
         QString writeError; ///< not empty: writing fails for this reason
         /// Called with each frame before it is logged as sent.
         std::function<void(const QCanBusFrame &)> onWrite;
+        /// Called with each step before it is noted.
+        std::function<void(QString &step)> onStep;
     };
     static Behaviour behaviour;
     /// Plugin and interface of every device asked for, as "plugin interface".
@@ -56,5 +58,7 @@ protected:
     void connectNotify(const QMetaMethod &signal) override;
 
 private:
+    void note(QString step) const;
+
     const QString m_interfaceName;
 };
