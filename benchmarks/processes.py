@@ -28,22 +28,30 @@ def program(name):
 
 
 def shipped_rules():
-    return re.search(r'^QT_LOGGING_RULES="(.*)"', (DEPLOY / "dockhand.default.in").read_text(), re.M)[1]
+    return re.search(
+        r'^QT_LOGGING_RULES="(.*)"', (DEPLOY / "dockhand.default.in").read_text(), re.M
+    )[1]
 
 
 def hide_paths():
     """Keeps from all processes, in the sandbox, what the service keeps from the receiver."""
-    for path in re.findall(r"^InaccessiblePaths=-(.*)$", (DEPLOY / "dockhand.service").read_text(), re.M):
+    for path in re.findall(
+        r"^InaccessiblePaths=-(.*)$", (DEPLOY / "dockhand.service").read_text(), re.M
+    ):
         if os.path.isdir(path):
             subprocess.run(["mount", "-t", "tmpfs", "tmpfs", path], check=True)
 
 
 def environment(screen="offscreen", rules=None):
     kept = {name: os.environ[name] for name in ("VIRTUALBUS_SOCKET", "HOME", "PATH")}
-    return kept | {"QT_QPA_PLATFORM": SCREENS[screen], "QT_QUICK_BACKEND": "software",
-                   "XDG_RUNTIME_DIR": os.getcwd(), "LC_ALL": "C.UTF-8",
-                   "FONTCONFIG_FILE": str(DEPLOY / "fonts.conf"),
-                   "QT_LOGGING_RULES": rules or shipped_rules()}
+    return kept | {
+        "QT_QPA_PLATFORM": SCREENS[screen],
+        "QT_QUICK_BACKEND": "software",
+        "XDG_RUNTIME_DIR": os.getcwd(),
+        "LC_ALL": "C.UTF-8",
+        "FONTCONFIG_FILE": str(DEPLOY / "fonts.conf"),
+        "QT_LOGGING_RULES": rules or shipped_rules(),
+    }
 
 
 class Process:
@@ -101,21 +109,32 @@ def until(name, text, **how):
     def measure():
         with running(name, **how) as process:
             return process.seconds_until(text)
+
     return measure
 
 
 def connected(runs):
     rules = "default.info=true"
-    return in_turns(runs, {"receiver": until("dockhand", CONNECTED, rules=rules),
-                           "bare": until("bare_gui", CONNECTED, rules=rules),
-                           "engine": until("bare_engine", CONNECTED, rules=rules)})
+    return in_turns(
+        runs,
+        {
+            "receiver": until("dockhand", CONNECTED, rules=rules),
+            "bare": until("bare_gui", CONNECTED, rules=rules),
+            "engine": until("bare_engine", CONNECTED, rules=rules),
+        },
+    )
 
 
 def first_frame(runs, screen):
     how = {"screen": screen, "rules": "*.debug=false;qt.scenegraph.time.renderloop=true"}
-    return in_turns(runs, {"receiver": until("dockhand", FRAME, **how),
-                           "bare": until("bare_window", FRAME, **how),
-                           "text": until("bare_text", FRAME, **how)})
+    return in_turns(
+        runs,
+        {
+            "receiver": until("dockhand", FRAME, **how),
+            "bare": until("bare_window", FRAME, **how),
+            "text": until("bare_text", FRAME, **how),
+        },
+    )
 
 
 def idle_memory(runs):
@@ -124,9 +143,17 @@ def idle_memory(runs):
             with running(name) as process:
                 time.sleep(2.5)  # the clock has shown the time by then
                 return process.resident()
+
         return measure
-    return in_turns(runs, {"receiver": resident("dockhand"), "bare": resident("bare_window"),
-                           "text": resident("bare_text")})
+
+    return in_turns(
+        runs,
+        {
+            "receiver": resident("dockhand"),
+            "bare": resident("bare_window"),
+            "text": resident("bare_text"),
+        },
+    )
 
 
 def package_memory(runs, size):
@@ -151,6 +178,7 @@ def crc_memory(runs):
 
     def peak(*arguments):
         return lambda: int(subprocess.check_output([program("crc_memory"), *arguments]))
+
     return in_turns(runs, {"receiver": peak(big), "bare": peak()})
 
 
@@ -166,6 +194,7 @@ def download(runs):
             sent = send("configuration", configuration)
             frames = size // 8 + 2 * sent["records"]
             return frames / (sent["milliseconds"] / 1000)
+
     return in_turns(runs, {"receiver": measure})
 
 
@@ -186,10 +215,17 @@ def display_cpu(runs):
                 time.sleep(0.1)
                 seconds = time.perf_counter() - begin
                 return (process.cpu_seconds() - before) / seconds
+
         return measure
-    return in_turns(runs, {"handling": cost("bare_receiver"),
-                           "offscreen": cost("dockhand"),
-                           "framebuffer": cost("dockhand", "framebuffer")})
+
+    return in_turns(
+        runs,
+        {
+            "handling": cost("bare_receiver"),
+            "offscreen": cost("dockhand"),
+            "framebuffer": cost("dockhand", "framebuffer"),
+        },
+    )
 
 
 def make_file(path, size):
@@ -210,8 +246,12 @@ def wait_for_answer():
 
 def send(kind, path):
     """Lets shipwright send a file; returns its closing event."""
-    run = subprocess.run([program("shipwright"), "--json", "--timeout", "20000", "send", kind, path],
-                         capture_output=True, text=True, env=environment())
+    run = subprocess.run(
+        [program("shipwright"), "--json", "--timeout", "20000", "send", kind, path],
+        capture_output=True,
+        text=True,
+        env=environment(),
+    )
     sent = json.loads(run.stdout.splitlines()[-1])
     if sent["event"] != "sent" or sent["repeated"]:
         raise RuntimeError(f"not sent at the first attempt: {sent} {run.stderr}")
