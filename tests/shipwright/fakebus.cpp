@@ -70,11 +70,16 @@ void FakeBus::transmitQueued()
 void FakeBus::transmit(const QCanBusFrame &frame)
 {
     sent += text(frame);
-    QList<QCanBusFrame> answers = receiver.handle(frame);
+    QCanBusFrame arrived = frame;
+    arrived.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(m_clock.now() * 1000));
+    QList<QCanBusFrame> answers = receiver.receive(arrived);
     if (tamper)
         answers = tamper(frame, answers);
-    for (const QCanBusFrame &answer : std::as_const(answers))
-        m_clock.at(m_clock.now() + answerDelay, [this, answer] { deliver(answer); });
+    for (QCanBusFrame answer : std::as_const(answers)) {
+        const qint64 delay = answer.timeStamp().microSeconds() / 1000;
+        answer.setTimeStamp({});
+        m_clock.at(m_clock.now() + answerDelay + delay, [this, answer] { deliver(answer); });
+    }
     if (onWritten)
         onWritten(frame);
 }

@@ -3,76 +3,50 @@
 #include <QCanBusFrame>
 #include <QHash>
 #include <QList>
-#include <QSet>
 #include <QString>
-#include <QStringList>
 
-#include <optional>
+#include <functional>
 
 /// A receiver in memory, written from the protocol's own numbers and sharing nothing with the
-/// engine. With a defect it breaks the protocol in one way.
+/// engine. Its state is open, so that a deviation can spoil it.
 class ReceiverModel
 {
 public:
-    enum class Defect {
-        AcceptsAnyVersion,
-        AcceptsFramesOutOfOrder,
-        AcceptsInitiateOfSevenBytes,
-        AcceptsOtherDestinations,
-        AcceptsOtherInterfaces,
-        AcceptsOtherSources,
-        AnswersCompleteTwice,
-        AnswersFromDestination,
-        AnswersRecordStart,
-        AnswersUnknownOperations,
-        AnswersUnknownTypes,
-        AppendsRefusedRecords,
-        DropsParametersOnRefusal,
-        EchoesFileCrc,
-        IgnoresRecordCrc,
-        IgnoresSlot,
-        IgnoresSecondDestination,
-        KeepsFrameNumber,
-        KeepsOldContent,
-        PadsShortFrames,
-        RefusesLongHandshake,
-        RefusesShortRecordEnd,
-        SwapsCrcBytes,
-    };
+    /// In order; the time stamp of an answer says how much later than the others it comes.
+    using Answers = QList<QCanBusFrame>;
+    /// Takes the place of handle(), which it may call.
+    using Deviation = std::function<Answers(ReceiverModel &, const QCanBusFrame &)>;
 
-    static QStringList defectNames();
-    /// The defect called \a name; null when there is none of that name.
-    static std::optional<Defect> defectFromName(const QString &name);
+    /// What comes back for \a frame.
+    Answers receive(const QCanBusFrame &frame)
+    {
+        return deviation ? deviation(*this, frame) : handle(frame);
+    }
+    /// The same, as the protocol says it.
+    Answers handle(const QCanBusFrame &frame);
 
-    void setDefect(Defect defect) { m_defects.insert(defect); }
+    Deviation deviation;
 
-    /// What the receiver answers to \a frame, in order.
-    QList<QCanBusFrame> handle(const QCanBusFrame &frame);
+    QByteArray file(int type) const { return files.value(type); }
 
-    QByteArray file(int type) const { return m_files.value(type); }
-    QString serialNumber() const { return m_serialNumber; }
-    QByteArray clock() const { return m_clock; }
-    int installations() const { return m_installations; }
+    // ---- What the receiver keeps
+    QHash<int, QByteArray> files; ///< by file type; 4 for every unknown one
+    QString serialNumber = QStringLiteral("NotReceived");
+    QByteArray clock; ///< payload of the last Set Date Time that was accepted
+    int installations = 0;
+
+    // ---- What it remembers between frames
+    int serialLength = 0;
+    int fileType = 0;
+    quint32 fileSize = 0;
+    int place = -1; ///< key in files of the file being received
+    bool isOpen = false;
+    QByteArray record;
+    qsizetype recordLength = 0;
+    qsizetype expectedFrame = 0;
 
 private:
-    bool has(Defect defect) const { return m_defects.contains(defect); }
-    QList<QCanBusFrame> handleCommand(quint32 id, const QByteArray &payload);
-    QList<QCanBusFrame> handleTransfer(quint32 id, const QByteArray &payload);
+    Answers handleCommand(quint32 id, const QByteArray &payload);
+    Answers handleTransfer(quint32 id, const QByteArray &payload);
     void dataFrame(qsizetype number, const QByteArray &payload);
-    QByteArray recordData() const;
-
-    QSet<Defect> m_defects;
-    QHash<int, QByteArray> m_files;
-    QString m_serialNumber = QStringLiteral("NotReceived");
-    int m_serialLength = 0;
-    QByteArray m_clock;
-    int m_installations = 0;
-
-    int m_fileType = 0;
-    int m_openType = -1;
-    quint32 m_fileSize = 0;
-    QByteArray m_record;
-    qsizetype m_recordLength = 0;
-    qsizetype m_expectedFrame = 0;
-    quint32 m_destination = 26;
 };

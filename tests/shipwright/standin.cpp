@@ -1,10 +1,12 @@
-// A participant on the virtual bus that answers like a receiver, with a defect if asked for one.
+// A participant on the virtual bus that answers like a receiver, with a deviation if asked for one:
+//   standin [BEHAVIOUR]
 
-#include "receivermodel.h"
+#include "deviations.h"
 
 #include <QCanBus>
 #include <QCanBusDevice>
 #include <QCoreApplication>
+#include <QTimer>
 
 #include <cstdio>
 #include <memory>
@@ -13,14 +15,14 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     ReceiverModel receiver;
-    for (const QString &name : QCoreApplication::arguments().mid(1)) {
-        const auto defect = ReceiverModel::defectFromName(name);
-        if (!defect) {
-            std::fprintf(stderr, "standin: the defects are %s\n",
-                         qPrintable(ReceiverModel::defectNames().join(QStringLiteral(", "))));
+    if (argc > 1) {
+        receiver.deviation = plantedDeviation(QCoreApplication::arguments().at(1));
+        if (!receiver.deviation) {
+            std::fprintf(stderr, "standin: the behaviours are\n");
+            for (const PlantedDeviation &known : plantedDeviations())
+                std::fprintf(stderr, "  %s\n", known.behaviour);
             return 2;
         }
-        receiver.setDefect(*defect);
     }
 
     const std::unique_ptr<QCanBusDevice> device(
@@ -29,8 +31,16 @@ int main(int argc, char *argv[])
         return 1;
     QObject::connect(device.get(), &QCanBusDevice::framesReceived, &app, [&] {
         while (device->framesAvailable() > 0) {
-            for (const QCanBusFrame &answer : receiver.handle(device->readFrame()))
-                device->writeFrame(answer);
+            for (const QCanBusFrame &answer : receiver.receive(device->readFrame())) {
+                const auto send = [&device, answer] {
+                    device->writeFrame(QCanBusFrame(answer.frameId(), answer.payload()));
+                };
+                const auto delay = answer.timeStamp().microSeconds() / 1000;
+                if (delay > 0)
+                    QTimer::singleShot(int(delay), device.get(), send);
+                else
+                    send();
+            }
         }
     });
     const auto sayReady = [] {

@@ -1,3 +1,4 @@
+#include "deviations.h"
 #include "fixture.h"
 
 #include <QTest>
@@ -204,7 +205,7 @@ void CommandsTest::answer_inAnotherSlotDoesNotCount()
     PeerSettings settings;
     settings.slot = 1;
     Fixture fixture(settings);
-    fixture.bus.receiver.setDefect(ReceiverModel::Defect::IgnoresSlot);
+    fixture.bus.receiver.deviation = plantedDeviation(u"answers in slot 0"_s);
     QCOMPARE(failureOf([&] { fixture.peer.startConfiguration(); }).exit, Exit::NoAnswer);
 }
 
@@ -295,7 +296,7 @@ void CommandsTest::serial_splitsAfterSevenBytes()
     Fixture fixture;
     fixture.peer.setSerialNumber(serial);
     QCOMPARE(fixture.bus.sent, sent);
-    QCOMPARE(fixture.bus.receiver.serialNumber(), serial);
+    QCOMPARE(fixture.bus.receiver.serialNumber, serial);
 }
 
 void CommandsTest::serial_thatTheWireCannotCarryIsRefused_data()

@@ -1,11 +1,14 @@
+#include "deviations.h"
 #include "fixture.h"
 
 #include "conformance.h"
 
+#include <QSet>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
+using Outcome = ConformanceResult::Outcome;
 
 class ConformanceTest : public QObject
 {
@@ -13,112 +16,172 @@ class ConformanceTest : public QObject
 
 private slots:
     void rightReceiver_passes();
-    void withoutConsent_nothingIsChangedThatLasts();
-    void brokenReceiver_fails_data();
-    void brokenReceiver_fails();
-    void deviation_namesWhatWasDueAndWhatCame();
-    void silentReceiver_failsEveryCheck();
+    void withoutConsent_onlyTheGenericFileChanges();
+    void only_runsTheChecksThatAreNamed();
+    void deviatingReceiver_isFound_data();
+    void deviatingReceiver_isFound();
+    void everyCheck_findsADeviation();
+    void deviation_hasItsFrame();
+    void deadReceiver_endsTheChecks();
+    void nobodyThere_isNoReceiver();
+    void interruption_leavesAResultForEveryCheck();
 };
 
-static QStringList failedChecks(Fixture &fixture, bool destructive = true)
+static ConformanceSettings everything()
 {
-    QStringList failed;
     ConformanceSettings settings;
-    settings.destructive = destructive;
-    checkConformance(fixture.link, settings, [&failed](const ConformanceResult &result) {
-        if (result.outcome == ConformanceResult::Outcome::Failed)
-            failed += result.name;
-    });
-    return failed;
+    settings.destructive = true;
+    return settings;
+}
+
+/// Runs the checks; each that has run is reported once.
+static QList<ConformanceResult> resultsOf(Fixture &fixture, const ConformanceSettings &settings)
+{
+    Conformance conformance(fixture.link, settings);
+    qsizetype reported = 0;
+    if (!conformance.findReceiver())
+        return {};
+    conformance.run([&reported](const ConformanceResult &) { ++reported; });
+    [&] {
+        QCOMPARE(reported + conformance.count(Outcome::NotRun), conformance.results().size());
+    }();
+    return conformance.results();
+}
+
+static QStringList namesOf(const QList<ConformanceResult> &results, Outcome outcome)
+{
+    QStringList names;
+    for (const ConformanceResult &result : results) {
+        if (result.outcome == outcome)
+            names += result.name;
+    }
+    return names;
 }
 
 void ConformanceTest::rightReceiver_passes()
 {
     Fixture fixture;
-    QCOMPARE(failedChecks(fixture), QStringList());
-    QCOMPARE(fixture.bus.receiver.serialNumber(), u"TEST12345678"_s);
+    const QList<ConformanceResult> results = resultsOf(fixture, everything());
+    QCOMPARE(namesOf(results, Outcome::Failed), QStringList());
+    QCOMPARE(namesOf(results, Outcome::Passed).size(), results.size());
+    QCOMPARE(results.size(), conformanceChecks({}).size());
+    QCOMPARE(fixture.bus.receiver.serialNumber, u"TEST12345678"_s);
     QCOMPARE(fixture.bus.receiver.file(0), QByteArrayLiteral("{}\n"));
 }
 
-void ConformanceTest::withoutConsent_nothingIsChangedThatLasts()
+void ConformanceTest::withoutConsent_onlyTheGenericFileChanges()
 {
     Fixture fixture;
-    QCOMPARE(failedChecks(fixture, false), QStringList());
-    QCOMPARE(fixture.bus.receiver.serialNumber(), u"NotReceived"_s);
-    QCOMPARE(fixture.bus.receiver.clock(), QByteArray());
-    QCOMPARE(fixture.bus.receiver.installations(), 0);
-    QCOMPARE(fixture.bus.receiver.file(0), QByteArray());
-    QCOMPARE(fixture.bus.receiver.file(1), QByteArray());
-    QCOMPARE(fixture.bus.receiver.file(3), QByteArray());
-    QVERIFY(!fixture.bus.receiver.file(2).isEmpty());
+    Conformance conformance(fixture.link, {});
+    QVERIFY(conformance.findReceiver());
+    conformance.run([](const ConformanceResult &) {});
+    QCOMPARE(namesOf(conformance.results(), Outcome::Failed), QStringList());
+    QVERIFY(conformance.count(Outcome::Skipped) > 10);
+    QCOMPARE(conformance.changes(), QStringList{u"generic file"_s});
+    QCOMPARE(fixture.bus.receiver.serialNumber, u"NotReceived"_s);
+    QCOMPARE(fixture.bus.receiver.clock, QByteArray());
+    QCOMPARE(fixture.bus.receiver.installations, 0);
+    QCOMPARE(fixture.bus.receiver.files.keys(), QList<int>{2});
 }
 
-void ConformanceTest::brokenReceiver_fails_data()
+void ConformanceTest::only_runsTheChecksThatAreNamed()
+{
+    Fixture fixture;
+    ConformanceSettings settings;
+    settings.only = u"RECORD: repeated"_s;
+    QCOMPARE(namesOf(resultsOf(fixture, settings), Outcome::Passed),
+             (QStringList{u"record: repeated frames dropped"_s,
+                          u"record: repeated Record End appends again"_s}));
+}
+
+void ConformanceTest::deviatingReceiver_isFound_data()
 {
     QTest::addColumn<QString>("check");
-    const auto row = [](const char *defect, const QString &check) {
-        QTest::newRow(defect) << check;
-    };
-    row("accepts-any-version",
-        u"Transfer Info: versions 0, 1, 3 and 34 refused with the parameters"_s);
-    row("accepts-frames-out-of-order", u"record: frames out of order refused, then repeated"_s);
-    row("accepts-initiate-of-seven-bytes", u"Initiate Transfer: 0 to 7 bytes refused"_s);
-    row("accepts-other-destinations", u"silence: command to node 25"_s);
-    row("accepts-other-interfaces", u"silence: command on another interface"_s);
-    row("accepts-other-sources", u"silence: command from node 23"_s);
-    row("answers-complete-twice", u"file: empty"_s);
-    row("answers-from-destination", u"start of configuration: answered at destination 14"_s);
-    row("answers-record-start", u"record: Record Start and Data Frames unanswered"_s);
-    row("answers-unknown-operations", u"silence: operations 5 to 63"_s);
-    row("answers-unknown-types", u"silence: message types 5 to 14"_s);
-    row("appends-refused-records", u"record: wrong CRC-32 refused, then repeated"_s);
-    row("drops-parameters-on-refusal",
-        u"Transfer Info: 0 to 5 bytes refused with the parameters"_s);
-    row("echoes-file-crc", u"completion: wrong CRC-32 answered with the computed one"_s);
-    row("ignores-record-crc", u"record: wrong CRC-32 refused, then repeated"_s);
-    row("ignores-slot", u"start of configuration: answered 5A A5 in every slot"_s);
-    row("ignores-second-destination", u"start of configuration: answered at destination 14"_s);
-    row("keeps-frame-number", u"record: frames out of order refused, then repeated"_s);
-    row("keeps-old-content", u"completion: a shorter file replaces a longer one"_s);
-    row("pads-short-frames", u"file: 1 to 1500 bytes in up to 3 records"_s);
-    row("refuses-long-handshake", u"start of configuration: more bytes behind the handshake"_s);
-    row("refuses-short-record-end", u"record: of zero length"_s);
-    row("swaps-crc-bytes", u"file: 1 to 1500 bytes in up to 3 records"_s);
+    for (const PlantedDeviation &planted : plantedDeviations())
+        QTest::newRow(planted.behaviour) << QString::fromLatin1(planted.check);
 }
 
-void ConformanceTest::brokenReceiver_fails()
+void ConformanceTest::deviatingReceiver_isFound()
 {
     QFETCH(QString, check);
     Fixture fixture;
-    const auto defect = ReceiverModel::defectFromName(QString::fromLatin1(QTest::currentDataTag()));
-    QVERIFY(defect);
-    fixture.bus.receiver.setDefect(*defect);
-    const QStringList failed = failedChecks(fixture);
+    fixture.bus.receiver.deviation = plantedDeviation(QString::fromLatin1(QTest::currentDataTag()));
+    const QList<ConformanceResult> results = resultsOf(fixture, everything());
+    const QStringList failed = namesOf(results, Outcome::Failed);
     QVERIFY2(failed.contains(check), qPrintable(failed.join(u'\n')));
+    QCOMPARE(results.size(), conformanceChecks({}).size());
+    QCOMPARE(namesOf(results, Outcome::NotRun), QStringList());
 }
 
-void ConformanceTest::deviation_namesWhatWasDueAndWhatCame()
+void ConformanceTest::everyCheck_findsADeviation()
+{
+    QSet<QString> found;
+    for (const PlantedDeviation &planted : plantedDeviations())
+        found += QString::fromLatin1(planted.check);
+    QStringList idle;
+    for (const ConformanceCheck &check : conformanceChecks({})) {
+        if (!found.contains(check.name))
+            idle += check.name;
+    }
+    QCOMPARE(idle, QStringList());
+}
+
+void ConformanceTest::deviation_hasItsFrame()
 {
     Fixture fixture;
-    fixture.bus.receiver.setDefect(ReceiverModel::Defect::IgnoresSlot);
-    QStringList deviations;
-    checkConformance(fixture.link, {}, [&deviations](const ConformanceResult &result) {
-        deviations += result.deviation;
-    });
-    QCOMPARE(deviations.first(), u"due: 0F584800#5AA5; came: 0F584000#5AA5"_s);
+    fixture.bus.receiver.deviation = plantedDeviation(u"answers in slot 0"_s);
+    const ConformanceResult result = resultsOf(fixture, {}).first();
+    QCOMPARE(result.outcome, Outcome::Failed);
+    QCOMPARE(result.due, u"0F584800#5AA5"_s);
+    QCOMPARE(result.came, u"0F584000#5AA5"_s);
+    QCOMPARE(text(result.frames.at(result.cause).frame), u"0F1A0AC0#A55A"_s);
+    QCOMPARE(text(result.frames.last().frame), u"0F584000#5AA5"_s);
 }
 
-void ConformanceTest::silentReceiver_failsEveryCheck()
+void ConformanceTest::deadReceiver_endsTheChecks()
+{
+    Fixture fixture;
+    int left = 2000;
+    fixture.bus.tamper = [&left](const auto &, const QList<QCanBusFrame> &answers) {
+        return left-- > 0 ? answers : QList<QCanBusFrame>{};
+    };
+    Conformance conformance(fixture.link, everything());
+    QVERIFY(conformance.findReceiver());
+    while (left > 100)
+        conformance.run([](const ConformanceResult &) {});
+    const qint64 start = fixture.clock.now();
+    conformance.run([](const ConformanceResult &) {});
+    QVERIFY(fixture.clock.now() - start < 30'000);
+    QCOMPARE(conformance.count(Outcome::Failed), 1);
+    QCOMPARE(conformance.results().size(), conformanceChecks({}).size());
+    QVERIFY(conformance.count(Outcome::NotRun) > 10);
+}
+
+void ConformanceTest::nobodyThere_isNoReceiver()
 {
     Fixture fixture;
     fixture.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
-    int checks = 0;
-    const int failed = checkConformance(
-        fixture.link, {}, [&checks](const ConformanceResult &result) {
-            checks += result.outcome != ConformanceResult::Outcome::Skipped;
+    Conformance conformance(fixture.link, {});
+    QVERIFY(!conformance.findReceiver());
+    QCOMPARE(conformance.changes(), QStringList());
+}
+
+void ConformanceTest::interruption_leavesAResultForEveryCheck()
+{
+    Fixture fixture;
+    Conformance conformance(fixture.link, {});
+    QVERIFY(conformance.findReceiver());
+    int reported = 0;
+    const Failure failure = failureOf([&] {
+        conformance.run([&](const ConformanceResult &) {
+            if (++reported == 40)
+                fixture.link.interrupt();
         });
-    QVERIFY(checks > 40);
-    QCOMPARE(failed, checks);
+    });
+    QCOMPARE(failure.exit, Exit::Interrupted);
+    QCOMPARE(conformance.count(Outcome::Passed), 40);
+    QCOMPARE(conformance.results().size(), conformanceChecks({}).size());
+    QCOMPARE(conformance.changes(), QStringList{u"generic file"_s});
 }
 
 QTEST_GUILESS_MAIN(ConformanceTest)

@@ -1,20 +1,22 @@
 // Every command of shipwright from end to end on the virtual bus, against the receiver itself.
 
-#include "receivermodel.h"
-
 #include "candump.h"
 #include "faults.h"
 
 #include <QCanBus>
 #include <QCanBusDevice>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include <csignal>
 #include <fcntl.h>
@@ -58,7 +60,7 @@ void startShipwright(QProcess &process, const QStringList &arguments)
 Outcome outcomeOf(QProcess &process)
 {
     const bool isRunning = process.state() != QProcess::NotRunning;
-    if ((isRunning && !process.waitForFinished(30'000))
+    if ((isRunning && !process.waitForFinished(60'000))
         || process.exitStatus() != QProcess::NormalExit)
         return {};
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
@@ -131,8 +133,10 @@ private slots:
     void log_isReadByCanUtils();
     void json_isOneObjectPerLine();
     void selftest_passesOnTheReceiver();
-    void selftest_failsOnABrokenReceiver_data();
-    void selftest_failsOnABrokenReceiver();
+    void selftest_onlyRunsTheChecksAskedFor();
+    void selftest_listNeedsNoBus();
+    void selftest_namesTheFrameBehindADeviation();
+    void selftest_endsSoonWhenTheReceiverDies();
     void failure_hasItsExitStatus_data();
     void failure_hasItsExitStatus();
     void failure_noReceiver();
@@ -154,8 +158,9 @@ void ShipwrightTest::init()
 {
     m_directory = std::make_unique<QTemporaryDir>();
     QVERIFY(m_directory->isValid());
-    const bool hasStandIn = qstrcmp(QTest::currentTestFunction(), "selftest_failsOnABrokenReceiver")
-        == 0;
+    const QByteArray test = QTest::currentTestFunction();
+    const bool hasStandIn = test == "selftest_namesTheFrameBehindADeviation"
+        || test == "selftest_endsSoonWhenTheReceiverDies";
     if (!hasStandIn)
         startReceiver();
 }
@@ -842,35 +847,83 @@ void ShipwrightTest::json_isOneObjectPerLine()
 void ShipwrightTest::selftest_passesOnTheReceiver()
 {
     const Outcome outcome = shipwright({u"selftest"_s, u"--destructive"_s});
-    QVERIFY2(outcome.out.endsWith(u" passed, 0 failed, 0 skipped.\n"_s), qPrintable(outcome.out));
+    QVERIFY2(outcome.out.endsWith(u" passed, 0 failed, 0 skipped.\n"
+                                  "Overwritten on the receiver: generic file, menu file, package "
+                                  "file, configuration, file of unknown type, serial number, "
+                                  "clock.\n"_s),
+             qPrintable(outcome.out));
     QCOMPARE(outcome.status, 0);
     QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("TEST12345678\n"));
     QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s),
              QByteArrayLiteral("{}\n"));
 }
 
-void ShipwrightTest::selftest_failsOnABrokenReceiver_data()
+void ShipwrightTest::selftest_onlyRunsTheChecksAskedFor()
 {
-    QTest::addColumn<int>("status");
-    QTest::newRow("") << 0;
-    for (const QString &defect : ReceiverModel::defectNames())
-        QTest::newRow(qPrintable(defect)) << 11;
+    const Outcome outcome = shipwright({u"selftest"_s, u"--only"_s, u"RECORD: OF NO"_s});
+    QCOMPARE(outcome.out,
+             u"pass  record: of no frames\n1 passed, 0 failed, 0 skipped.\n"
+             "Overwritten on the receiver: generic file.\n"_s);
+    QCOMPARE(outcome.status, 0);
+    const Outcome none = shipwright({u"selftest"_s, u"--only"_s, u"coffee"_s});
+    QCOMPARE(none.err,
+             u"shipwright: No check's name contains \"coffee\".\n"
+             "Try: \"shipwright selftest --list\" prints them all.\n"_s);
+    QCOMPARE(none.status, 2);
 }
 
-void ShipwrightTest::selftest_failsOnABrokenReceiver()
+void ShipwrightTest::selftest_listNeedsNoBus()
 {
-    QFETCH(int, status);
-    QProcess standIn;
-    const QString defect = QString::fromLatin1(QTest::currentDataTag());
-    standIn.start(QStringLiteral(STANDIN), defect.isEmpty() ? QStringList() : QStringList{defect});
-    QVERIFY(standIn.waitForReadyRead());
     const Outcome outcome = shipwright(
-        {u"selftest"_s, u"--timeout"_s, defect.isEmpty() ? u"20000"_s : u"3000"_s});
+        {u"selftest"_s, u"--list"_s, u"--only"_s, u"file: "_s, u"--plugin"_s, u"semaphore"_s});
+    QCOMPARE(outcome.err, QString());
+    const QStringList lines = outcome.out.split(u'\n', Qt::SkipEmptyParts);
+    QCOMPARE(lines.first(), u"file: 1 to 1500 bytes in up to 3 records"_s);
+    QCOMPARE(lines.last(), u"file: configuration, installed (--destructive)"_s);
+    QCOMPARE(outcome.status, 0);
+}
+
+void ShipwrightTest::selftest_namesTheFrameBehindADeviation()
+{
+    QProcess standIn;
+    standIn.start(QStringLiteral(STANDIN), {u"answers an empty Transfer Info with 7 bytes"_s});
+    QVERIFY(standIn.waitForReadyRead());
+    const Outcome outcome = shipwright({u"selftest"_s, u"--only"_s, u"Transfer Info: 0 to 5"_s});
+    const Outcome json = shipwright(
+        {u"selftest"_s, u"--only"_s, u"Transfer Info: 0 to 5"_s, u"--json"_s});
     standIn.kill();
     standIn.waitForFinished();
-    QVERIFY2(outcome.status == status, qPrintable(outcome.out + outcome.err));
-    QCOMPARE(outcome.out.contains(u"\nFAIL  "_s) || outcome.out.startsWith(u"FAIL  "_s),
-             status != 0);
+    QCOMPARE(outcome.out,
+             u"FAIL  Transfer Info: 0 to 5 bytes refused with the parameters\n"
+             "      sent  1B1A0000#  P6 Transfer Info\n"
+             "      due   1B58001D# and 8 bytes of parameters for version 2\n"
+             "      came  1B58001D#0A3FE803E80360  P6 Transfer Info answer: code 29 (Transfer Info "
+             "rejected)\n"
+             "0 passed, 1 failed, 0 skipped.\nOverwritten on the receiver: nothing.\n"_s);
+    QCOMPARE(outcome.status, 11);
+    const QJsonObject check =
+        QJsonDocument::fromJson(json.out.section(u'\n', 0, 0).toUtf8()).object();
+    QCOMPARE(check.value(u"outcome"_s).toString(), u"fail"_s);
+    QCOMPARE(check.value(u"frames"_s).toArray().size(), 2);
+}
+
+void ShipwrightTest::selftest_endsSoonWhenTheReceiverDies()
+{
+    QProcess standIn;
+    standIn.start(QStringLiteral(STANDIN), QStringList());
+    QVERIFY(standIn.waitForReadyRead());
+    // The check begins after about two seconds, and pauses for more than three.
+    QTimer::singleShot(2000, &standIn, &QProcess::kill);
+    QElapsedTimer timer;
+    timer.start();
+    const Outcome outcome = shipwright({u"selftest"_s, u"--timeout"_s, u"1000"_s});
+    QVERIFY2(timer.elapsed() < 20'000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(
+        outcome.out.contains(QRegularExpression(
+            u" passed, [12] failed, \\d+ skipped \\(--destructive runs them\\), \\d+ not run: the "
+            "receiver does not answer any more\\.\n"_s)),
+        qPrintable(outcome.out));
+    QCOMPARE(outcome.status, 11);
 }
 
 void ShipwrightTest::failure_hasItsExitStatus_data()

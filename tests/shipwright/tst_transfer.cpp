@@ -1,3 +1,4 @@
+#include "deviations.h"
 #include "fixture.h"
 
 #include <QTest>
@@ -261,7 +262,7 @@ void TransferTest::complete_awaitedForTheLongLimit()
     };
     fixture.send(0, pattern(8));
     QVERIFY(fixture.clock.now() >= 59'000);
-    QCOMPARE(fixture.bus.receiver.installations(), 1);
+    QCOMPARE(fixture.bus.receiver.installations, 1);
 }
 
 void TransferTest::complete_shorterLimitWhenAskedFor()
@@ -292,7 +293,8 @@ void TransferTest::complete_crcDiffersShowsBothValues()
 void TransferTest::complete_successWithAnotherCrcIsABadAnswer()
 {
     Fixture fixture;
-    fixture.bus.receiver.setDefect(ReceiverModel::Defect::SwapsCrcBytes);
+    fixture.bus.receiver.deviation = plantedDeviation(
+        u"answers a file's CRC-32 with the highest byte first"_s);
     const Failure failure = failureOf([&] { fixture.send(2, QByteArrayLiteral("123456789")); });
     QCOMPARE(failure.exit, Exit::BadAnswer);
     QCOMPARE(failure.message,

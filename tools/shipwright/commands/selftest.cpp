@@ -4,6 +4,10 @@
 #include "session.h"
 
 #include "conformance.h"
+#include "decoder.h"
+#include "text.h"
+
+#include <QJsonArray>
 
 namespace Shipwright {
 
@@ -11,58 +15,150 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+using Outcome = ConformanceResult::Outcome;
+
 constexpr Option destructiveOption{
     "destructive", nullptr,
     "Also run the checks that set the clock and the serial number (to \"TEST12345678\") "
     "and install a configuration (\"{}\"); menu and package files are replaced too."};
-constexpr Option ownOptions[] = {destructiveOption};
+constexpr Option onlyOption{"only", "TEXT", "Run the checks whose names contain TEXT."};
+constexpr Option listOption{"list", nullptr, "Print the names of the checks and run none."};
+constexpr Option ownOptions[] = {destructiveOption, onlyOption, listOption};
+
+ConformanceSettings settingsOf(const CommandLine &line, const SendSettings &options)
+{
+    ConformanceSettings settings;
+    settings.destructive = line.isSet(destructiveOption);
+    settings.only = line.text(onlyOption);
+    if (const auto timeout = options.peer.timeout)
+        settings.limits = {*timeout, *timeout, *timeout};
+    return settings;
+}
+
+void list(Console &console, const QList<ConformanceCheck> &checks)
+{
+    for (const ConformanceCheck &check : checks) {
+        console.report(u"check"_s,
+                       check.name + (check.isDestructive ? u" (--destructive)"_s : QString()),
+                       {{u"name"_s, check.name}, {u"destructive"_s, check.isDestructive}});
+    }
+}
+
+QString outcomeName(Outcome outcome)
+{
+    switch (outcome) {
+    case Outcome::Passed:
+        return u"pass"_s;
+    case Outcome::Failed:
+        return u"fail"_s;
+    case Outcome::Skipped:
+        return u"skip"_s;
+    case Outcome::NotRun:
+        break;
+    }
+    return u"not run"_s;
+}
+
+/// A frame with its meaning, as in "1B5830BA#01  P6 Record End answer: code 186 (failure)".
+QString meaning(const QCanBusFrame &frame)
+{
+    const Decoded decoded = decode(frame);
+    QStringList fields;
+    for (const Decoded::Field &field : decoded.fields)
+        fields += field.text;
+    QString text = u"%1#%2  %3"_s.arg(
+        QString::number(frame.frameId(), 16).toUpper().rightJustified(8, u'0'),
+        QString::fromLatin1(frame.payload().toHex()).toUpper(), decoded.message);
+    if (!fields.isEmpty())
+        text += u": "_s + fields.join(u", "_s);
+    return text;
+}
+
+void report(Console &console, const ConformanceResult &result)
+{
+    const bool isFailed = result.outcome == Outcome::Failed;
+    QString text = (isFailed ? u"FAIL"_s : outcomeName(result.outcome)) + u"  "_s + result.name;
+    QJsonObject fields{{u"name"_s, result.name},
+                       {u"outcome"_s, outcomeName(result.outcome)},
+                       {u"milliseconds"_s, result.milliseconds}};
+    if (isFailed) {
+        QString sent = u"nothing"_s;
+        if (result.cause >= 0)
+            sent = meaning(result.frames.at(result.cause).frame);
+        // What came last is what was not due.
+        QString came = result.came;
+        if (!result.frames.isEmpty() && result.frames.last().direction == Direction::Received)
+            came = meaning(result.frames.last().frame);
+        text += u"\n      sent  %1\n      due   %2\n      came  %3"_s.arg(sent, result.due, came);
+        QJsonArray frames;
+        for (const Exchanged &exchanged : result.frames)
+            frames += decodedObject(exchanged.frame);
+        fields.insert(u"sent"_s, sent);
+        fields.insert(u"due"_s, result.due);
+        fields.insert(u"came"_s, came);
+        fields.insert(u"frames"_s, frames);
+    }
+    console.report(u"check"_s, text, fields);
+}
+
+/// \a reason follows the number of checks that did not run.
+void summarize(Console &console, const Conformance &conformance, const QString &reason)
+{
+    const qsizetype passed = conformance.count(Outcome::Passed);
+    const qsizetype failed = conformance.count(Outcome::Failed);
+    const qsizetype skipped = conformance.count(Outcome::Skipped);
+    const qsizetype notRun = conformance.count(Outcome::NotRun);
+    QString text = u"%1 passed, %2 failed, %3 skipped"_s.arg(passed).arg(failed).arg(skipped);
+    if (skipped > 0)
+        text += u" (--destructive runs them)"_s;
+    if (notRun > 0)
+        text += u", %1 not run"_s.arg(notRun) + reason;
+    const QStringList changes = conformance.changes();
+    text += u".\nOverwritten on the receiver: %1."_s.arg(changes.isEmpty() ? u"nothing"_s
+                                                                           : changes.join(u", "_s));
+    console.report(u"selftest"_s, text,
+                   {{u"passed"_s, passed},
+                    {u"failed"_s, failed},
+                    {u"skipped"_s, skipped},
+                    {u"notRun"_s, notRun},
+                    {u"overwritten"_s, QJsonArray::fromStringList(changes)}});
+}
 
 Exit run(Session &session, const CommandLine &line)
 {
-    using Outcome = ConformanceResult::Outcome;
-    // Nobody there is not a deviation.
-    const SendSettings options(line);
-    session.connect(options).receiverParameters();
-
-    ConformanceSettings settings;
-    settings.destructive = line.isSet(destructiveOption);
-    if (options.peer.timeout) {
-        settings.timeout = *options.peer.timeout;
-        settings.completeTimeout = settings.timeout;
-    }
-    int passed = 0;
-    int skipped = 0;
     Console &console = session.console();
-    const auto report = [&](const ConformanceResult &result) {
-        QString outcome = u"pass"_s;
-        if (result.outcome == Outcome::Failed)
-            outcome = u"FAIL"_s;
-        else if (result.outcome == Outcome::Skipped)
-            outcome = u"skip"_s;
-        passed += result.outcome == Outcome::Passed;
-        skipped += result.outcome == Outcome::Skipped;
-        QString text = outcome + u"  "_s + result.name;
-        if (!result.deviation.isEmpty())
-            text += u"\n      "_s + result.deviation;
-        console.report(u"check"_s, text,
-                       {{u"name"_s, result.name},
-                        {u"outcome"_s, outcome.toLower()},
-                        {u"deviation"_s, result.deviation}});
-    };
-    const int failed = checkConformance(session.link(), settings, report);
-    QString summary = u"%1 passed, %2 failed, %3 skipped"_s.arg(passed).arg(failed).arg(skipped);
-    if (skipped > 0)
-        summary += u" (--destructive runs them)"_s;
-    console.report(u"selftest"_s, summary + u'.',
-                   {{u"passed"_s, passed}, {u"failed"_s, failed}, {u"skipped"_s, skipped}});
-    return failed == 0 ? Exit::Success : Exit::Deviation;
+    const SendSettings options(line);
+    const ConformanceSettings settings = settingsOf(line, options);
+    const QList<ConformanceCheck> checks = conformanceChecks(settings);
+    if (checks.isEmpty()) {
+        throw Failure(Exit::Usage, u"No check's name contains \"%1\"."_s.arg(settings.only),
+                      u"\"shipwright selftest --list\" prints them all."_s);
+    }
+    if (line.isSet(listOption)) {
+        list(console, checks);
+        return Exit::Success;
+    }
+
+    Peer &peer = session.connect(options);
+    Conformance conformance(session.link(), settings);
+    // Nobody there is not a deviation. What fails here tells why.
+    while (!conformance.findReceiver())
+        peer.receiverParameters();
+    try {
+        conformance.run([&console](const ConformanceResult &result) { report(console, result); });
+    } catch (const Failure &) {
+        summarize(console, conformance, {});
+        throw;
+    }
+    summarize(console, conformance, u": the receiver does not answer any more"_s);
+    return conformance.count(Outcome::Failed) == 0 ? Exit::Success : Exit::Deviation;
 }
 
 } // namespace
 
 const Command selftestCommand{
     .name = "selftest",
-    .arguments = "[--destructive]",
+    .arguments = "[--destructive] [--only TEXT] [--list]",
     .summary = "Check the receiver against the protocol; replaces its generic file.",
     .options = {ownOptions, busOptions, sendOptions},
     .run = run};

@@ -1,52 +1,26 @@
 #include "conformance.h"
 
 #include "clock.h"
-#include "failure.h"
-#include "link.h"
 
-#include "wire.h"
-
-#include <QCanBusFrame>
 #include <QDateTime>
-#include <QtEndian>
 
+#include <algorithm>
 #include <utility>
-#include <zlib.h>
 
 namespace Shipwright {
 
 using namespace Qt::StringLiterals;
+using namespace Wire;
 
 namespace {
 
-struct Deviation
-{
-    QString text;
-};
-
-QString shown(quint32 id, const QByteArray &payload)
-{
-    return u"%1#%2"_s.arg(id, 8, 16, QLatin1Char('0'))
-        .arg(QString::fromLatin1(payload.toHex()))
-        .toUpper();
-}
+constexpr quint32 generic = FileType::generic;
+constexpr quint32 nodeStranger = 23;
+constexpr quint32 nodeNobody = 25;
 
 QByteArray hex(const char *digits)
 {
     return QByteArray::fromHex(digits);
-}
-
-quint32 crcOf(const QByteArray &data)
-{
-    return quint32(
-        ::crc32(0, reinterpret_cast<const Bytef *>(data.constData()), uInt(data.size())));
-}
-
-QByteArray littleEndian(quint32 number)
-{
-    QByteArray bytes(4, '\0');
-    qToLittleEndian(number, bytes.data());
-    return bytes;
 }
 
 /// Different bytes for each \a seed, so that no content passes for another.
@@ -58,373 +32,398 @@ QByteArray content(qsizetype size, qsizetype seed = 0)
     return bytes;
 }
 
-constexpr quint32 nodeNobody = 25;
-constexpr quint32 nodeStranger = 23;
-constexpr char version2 = 2 << 2;
-
-/// One receiver, and what is due from it.
-class Probe
-{
-public:
-    Probe(Link &link, const ConformanceSettings &settings)
-        : m_link(link),
-          m_settings(settings)
-    {
-    }
-
-    quint32 destination = Wire::nodeDockhand;
-
-    // ---- What goes out
-    void send(quint32 id, const QByteArray &payload) { m_link.send(id, payload); }
-    void command(quint32 operation, const QByteArray &payload, quint32 slot = 0)
-    {
-        send(Wire::P3::commandId(Wire::nodeShipwright, destination, slot,
-                                 Wire::P3::interfaceShipwright, operation),
-             payload);
-    }
-    void message(quint32 type, const QByteArray &payload)
-    {
-        send(Wire::P6::messageId(Wire::nodeShipwright, destination, type, 0, 0), payload);
-    }
-    void transferInfo(quint32 fileType, quint32 size)
-    {
-        message(Wire::TransferInfo::type,
-                QByteArray(1, char(fileType)) + version2 + littleEndian(size));
-    }
-    void initiate(quint32 fileType, quint32 records)
-    {
-        message(Wire::InitiateTransfer::type,
-                QByteArray(1, char(fileType)) + version2 + QByteArray(2, '\0')
-                    + littleEndian(records));
-    }
-    void recordStart(qsizetype frames, quint32 number = 0)
-    {
-        message(Wire::RecordStart::type, QByteArray(1, char(frames)) + littleEndian(number));
-    }
-    void dataFrame(quint32 number, const QByteArray &payload)
-    {
-        send(Wire::DataFrame::messageId(Wire::nodeShipwright, destination, number), payload);
-    }
-    void recordEnd(quint32 crc) { message(Wire::RecordEnd::type, littleEndian(crc)); }
-    void complete(quint32 crc) { message(Wire::TransferComplete::type, littleEndian(crc)); }
-
-    // ---- What is due
-    void expect(quint32 id, const QByteArray &payload)
-    {
-        const QCanBusFrame frame = next(shown(id, payload));
-        if (frame.frameId() != id || frame.payload() != payload)
-            deviate(shown(id, payload), shown(frame.frameId(), frame.payload()));
-    }
-    void expectResponse(quint32 code, const QByteArray &payload = {}, quint32 slot = 0)
-    {
-        expect(Wire::P3::responseId(Wire::nodeDockhand, Wire::nodeShipwright, slot, code), payload);
-    }
-    void expectAnswer(quint32 type, quint32 code, const QByteArray &payload)
-    {
-        expect(Wire::P6::messageId(Wire::nodeDockhand, Wire::nodeShipwright, type, 0, code),
-               payload);
-    }
-    /// The receiver's parameters are its own, but they are the same in every answer.
-    void expectParameters(quint32 code)
-    {
-        const quint32 id = Wire::P6::messageId(Wire::nodeDockhand, Wire::nodeShipwright,
-                                               Wire::TransferInfo::type, 0, code);
-        const QString due = u"%1 and the 8 bytes of the parameters"_s.arg(shown(id, {}));
-        const QCanBusFrame frame = next(due);
-        const QByteArray payload = frame.payload();
-        const bool isVersion2 = payload.size() == Wire::TransferInfoResponse::size
-            && Wire::P6::versionField.of(uchar(payload.at(0))) == Wire::P6::version;
-        if (m_parameters.isEmpty() && isVersion2)
-            m_parameters = payload;
-        if (frame.frameId() != id || payload != m_parameters)
-            deviate(due, shown(frame.frameId(), payload));
-    }
-    void expectInitiated() { expectAnswer(Wire::InitiateTransfer::type, 0, QByteArray(8, '\0')); }
-    void expectRecordAccepted() { expectAnswer(Wire::RecordEnd::type, 0, hex("00")); }
-    void expectRecordRefused()
-    {
-        expectAnswer(Wire::RecordEnd::type, Wire::resultFailure, hex("01"));
-    }
-    void expectFile(quint32 crc)
-    {
-        m_long = true;
-        expectAnswer(Wire::TransferComplete::type, Wire::resultSuccess, littleEndian(crc));
-        m_long = false;
-    }
-    void expectFileRefused(quint32 crc)
-    {
-        expectAnswer(Wire::TransferComplete::type, Wire::resultFailure, littleEndian(crc));
-    }
-    void expectSilence()
-    {
-        // A start command without the handshake is refused and changes nothing.
-        const quint32 before = std::exchange(destination, Wire::nodeDockhand);
-        command(Wire::StartConfiguration::operation, {}, questionSlot);
-        destination = before;
-        const quint32 id = Wire::P3::responseId(Wire::nodeDockhand, Wire::nodeShipwright,
-                                                questionSlot, Wire::resultFailure);
-        const QCanBusFrame frame = next(u"silence"_s);
-        if (frame.frameId() != id)
-            deviate(u"silence"_s, shown(frame.frameId(), frame.payload()));
-    }
-
-    // ---- Whole steps
-    void open(quint32 fileType, quint32 size, quint32 records)
-    {
-        transferInfo(fileType, size);
-        expectParameters(Wire::resultSuccess);
-        initiate(fileType, records);
-        expectInitiated();
-    }
-    void sendFrames(const QByteArray &data)
-    {
-        for (qsizetype i = 0; i * 8 < data.size(); ++i)
-            dataFrame(quint32(i), data.mid(i * 8, 8));
-    }
-    void record(const QByteArray &data, quint32 number = 0)
-    {
-        recordStart((data.size() + 7) / 8, number);
-        sendFrames(data);
-        recordEnd(crcOf(data));
-        expectRecordAccepted();
-    }
-    void transfer(quint32 fileType, const QByteArray &data)
-    {
-        const auto records = quint32((data.size() + 511) / 512);
-        open(fileType, quint32(data.size()), records);
-        for (quint32 i = 0; i < records; ++i)
-            record(data.mid(qsizetype(i) * 512, 512), i);
-        close(data);
-    }
-    /// Ends a transfer whose file must now hold \a data.
-    void close(const QByteArray &data)
-    {
-        complete(crcOf(data));
-        expectFile(crcOf(data));
-    }
-
-    /// Lets answers of a check that broke off pass by.
-    void settle()
-    {
-        m_link.pause(200);
-        m_link.discardReceived();
-        m_long = false;
-        destination = Wire::nodeDockhand;
-    }
-
-private:
-    static constexpr quint32 questionSlot = 3;
-
-    QCanBusFrame next(const QString &due)
-    {
-        const qint64 limit = m_long ? m_settings.completeTimeout : m_settings.timeout;
-        const qint64 deadline = m_link.clock().now() + limit;
-        while (const auto frame = m_link.receive(deadline)) {
-            if (Wire::destinationNode.of(frame->frameId()) == Wire::nodeShipwright)
-                return *frame;
-        }
-        throw Deviation{u"due: %1; came: nothing for %2 ms"_s.arg(due).arg(limit)};
-    }
-    [[noreturn]] static void deviate(const QString &due, const QString &came)
-    {
-        throw Deviation{u"due: %1; came: %2"_s.arg(due, came)};
-    }
-
-    Link &m_link;
-    const ConformanceSettings &m_settings;
-    QByteArray m_parameters;
-    bool m_long = false;
-};
-
-constexpr quint32 generic = Wire::FileType::generic;
-
 // ---- Start and end of configuration
 
 void startInEverySlot(Probe &probe)
 {
-    for (quint32 slot = 0; slot <= 3; ++slot) {
-        probe.command(Wire::StartConfiguration::operation, hex("a55a"), slot);
-        probe.expectResponse(0, hex("5aa5"), slot);
+    for (quint32 slot = 0; slot <= P3::slot.max(); ++slot) {
+        probe.command(StartConfiguration::operation, hex("a55a"), slot);
+        probe.expectResponse(resultSuccess, hex("5aa5"), slot);
     }
 }
 
 void startAtSecondDestination(Probe &probe)
 {
-    probe.destination = Wire::nodeDockhandAlt;
-    probe.command(Wire::StartConfiguration::operation, hex("a55a"), 1);
-    probe.expectResponse(0, hex("5aa5"), 1);
+    probe.destination = nodeDockhandAlt;
+    probe.command(StartConfiguration::operation, hex("a55a"), 1);
+    probe.expectResponse(resultSuccess, hex("5aa5"), 1);
 }
 
 void startWithMoreBytes(Probe &probe)
 {
-    probe.command(Wire::StartConfiguration::operation, hex("a55a0011"));
-    probe.expectResponse(0, hex("5aa5"));
+    for (const char *payload : {"a55a00", "a55a0011", "a55aa55aa55aa55a"}) {
+        probe.command(StartConfiguration::operation, hex(payload));
+        probe.expectResponse(resultSuccess, hex("5aa5"));
+    }
 }
 
 void startWithoutHandshake(Probe &probe)
 {
     for (const char *payload : {"", "a5", "5aa5", "a500", "00a55a"}) {
-        probe.command(Wire::StartConfiguration::operation, hex(payload), 2);
-        probe.expectResponse(Wire::resultFailure, {}, 2);
+        probe.command(StartConfiguration::operation, hex(payload), 2);
+        probe.expectResponse(resultFailure, {}, 2);
+    }
+}
+
+void startWithUnreadBits(Probe &probe)
+{
+    for (const int bit : {15, 13, 10}) {
+        probe.unreadBits = 1u << bit;
+        probe.command(StartConfiguration::operation, hex("a55a"), 1);
+        probe.expectResponse(resultSuccess, hex("5aa5"), 1);
     }
 }
 
 void endIsAnswered(Probe &probe)
 {
-    probe.command(Wire::EndConfiguration::operation, {});
-    probe.expectResponse(0);
-    probe.command(Wire::EndConfiguration::operation, hex("0102030405060708"), 3);
-    probe.expectResponse(0, {}, 3);
+    const QByteArray whole = hex("0102030405060708");
+    for (qsizetype size = 0; size <= whole.size(); ++size) {
+        const auto slot = quint32(size) & P3::slot.max();
+        probe.command(EndConfiguration::operation, whole.left(size), slot);
+        probe.expectResponse(resultSuccess, {}, slot);
+    }
 }
 
-// ---- Frames that are not for the receiver. What they ask for would be refused without an effect,
-// so that nobody else on the bus is moved to do anything.
+// ---- Frames that are not for the receiver. What goes to other nodes would be refused without an
+// effect, so that nobody else on the bus is moved to do anything.
 
-void commandFromStranger(Probe &probe)
+void commandsOfOtherNodes(Probe &probe)
 {
-    probe.send(Wire::P3::commandId(nodeStranger, Wire::nodeDockhand, 0,
-                                   Wire::P3::interfaceShipwright,
-                                   Wire::StartConfiguration::operation),
-               {});
-    probe.expectSilence();
-}
-
-void commandToNobody(Probe &probe)
-{
-    probe.destination = nodeNobody;
-    probe.command(Wire::StartConfiguration::operation, {});
-    probe.expectSilence();
-}
-
-void commandOnOtherInterface(Probe &probe)
-{
-    for (const quint32 interfaceId : {0u, 10u, 12u, 15u}) {
-        probe.send(Wire::P3::commandId(Wire::nodeShipwright, Wire::nodeDockhand, 0, interfaceId,
-                                       Wire::StartConfiguration::operation),
+    for (quint32 source = 0; source <= sourceNode.max(); ++source) {
+        if (source == nodeShipwright)
+            continue;
+        probe.send(P3::commandId(source, nodeDockhand, 0, P3::interfaceShipwright,
+                                 StartConfiguration::operation),
                    {});
         probe.expectSilence();
     }
+    probe.expectLastingSilence();
+}
+
+/// Near to 26 and 14, and the ends of the range.
+constexpr quint32 otherDestinations[] = {0, 10, 15, nodeNobody, 27, 30, 31};
+
+void commandsToOtherNodes(Probe &probe)
+{
+    for (const quint32 destination : otherDestinations) {
+        probe.destination = destination;
+        probe.command(StartConfiguration::operation, {});
+        probe.expectSilence();
+    }
+    probe.expectLastingSilence();
+}
+
+void commandsOnOtherInterfaces(Probe &probe)
+{
+    for (quint32 interfaceId = 0; interfaceId <= P3::interfaceNumber.max(); ++interfaceId) {
+        if (interfaceId == P3::interfaceShipwright)
+            continue;
+        probe.send(P3::commandId(nodeShipwright, nodeDockhand, 0, interfaceId,
+                                 StartConfiguration::operation),
+                   hex("a55a"));
+        probe.expectSilence();
+    }
+    probe.expectLastingSilence();
 }
 
 void unknownOperations(Probe &probe)
 {
-    for (quint32 operation = 5; operation <= Wire::P3::operation.max(); ++operation)
-        probe.command(operation, {});
-    probe.expectSilence();
-}
-
-void responsesAndOtherProtocols(Probe &probe)
-{
-    probe.send(Wire::P3::responseId(Wire::nodeShipwright, Wire::nodeDockhand, 0, 0), {});
-    probe.expectSilence();
-    for (const quint32 protocol : {0u, 1u, 2u, 4u, Wire::protocolP5, 7u}) {
-        probe.send(Wire::nodesId(protocol, Wire::nodeShipwright, Wire::nodeDockhand), {});
+    for (quint32 operation = EndConfiguration::operation + 1; operation <= P3::operation.max();
+         ++operation) {
+        probe.command(operation, hex("a55a"));
         probe.expectSilence();
     }
+    probe.expectLastingSilence();
 }
 
-void transferFromStranger(Probe &probe)
+void commandsWithResponseBit(Probe &probe)
 {
-    probe.send(
-        Wire::P6::messageId(nodeStranger, Wire::nodeDockhand, Wire::TransferInfo::type, 0, 0), {});
-    probe.expectSilence();
+    const quint32 responseBit = P3::response.pack(1);
+    for (const quint32 operation : {StartConfiguration::operation, EndConfiguration::operation}) {
+        probe.send(
+            P3::commandId(nodeShipwright, nodeDockhand, 0, P3::interfaceShipwright, operation)
+                | responseBit,
+            hex("a55a"));
+        probe.expectSilence();
+    }
+    probe.send(P3::responseId(nodeShipwright, nodeDockhand, 0, 0), {});
+    probe.expectLastingSilence();
 }
 
-void transferToNobody(Probe &probe)
+void otherProtocols(Probe &probe)
 {
-    probe.destination = nodeNobody;
-    probe.message(Wire::TransferInfo::type, {});
-    probe.expectSilence();
+    // What P3 and P6 would answer.
+    const quint32 start = P3::commandId(nodeShipwright, nodeDockhand, 0, P3::interfaceShipwright,
+                                        StartConfiguration::operation);
+    const quint32 info = P6::messageId(nodeShipwright, nodeDockhand, TransferInfo::type, 0, 0);
+    for (const quint32 protocol : {0u, 1u, 2u, 4u, protocolP5, 7u}) {
+        for (const quint32 id : {start, info}) {
+            probe.send((id & ~protocolType.mask()) | protocolType.pack(protocol), hex("a55a"));
+            probe.expectSilence();
+        }
+    }
+    probe.expectLastingSilence();
+}
+
+/// A transfer in whose second record \a interrupt sends what must not leave a trace.
+void interruptedRecord(Probe &probe, const std::function<void()> &interrupt)
+{
+    const QByteArray first = content(16, 39);
+    const QByteArray data = content(24, 40);
+    probe.open(generic, 40, 2);
+    probe.record(first);
+    probe.recordStart(3, 1);
+    probe.dataFrame(0, data.left(8));
+    interrupt();
+    probe.destination = nodeDockhand;
+    probe.dataFrame(1, data.mid(8, 8));
+    probe.dataFrame(2, data.mid(16, 8));
+    probe.recordEnd(crc32Of(data));
+    probe.expectRecordAccepted();
+    probe.close(first + data);
+}
+
+void transferOfOtherNodes(Probe &probe)
+{
+    for (quint32 source = 0; source <= sourceNode.max(); ++source) {
+        if (source == nodeShipwright)
+            continue;
+        probe.send(P6::messageId(source, nodeDockhand, TransferInfo::type, 0, 0), {});
+        probe.expectSilence();
+    }
+    interruptedRecord(probe, [&probe] {
+        const auto send = [&probe](quint32 type, const QByteArray &payload) {
+            probe.send(P6::messageId(nodeStranger, nodeDockhand, type, 0, 0), payload);
+            probe.expectSilence();
+        };
+        probe.send(DataFrame::messageId(nodeStranger, nodeDockhand, 1), content(8, 41));
+        probe.expectSilence();
+        send(TransferInfo::type, hex("020805000000"));
+        send(InitiateTransfer::type, hex("0208000001000000"));
+        send(RecordStart::type, hex("0100000000"));
+        send(RecordEnd::type, hex("00000000"));
+        send(TransferComplete::type, hex("00000000"));
+    });
+    probe.expectLastingSilence();
+}
+
+void transferToOtherNodes(Probe &probe)
+{
+    for (const quint32 destination : otherDestinations) {
+        probe.destination = destination;
+        probe.message(TransferInfo::type, {});
+        probe.expectSilence();
+    }
+    probe.destination = nodeDockhand;
+    interruptedRecord(probe, [&probe] {
+        probe.destination = nodeNobody;
+        probe.dataFrame(1, content(8, 42));
+        probe.message(InitiateTransfer::type, {});
+        probe.message(RecordStart::type, {});
+        probe.expectSilence();
+    });
+    probe.expectLastingSilence();
 }
 
 void unknownTypes(Probe &probe)
 {
-    for (quint32 type = 5; type <= 14; ++type)
+    for (quint32 type = TransferComplete::type + 1; type < DataFrame::type; ++type) {
         probe.message(type, hex("0208000000000000"));
-    probe.expectSilence();
+        probe.expectSilence();
+    }
+    probe.expectLastingSilence();
 }
 
-// ---- Negotiation
+void nothingUnasked(Probe &probe)
+{
+    probe.command(StartConfiguration::operation, hex("a55a"));
+    probe.expectResponse(resultSuccess, hex("5aa5"));
+    probe.transferInfo(generic, 0);
+    probe.expectParameters(resultSuccess);
+    probe.command(EndConfiguration::operation, {});
+    probe.expectResponse(resultSuccess);
+    probe.expectNothing();
+}
+
+// ---- Transfer Info
 
 void infoAccepted(Probe &probe)
 {
-    probe.transferInfo(generic, 10000);
-    probe.expectParameters(0);
-    probe.message(Wire::TransferInfo::type, hex("02081027000055aa"));
-    probe.expectParameters(0);
+    for (const char *payload : {"020810270000", "020810270000aa", "02081027000055aa"}) {
+        probe.message(TransferInfo::type, hex(payload));
+        probe.expectParameters(resultSuccess);
+    }
+}
+
+void infoOfEveryFileType(Probe &probe)
+{
+    for (const quint32 fileType : {0, 1, 2, 3, 4, 5, 128, 255}) {
+        probe.transferInfo(fileType, 10);
+        probe.expectParameters(resultSuccess);
+    }
 }
 
 void infoLowVersionBits(Probe &probe)
 {
-    probe.message(Wire::TransferInfo::type, hex("020b10270000"));
-    probe.expectParameters(0);
+    for (const char *payload : {"020910270000", "020a10270000", "020b10270000"}) {
+        probe.message(TransferInfo::type, hex(payload));
+        probe.expectParameters(resultSuccess);
+    }
 }
 
 void infoOfWrongSize(Probe &probe)
 {
     const QByteArray whole = hex("020810270000");
     for (qsizetype size = 0; size < whole.size(); ++size) {
-        probe.message(Wire::TransferInfo::type, whole.left(size));
-        probe.expectParameters(Wire::TransferInfo::rejected);
+        probe.message(TransferInfo::type, whole.left(size));
+        probe.expectParameters(TransferInfo::rejected);
     }
 }
 
-void infoOfWrongVersion(Probe &probe)
+void infoOfOtherVersions(Probe &probe)
 {
-    for (const char *payload : {"020010270000", "020410270000", "020c10270000", "028810270000"}) {
-        probe.message(Wire::TransferInfo::type, hex(payload));
-        probe.expectParameters(Wire::TransferInfo::rejected);
+    for (quint32 version = 0; version <= P6::versionField.max(); ++version) {
+        if (version == P6::version)
+            continue;
+        QByteArray payload = hex("020010270000");
+        payload[TransferInfo::version] = char(P6::versionField.pack(version));
+        probe.message(TransferInfo::type, payload);
+        probe.expectParameters(TransferInfo::rejected);
     }
 }
 
 void infoAtSecondDestination(Probe &probe)
 {
-    probe.destination = Wire::nodeDockhandAlt;
+    probe.destination = nodeDockhandAlt;
     probe.transferInfo(generic, 10000);
-    probe.expectParameters(0);
+    probe.expectParameters(resultSuccess);
 }
 
-void infoWithResponseBit(Probe &probe)
+void sizeOfFourBytes(Probe &probe)
 {
-    probe.send(Wire::P6::messageId(Wire::nodeShipwright, Wire::nodeDockhand,
-                                   Wire::TransferInfo::type, 1, 0),
-               hex("020810270000"));
-    probe.expectParameters(0);
+    // A receiver that keeps only the low bytes of a size checks ten bytes of each file.
+    for (const quint32 size : {0x0000'010Au, 0x0001'000Au, 0x0100'000Au, 0x7F00'000Au}) {
+        probe.open(generic, size, 1);
+        probe.record(content(250, 50));
+        probe.close(content(250, 50));
+    }
 }
+
+void lastSizeCounts(Probe &probe)
+{
+    probe.open(generic, 10, 1);
+    probe.record(content(30, 51));
+    probe.transferInfo(generic, 20);
+    probe.expectParameters(resultSuccess);
+    probe.close(content(30, 51).left(20));
+    probe.transferInfo(generic, 30);
+    probe.expectParameters(resultSuccess);
+    probe.close(content(30, 51));
+}
+
+// ---- Initiate Transfer
 
 void initiateAccepted(Probe &probe)
 {
     probe.initiate(generic, 1);
     probe.expectInitiated();
-    probe.message(Wire::InitiateTransfer::type, hex("020bffff01000000"));
-    probe.expectInitiated();
+    for (const char *payload : {"0208ffff01000000", "0209000001000000", "020b123401000000"}) {
+        probe.message(InitiateTransfer::type, hex(payload));
+        probe.expectInitiated();
+    }
 }
 
 void initiateOfWrongSize(Probe &probe)
 {
     const QByteArray whole = hex("0208000001000000");
     for (qsizetype size = 0; size < whole.size(); ++size) {
-        probe.message(Wire::InitiateTransfer::type, whole.left(size));
-        probe.expectAnswer(Wire::InitiateTransfer::type, Wire::InitiateTransfer::rejected,
-                           QByteArray(8, '\0'));
+        probe.message(InitiateTransfer::type, whole.left(size));
+        probe.expectInitiateRefused();
     }
 }
 
-void initiateOfWrongVersion(Probe &probe)
+void initiateOfOtherVersions(Probe &probe)
 {
-    for (const char *payload : {"0200000001000000", "0204000001000000", "020c000001000000"}) {
-        probe.message(Wire::InitiateTransfer::type, hex(payload));
-        probe.expectAnswer(Wire::InitiateTransfer::type, Wire::InitiateTransfer::rejected,
-                           QByteArray(8, '\0'));
+    for (quint32 version = 0; version <= P6::versionField.max(); ++version) {
+        if (version == P6::version)
+            continue;
+        QByteArray payload = hex("0200000001000000");
+        payload[TransferInfo::version] = char(P6::versionField.pack(version));
+        probe.message(InitiateTransfer::type, payload);
+        probe.expectInitiateRefused();
     }
 }
 
-// ---- Records
+void initiateEmpties(Probe &probe)
+{
+    probe.transfer(generic, content(40, 52));
+    probe.initiate(generic, 1);
+    probe.expectInitiated();
+    probe.close({});
+}
+
+void initiateRefused(Probe &probe)
+{
+    const QByteArray data = content(40, 53);
+    probe.transfer(generic, data);
+    for (const char *payload : {"", "02080000010000", "020c000001000000"}) {
+        probe.message(InitiateTransfer::type, hex(payload));
+        probe.expectInitiateRefused();
+        probe.close(data);
+    }
+}
+
+void initiatedTwice(Probe &probe)
+{
+    probe.open(generic, 24, 1);
+    probe.record(content(24, 26));
+    probe.initiate(generic, 1);
+    probe.expectInitiated();
+    probe.record(content(24, 27));
+    probe.close(content(24, 27));
+}
+
+void initiateWithoutInfo(Probe &probe)
+{
+    probe.transfer(generic, content(24, 54));
+    probe.initiate(generic, 1);
+    probe.expectInitiated();
+    probe.record(content(24, 55));
+    probe.close(content(24, 55));
+}
+
+void initiateChoosesFile(Probe &probe)
+{
+    probe.transferInfo(FileType::package, 24);
+    probe.expectParameters(resultSuccess);
+    probe.initiate(generic, 1);
+    probe.expectInitiated();
+    probe.record(content(24, 56));
+    probe.transferInfo(FileType::menu, 24);
+    probe.expectParameters(resultSuccess);
+    probe.close(content(24, 56));
+    // The generic file it was, and none of the two announced.
+    probe.initiate(generic, 1);
+    probe.expectInitiated();
+    probe.close({});
+}
+
+void recordsNotCounted(Probe &probe)
+{
+    for (const quint32 records : {0u, 1u, 3u, 0xFFFF'FFFFu}) {
+        probe.open(generic, 40, records);
+        probe.record(content(24, 57), 0);
+        probe.record(content(16, 58), 1);
+        probe.close(content(24, 57) + content(16, 58));
+    }
+}
+
+// ---- Whole files
 
 void fileOfEverySize(Probe &probe)
 {
     for (const qsizetype size : {1, 7, 8, 9, 511, 512, 513, 1500})
-        probe.transfer(generic, content(size, int(size)));
+        probe.transfer(generic, content(size, size));
 }
 
 void emptyFile(Probe &probe)
@@ -434,20 +433,71 @@ void emptyFile(Probe &probe)
 
 void fileToSecondDestination(Probe &probe)
 {
-    probe.destination = Wire::nodeDockhandAlt;
+    probe.destination = nodeDockhandAlt;
     probe.transfer(generic, content(600, 2));
 }
 
+void fileToBothDestinations(Probe &probe)
+{
+    const QByteArray data = content(24, 59);
+    const auto other = [&probe] {
+        probe.destination = probe.destination == nodeDockhand ? nodeDockhandAlt : nodeDockhand;
+    };
+    probe.transferInfo(generic, 24);
+    probe.expectParameters(resultSuccess);
+    other();
+    probe.initiate(generic, 1);
+    probe.expectInitiated();
+    other();
+    probe.recordStart(3);
+    for (quint32 i = 0; i < 3; ++i) {
+        other();
+        probe.dataFrame(i, data.mid(qsizetype(i) * 8, 8));
+    }
+    other();
+    probe.recordEnd(crc32Of(data));
+    probe.expectRecordAccepted();
+    other();
+    probe.close(data);
+}
+
+void fileWithUnreadBits(Probe &probe)
+{
+    // Bits 11 and 10, and all that only a Data Frame's identifier uses.
+    probe.unreadBits = 0xFFF;
+    probe.transfer(generic, content(600, 17));
+}
+
+void fileWithPauses(Probe &probe)
+{
+    // Longer than the receiver's parameters allow the peer to wait.
+    constexpr qint64 pause = 1200;
+    const QByteArray data = content(16, 60);
+    probe.open(generic, 16, 1);
+    probe.pause(pause);
+    probe.recordStart(2);
+    probe.dataFrame(0, data.left(8));
+    probe.pause(pause);
+    probe.dataFrame(1, data.mid(8));
+    probe.recordEnd(crc32Of(data));
+    probe.expectRecordAccepted();
+    probe.pause(pause);
+    probe.close(data);
+}
+
+// ---- Records
+
 void startAndDataUnanswered(Probe &probe)
 {
+    const QByteArray data = content(16);
     probe.open(generic, 16, 1);
     probe.recordStart(2);
-    probe.expectSilence();
-    probe.sendFrames(content(16));
-    probe.expectSilence();
-    probe.recordEnd(crcOf(content(16)));
+    probe.expectLastingSilence();
+    probe.dataFrames(data);
+    probe.expectLastingSilence();
+    probe.recordEnd(crc32Of(data));
     probe.expectRecordAccepted();
-    probe.close(content(16));
+    probe.close(data);
 }
 
 /// Sends a record that cannot be right as frames \a numbers, then repeats it whole.
@@ -458,7 +508,7 @@ void refuseThenRecover(Probe &probe, const QList<quint32> &numbers)
     probe.recordStart(4);
     for (const quint32 number : numbers)
         probe.dataFrame(number, data.mid(qsizetype(number) * 8, 8));
-    probe.recordEnd(crcOf(data));
+    probe.recordEnd(crc32Of(data));
     probe.expectRecordRefused();
     probe.record(data);
     probe.close(data);
@@ -490,9 +540,47 @@ void frameRepeated(Probe &probe)
     probe.dataFrame(1, data.mid(8, 8));
     probe.dataFrame(2, data.mid(16, 8));
     probe.dataFrame(2, content(8, 6));
-    probe.recordEnd(crcOf(data));
+    probe.recordEnd(crc32Of(data));
     probe.expectRecordAccepted();
     probe.close(data);
+}
+
+void framesBeyondTheRecord(Probe &probe)
+{
+    const QByteArray data = content(16, 61);
+    probe.open(generic, 16, 1);
+    probe.recordStart(2);
+    probe.dataFrames(data + content(24, 62));
+    probe.recordEnd(crc32Of(data));
+    probe.expectRecordAccepted();
+    probe.close(data);
+}
+
+void moreFramesAnnounced(Probe &probe)
+{
+    const QByteArray data = content(512, 63);
+    const QByteArray kept = data + QByteArray(255 * 8 - 512, '\0');
+    probe.open(generic, quint32(kept.size()), 1);
+    probe.recordStart(255);
+    probe.dataFrames(data);
+    probe.dataFrame(0, content(8, 64));
+    probe.recordEnd(crc32Of(kept));
+    probe.expectRecordAccepted();
+    probe.close(kept);
+}
+
+void bytesThatDidNotArrive(Probe &probe)
+{
+    // Over a record that has left something else at their place.
+    probe.open(generic, 64, 2);
+    probe.record(content(32, 65));
+    const QByteArray data = content(16, 66);
+    const QByteArray kept = data + QByteArray(16, '\0');
+    probe.recordStart(4, 1);
+    probe.dataFrames(data);
+    probe.recordEnd(crc32Of(kept));
+    probe.expectRecordAccepted();
+    probe.close(content(32, 65) + kept);
 }
 
 void recordCrcWrong(Probe &probe)
@@ -500,8 +588,8 @@ void recordCrcWrong(Probe &probe)
     const QByteArray data = content(40, 7);
     probe.open(generic, 40, 1);
     probe.recordStart(5);
-    probe.sendFrames(content(40, 33));
-    probe.recordEnd(crcOf(data));
+    probe.dataFrames(content(40, 33));
+    probe.recordEnd(crc32Of(data));
     probe.expectRecordRefused();
     probe.record(data);
     probe.close(data);
@@ -514,25 +602,52 @@ void recordEndOfWrongSize(Probe &probe)
     for (const qsizetype size : {0, 3, 5, 8}) {
         const QByteArray refused = content(40, 34);
         probe.recordStart(5);
-        probe.sendFrames(refused);
-        probe.message(Wire::RecordEnd::type,
-                      (littleEndian(crcOf(refused)) + QByteArray(4, '\0')).left(size));
+        probe.dataFrames(refused);
+        probe.message(RecordEnd::type,
+                      (littleEndian(crc32Of(refused)) + QByteArray(4, '\0')).left(size));
         probe.expectRecordRefused();
     }
     probe.record(data);
     probe.close(data);
 }
 
-void zeroLengthRecord(Probe &probe)
+void recordEndRepeated(Probe &probe)
+{
+    const QByteArray data = content(24, 67);
+    probe.open(generic, 72, 3);
+    probe.record(data);
+    for (int i = 0; i < 2; ++i) {
+        probe.recordEnd(crc32Of(data));
+        probe.expectRecordAccepted();
+    }
+    probe.close(data + data + data);
+}
+
+void recordEndCorrected(Probe &probe)
+{
+    const QByteArray data = content(24, 68);
+    probe.open(generic, 24, 1);
+    probe.recordStart(3);
+    probe.dataFrames(data);
+    probe.recordEnd(~crc32Of(data));
+    probe.expectRecordRefused();
+    probe.recordEnd(crc32Of(data));
+    probe.expectRecordAccepted();
+    probe.close(data);
+}
+
+void recordOfNoFrames(Probe &probe)
 {
     const QByteArray data = content(20, 9);
     probe.open(generic, 20, 2);
     probe.recordStart(0);
     probe.recordEnd(0);
     probe.expectRecordAccepted();
-    probe.recordStart(0);
-    probe.message(Wire::RecordEnd::type, hex("000000"));
-    probe.expectRecordAccepted();
+    for (const char *payload : {"", "000000", "ffffffffff"}) {
+        probe.recordStart(0);
+        probe.message(RecordEnd::type, hex(payload));
+        probe.expectRecordAccepted();
+    }
     probe.recordStart(0);
     probe.recordEnd(1);
     probe.expectRecordRefused();
@@ -546,10 +661,10 @@ void recordStartOfWrongSize(Probe &probe)
     probe.open(generic, 16, 1);
     probe.recordStart(2);
     probe.dataFrame(0, data.left(8));
-    probe.message(Wire::RecordStart::type, hex("05000000"));
-    probe.message(Wire::RecordStart::type, hex("050000000000"));
+    for (const char *payload : {"", "05000000", "050000000000"})
+        probe.message(RecordStart::type, hex(payload));
     probe.dataFrame(1, data.mid(8));
-    probe.recordEnd(crcOf(data));
+    probe.recordEnd(crc32Of(data));
     probe.expectRecordAccepted();
     probe.close(data);
 }
@@ -568,14 +683,27 @@ void recordStartedAnew(Probe &probe)
 void shortFrameInTheMiddle(Probe &probe)
 {
     const QByteArray data = content(24, 14);
-    // The gap it leaves stays zero and counts, and as many bytes are cut off the end.
     const QByteArray kept = data.left(11) + QByteArray(5, '\0') + data.mid(16, 3);
     probe.open(generic, 19, 1);
     probe.recordStart(3);
     probe.dataFrame(0, data.left(8));
     probe.dataFrame(1, data.mid(8, 3));
     probe.dataFrame(2, data.mid(16, 8));
-    probe.recordEnd(crcOf(kept));
+    probe.recordEnd(crc32Of(kept));
+    probe.expectRecordAccepted();
+    probe.close(kept);
+}
+
+void emptyDataFrame(Probe &probe)
+{
+    const QByteArray data = content(16, 69);
+    const QByteArray kept = data.left(8) + QByteArray(8, '\0');
+    probe.open(generic, 16, 1);
+    probe.recordStart(3);
+    probe.dataFrame(0, data.left(8));
+    probe.dataFrame(1, {});
+    probe.dataFrame(2, data.mid(8));
+    probe.recordEnd(crc32Of(kept));
     probe.expectRecordAccepted();
     probe.close(kept);
 }
@@ -588,17 +716,13 @@ void recordNumbersDoNotPlace(Probe &probe)
     probe.close(content(24, 15) + content(16, 16));
 }
 
-void lowBitsOfDataFrame(Probe &probe)
+void recordBehindTheEnd(Probe &probe)
 {
-    const QByteArray data = content(16, 17);
-    probe.open(generic, 16, 1);
-    probe.recordStart(2);
-    for (quint32 i = 0; i < 2; ++i) {
-        probe.send(Wire::DataFrame::messageId(Wire::nodeShipwright, Wire::nodeDockhand, i) | 0xF,
-                   data.mid(qsizetype(i) * 8, 8));
-    }
-    probe.recordEnd(crcOf(data));
-    probe.expectRecordAccepted();
+    const QByteArray data = content(24, 70);
+    probe.open(generic, 1000, 2);
+    probe.record(data);
+    probe.close(data);
+    probe.record(content(16, 71), 1);
     probe.close(data);
 }
 
@@ -609,8 +733,10 @@ void fileCrcWrong(Probe &probe)
     const QByteArray data = content(40, 18);
     probe.open(generic, 40, 1);
     probe.record(data);
-    probe.complete(crcOf(data) ^ 0x80000000);
-    probe.expectFileRefused(crcOf(data));
+    for (const quint32 crc : {crc32Of(data) ^ 0x80000000, crc32Of(data) ^ 1, 0u}) {
+        probe.complete(crc);
+        probe.expectFileRefused(crc32Of(data));
+    }
     probe.close(data);
 }
 
@@ -619,12 +745,15 @@ void completeOfWrongSize(Probe &probe)
     const QByteArray data = content(40, 19);
     probe.open(generic, 40, 1);
     probe.record(data);
-    for (const qsizetype size : {0, 3, 5}) {
-        probe.message(Wire::TransferComplete::type,
-                      (littleEndian(crcOf(data)) + QByteArray(1, '\0')).left(size));
-        probe.expectFileRefused(crcOf(data));
+    const QByteArray whole = littleEndian(crc32Of(data)) + QByteArray(4, '\0');
+    for (const qsizetype size : {0, 3, 5, 8}) {
+        probe.message(TransferComplete::type, whole.left(size));
+        probe.expectFileRefused(crc32Of(data));
     }
     probe.close(data);
+    probe.open(generic, 0, 0);
+    probe.message(TransferComplete::type, hex("ffffff"));
+    probe.expectFile(0);
 }
 
 void completeRepeated(Probe &probe)
@@ -637,6 +766,10 @@ void fileReplaced(Probe &probe)
 {
     probe.transfer(generic, content(100, 21));
     probe.transfer(generic, content(10, 22));
+    // All that it holds, not only what was announced.
+    probe.transferInfo(generic, 1000);
+    probe.expectParameters(resultSuccess);
+    probe.close(content(10, 22));
 }
 
 void abandonedTransferReplaced(Probe &probe)
@@ -648,21 +781,13 @@ void abandonedTransferReplaced(Probe &probe)
     probe.transfer(generic, content(50, 25));
 }
 
-void initiatedTwice(Probe &probe)
-{
-    probe.open(generic, 24, 1);
-    probe.record(content(24, 26));
-    probe.initiate(generic, 1);
-    probe.expectInitiated();
-    probe.record(content(24, 27));
-    probe.close(content(24, 27));
-}
-
 void fileLongerThanAnnounced(Probe &probe)
 {
-    probe.open(generic, 10, 1);
-    probe.record(content(30, 28));
-    probe.close(content(30, 28).left(10));
+    for (const quint32 size : {0u, 10u}) {
+        probe.open(generic, size, 1);
+        probe.record(content(30, 28));
+        probe.close(content(30, 28).left(size));
+    }
 }
 
 void fileShorterThanAnnounced(Probe &probe)
@@ -672,89 +797,266 @@ void fileShorterThanAnnounced(Probe &probe)
     probe.close(content(30, 29));
 }
 
-void startDuringTransfer(Probe &probe)
+// ---- A transfer that something comes between
+
+/// Calls \a disturb at each step of a transfer, which must take its course all the same.
+void disturbedTransfer(Probe &probe, const std::function<void()> &disturb)
 {
-    const QByteArray data = content(16, 30);
-    probe.open(generic, 16, 1);
-    probe.recordStart(2);
-    probe.dataFrame(0, data.left(8));
-    probe.command(Wire::StartConfiguration::operation, hex("a55a"));
-    probe.expectResponse(0, hex("5aa5"));
-    probe.dataFrame(1, data.mid(8));
-    probe.recordEnd(crcOf(data));
+    const QByteArray first = content(24, 30);
+    const QByteArray second = content(16, 31);
+    probe.transferInfo(generic, 40);
+    probe.expectParameters(resultSuccess);
+    disturb();
+    probe.initiate(generic, 2);
+    probe.expectInitiated();
+    disturb();
+    probe.recordStart(3);
+    disturb();
+    for (quint32 i = 0; i < 3; ++i) {
+        probe.dataFrame(i, first.mid(qsizetype(i) * 8, 8));
+        disturb();
+    }
+    probe.recordEnd(crc32Of(first));
     probe.expectRecordAccepted();
-    probe.close(data);
+    disturb();
+    probe.record(second, 1);
+    disturb();
+    probe.close(first + second);
+    disturb();
+    probe.close(first + second);
 }
 
-// ---- Only when asked for: these change what the appliance keeps
+void startDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        probe.command(StartConfiguration::operation, hex("a55a"));
+        probe.expectResponse(resultSuccess, hex("5aa5"));
+    });
+}
+
+void refusedStartDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        probe.command(StartConfiguration::operation, {});
+        probe.expectResponse(resultFailure);
+    });
+}
+
+void endDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        probe.command(EndConfiguration::operation, {});
+        probe.expectResponse(resultSuccess);
+    });
+}
+
+void infoDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        probe.transferInfo(generic, 40);
+        probe.expectParameters(resultSuccess);
+    });
+}
+
+void refusedInfoDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        for (const char *payload : {"", "0208050000", "020c05000000"}) {
+            probe.message(TransferInfo::type, hex(payload));
+            probe.expectParameters(TransferInfo::rejected);
+        }
+    });
+}
+
+void refusedInitiateDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        for (const char *payload : {"", "02080000010000", "020c000001000000"}) {
+            probe.message(InitiateTransfer::type, hex(payload));
+            probe.expectInitiateRefused();
+        }
+    });
+}
+
+void unknownDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        for (quint32 type = TransferComplete::type + 1; type < DataFrame::type; ++type)
+            probe.message(type, hex("0208050000000000"));
+        for (quint32 operation = EndConfiguration::operation + 1; operation <= P3::operation.max();
+             ++operation)
+            probe.command(operation, hex("a55a"));
+        probe.send(nodesId(protocolP5, nodeShipwright, nodeDockhand), hex("0208050000000000"));
+        probe.expectSilence();
+    });
+}
+
+// ---- Only when asked for: these change more than the generic file
 
 QByteArray presentTime()
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    QByteArray payload(Wire::SetDateTime::size, '\0');
-    payload[Wire::SetDateTime::year] = char(now.date().year() - Wire::SetDateTime::epoch);
-    payload[Wire::SetDateTime::month] = char(now.date().month());
-    payload[Wire::SetDateTime::day] = char(now.date().day());
-    payload[Wire::SetDateTime::hour] = char(now.time().hour());
-    payload[Wire::SetDateTime::minute] = char(now.time().minute());
-    payload[Wire::SetDateTime::second] = char(now.time().second());
+    QByteArray payload(SetDateTime::size, '\0');
+    payload[SetDateTime::year] = char(now.date().year() - SetDateTime::epoch);
+    payload[SetDateTime::month] = char(now.date().month());
+    payload[SetDateTime::day] = char(now.date().day());
+    payload[SetDateTime::hour] = char(now.time().hour());
+    payload[SetDateTime::minute] = char(now.time().minute());
+    payload[SetDateTime::second] = char(now.time().second());
     return payload;
 }
 
-void clockRefused(Probe &probe)
+void setPresentTime(Probe &probe)
 {
-    for (const char *payload : {"", "1803050e07", "1803050e070900", "180d010e0709", "1800010e0709",
-                                "18041f0e0709", "1803000e0709", "17021d0e0709"}) {
-        probe.command(Wire::SetDateTime::operation, hex(payload), 1);
-        probe.expectResponse(Wire::resultFailure, hex(payload), 1);
+    const QByteArray now = presentTime();
+    probe.command(SetDateTime::operation, now);
+    probe.expectResponse(resultSuccess, now);
+}
+
+void setPresentTimeAgain(Probe &probe)
+{
+    // The receiver answers before its clock is set: the right time must not be overtaken.
+    probe.pause(1000);
+    setPresentTime(probe);
+}
+
+void clockOfWrongSize(Probe &probe)
+{
+    const QByteArray whole = hex("1803050e07090000");
+    for (const qsizetype size : {0, 1, 2, 3, 4, 5, 7, 8}) {
+        probe.command(SetDateTime::operation, whole.left(size), 1);
+        probe.expectResponse(resultFailure, whole.left(size), 1);
     }
 }
 
-void clockSet(Probe &probe)
+void clockOfImpossibleDate(Probe &probe)
 {
-    const QByteArray now = presentTime();
-    probe.command(Wire::SetDateTime::operation, now);
-    probe.expectResponse(0, now);
+    for (const char *payload :
+         {"180d010e0709", "1800010e0709", "18041f0e0709", "1803000e0709", "1803200e0709",
+          "17021d0e0709", "18021e0e0709", "64021d0e0709", "00ff010e0709"}) {
+        probe.command(SetDateTime::operation, hex(payload), 2);
+        probe.expectResponse(resultFailure, hex(payload), 2);
+    }
+}
+
+void clockOfLeapDay(Probe &probe)
+{
+    const QByteArray leapDay = hex("18021d000000");
+    probe.command(SetDateTime::operation, leapDay);
+    probe.expectResponse(resultSuccess, leapDay);
+    setPresentTimeAgain(probe);
+}
+
+void clockOfImpossibleTime(Probe &probe)
+{
+    for (const auto &[index, value] : {std::pair{SetDateTime::hour, 24},
+                                       {SetDateTime::minute, 60},
+                                       {SetDateTime::second, 60},
+                                       {SetDateTime::hour, 255}}) {
+        QByteArray payload = presentTime();
+        payload[index] = char(value);
+        probe.command(SetDateTime::operation, payload);
+        probe.expectResponse(resultSuccess, payload);
+    }
+    setPresentTimeAgain(probe);
 }
 
 void serialInOneFrame(Probe &probe)
 {
-    probe.command(Wire::SetSerial::operation, '\4' + QByteArrayLiteral("TEST"));
-    probe.expectResponse(0);
-    probe.command(Wire::SetSerial::operation, '\4' + QByteArrayLiteral("TESTxxx"), 2);
-    probe.expectResponse(0, {}, 2);
+    const QByteArray text = QByteArrayLiteral("TESTING");
+    for (qsizetype length = 0; length <= text.size(); ++length) {
+        const auto slot = quint32(length) & P3::slot.max();
+        probe.command(SetSerial::operation, char(length) + text.left(length), slot);
+        probe.expectResponse(resultSuccess, {}, slot);
+    }
+    probe.command(SetSerial::operation, '\4' + text);
+    probe.expectResponse(resultSuccess);
+}
+
+void setLongSerial(Probe &probe, const QByteArray &text, const QByteArray &rest)
+{
+    probe.command(SetSerial::operation, char(text.size()) + text.left(7), 1);
+    probe.expectResponse(resultSuccess, {}, 1);
+    probe.command(SetSerialExt::operation, rest, 2);
+    probe.expectResponse(resultSuccess, {}, 2);
 }
 
 void serialInTwoFrames(Probe &probe)
 {
-    probe.command(Wire::SetSerial::operation, '\x0C' + QByteArrayLiteral("TEST123"));
-    probe.expectResponse(0);
-    probe.command(Wire::SetSerialExt::operation, QByteArrayLiteral("45678"));
-    probe.expectResponse(0);
+    const QByteArray text = QByteArrayLiteral("TEST12345678901");
+    for (qsizetype length = 8; length <= text.size(); ++length)
+        setLongSerial(probe, text.left(length), text.mid(7, length - 7));
+    // More bytes than announced, a repeated rest, and more than two frames carry.
+    setLongSerial(probe, text.left(9), text.mid(7));
+    probe.command(SetSerialExt::operation, text.mid(7));
+    probe.expectResponse(resultSuccess);
+    setLongSerial(probe, text + text, text.mid(7));
 }
 
 void serialTooShort(Probe &probe)
 {
-    probe.command(Wire::SetSerial::operation, '\x0C' + QByteArrayLiteral("TE"));
-    probe.expectResponse(Wire::resultFailure);
+    for (const char *payload : {"0c", "0c5445", "ff54455354313233"}) {
+        const bool isWhole = qstrlen(payload) == 16;
+        probe.command(SetSerial::operation, hex(payload), 3);
+        probe.expectResponse(isWhole ? resultSuccess : resultFailure, {}, 3);
+    }
+    for (const char *payload : {"", "07", "055445"}) {
+        probe.command(SetSerial::operation, hex(payload), 3);
+        probe.expectResponse(resultSuccess, {}, 3);
+    }
 }
 
-void configurationInstalled(Probe &probe)
+void serialExtTooShort(Probe &probe)
 {
-    probe.transfer(Wire::FileType::configuration, QByteArrayLiteral("{}\n"));
+    setLongSerial(probe, QByteArrayLiteral("TEST12345678"), QByteArrayLiteral("4567"));
+    setLongSerial(probe, QByteArrayLiteral("TEST12345678"), {});
+}
+
+void serialExtUnasked(Probe &probe)
+{
+    for (const char *payload : {"", "313233", "31323334353637", "3132333435363738"}) {
+        probe.command(SetSerial::operation, '\4' + QByteArrayLiteral("TEST"));
+        probe.expectResponse(resultSuccess);
+        probe.command(SetSerialExt::operation, hex(payload), 1);
+        probe.expectResponse(resultSuccess, {}, 1);
+    }
+    // The number that is told to users.
+    setLongSerial(probe, QByteArrayLiteral("TEST12345678"), QByteArrayLiteral("45678"));
+}
+
+void commandsDuringTransfer(Probe &probe)
+{
+    disturbedTransfer(probe, [&probe] {
+        setPresentTime(probe);
+        setLongSerial(probe, QByteArrayLiteral("TEST12345678"), QByteArrayLiteral("45678"));
+    });
+}
+
+void unknownFileType(Probe &probe)
+{
+    for (const quint32 fileType : {4u, 255u}) {
+        // Where the receiver may not write it stays empty, so that both are an empty file.
+        probe.open(fileType, 0, 0);
+        probe.close({});
+    }
 }
 
 void menuAndPackage(Probe &probe)
 {
-    probe.transfer(Wire::FileType::menu, content(700, 31));
-    probe.transfer(Wire::FileType::package, content(700, 32));
+    probe.transfer(FileType::menu, content(700, 31));
+    probe.transfer(FileType::package, content(700, 32));
+}
+
+void configurationInstalled(Probe &probe)
+{
+    probe.transfer(FileType::configuration, QByteArrayLiteral("{}\n"));
 }
 
 struct Check
 {
     const char *name;
     void (*run)(Probe &probe);
-    bool destructive = false;
+    bool isDestructive = false;
 };
 
 const Check checks[] = {
@@ -762,90 +1064,170 @@ const Check checks[] = {
     {"start of configuration: answered at destination 14", startAtSecondDestination},
     {"start of configuration: more bytes behind the handshake", startWithMoreBytes},
     {"start of configuration: refused without the handshake", startWithoutHandshake},
+    {"start of configuration: bits 15, 13 and 10 not read", startWithUnreadBits},
     {"end of configuration: answered whatever it carries", endIsAnswered},
-    {"silence: command from node 23", commandFromStranger},
-    {"silence: command to node 25", commandToNobody},
-    {"silence: command on another interface", commandOnOtherInterface},
+    {"silence: commands of other nodes than 24", commandsOfOtherNodes},
+    {"silence: commands to other nodes than 26 and 14", commandsToOtherNodes},
+    {"silence: commands on other interfaces than 11", commandsOnOtherInterfaces},
     {"silence: operations 5 to 63", unknownOperations},
-    {"silence: responses and other protocols", responsesAndOtherProtocols},
-    {"silence: transfer message from node 23", transferFromStranger},
-    {"silence: transfer message to node 25", transferToNobody},
+    {"silence: commands with the response bit", commandsWithResponseBit},
+    {"silence: other protocols than 3 and 6", otherProtocols},
+    {"silence: transfer messages of other nodes than 24", transferOfOtherNodes},
+    {"silence: transfer messages to other nodes than 26 and 14", transferToOtherNodes},
     {"silence: message types 5 to 14", unknownTypes},
+    {"silence: nothing comes unasked", nothingUnasked},
     {"Transfer Info: accepted with 6 bytes and more", infoAccepted},
-    {"Transfer Info: low bits of the version byte ignored", infoLowVersionBits},
+    {"Transfer Info: every file type accepted", infoOfEveryFileType},
+    {"Transfer Info: low bits of the version byte not read", infoLowVersionBits},
     {"Transfer Info: 0 to 5 bytes refused with the parameters", infoOfWrongSize},
-    {"Transfer Info: versions 0, 1, 3 and 34 refused with the parameters", infoOfWrongVersion},
+    {"Transfer Info: other versions than 2 refused with the parameters", infoOfOtherVersions},
     {"Transfer Info: answered at destination 14", infoAtSecondDestination},
-    {"Transfer Info: command/response bit ignored", infoWithResponseBit},
-    {"Initiate Transfer: accepted", initiateAccepted},
+    {"Transfer Info: file size of 4 bytes", sizeOfFourBytes},
+    {"Transfer Info: the last size accepted counts", lastSizeCounts},
+    {"Initiate Transfer: accepted, bytes 2 and 3 not read", initiateAccepted},
     {"Initiate Transfer: 0 to 7 bytes refused", initiateOfWrongSize},
-    {"Initiate Transfer: versions 0, 1 and 3 refused", initiateOfWrongVersion},
+    {"Initiate Transfer: other versions than 2 refused", initiateOfOtherVersions},
+    {"Initiate Transfer: empties the file", initiateEmpties},
+    {"Initiate Transfer: leaves the file alone when refused", initiateRefused},
+    {"Initiate Transfer: a second one starts over", initiatedTwice},
+    {"Initiate Transfer: needs no Transfer Info", initiateWithoutInfo},
+    {"Initiate Transfer: chooses the file, whatever Transfer Info says", initiateChoosesFile},
+    {"Initiate Transfer: number of records does not bind", recordsNotCounted},
     {"file: 1 to 1500 bytes in up to 3 records", fileOfEverySize},
     {"file: empty", emptyFile},
     {"file: to destination 14", fileToSecondDestination},
+    {"file: to both destinations by turns", fileToBothDestinations},
+    {"file: bits of the identifiers that are not read", fileWithUnreadBits},
+    {"file: with pauses of more than a second", fileWithPauses},
     {"record: Record Start and Data Frames unanswered", startAndDataUnanswered},
     {"record: frames out of order refused, then repeated", framesOutOfOrder},
     {"record: frame missing refused, then repeated", frameMissing},
     {"record: last frame missing refused, then repeated", lastFrameMissing},
     {"record: repeated frames dropped", frameRepeated},
+    {"record: frames behind those announced dropped", framesBeyondTheRecord},
+    {"record: 255 frames announced, 64 received", moreFramesAnnounced},
+    {"record: bytes that did not arrive count as zero", bytesThatDidNotArrive},
     {"record: wrong CRC-32 refused, then repeated", recordCrcWrong},
     {"record: Record End of wrong size stands for CRC-32 0", recordEndOfWrongSize},
-    {"record: of zero length", zeroLengthRecord},
+    {"record: repeated Record End appends again", recordEndRepeated},
+    {"record: right Record End behind a refused one", recordEndCorrected},
+    {"record: of no frames", recordOfNoFrames},
     {"record: Record Start of wrong size changes nothing", recordStartOfWrongSize},
     {"record: started anew before its end", recordStartedAnew},
     {"record: short frame in the middle", shortFrameInTheMiddle},
+    {"record: empty Data Frame", emptyDataFrame},
     {"record: appended in order of arrival, not of number", recordNumbersDoNotPlace},
-    {"record: low 4 bits of a Data Frame's identifier ignored", lowBitsOfDataFrame},
+    {"record: behind Transfer Complete answered, not stored", recordBehindTheEnd},
     {"completion: wrong CRC-32 answered with the computed one", fileCrcWrong},
     {"completion: Transfer Complete of wrong size stands for CRC-32 0", completeOfWrongSize},
     {"completion: repeated", completeRepeated},
     {"completion: a shorter file replaces a longer one", fileReplaced},
     {"completion: abandoned transfer replaced by a new one", abandonedTransferReplaced},
-    {"completion: second Initiate Transfer starts over", initiatedTwice},
     {"completion: file longer than announced", fileLongerThanAnnounced},
     {"completion: file shorter than announced", fileShorterThanAnnounced},
-    {"start of configuration: in the middle of a record", startDuringTransfer},
-    {"clock: impossible dates and wrong sizes refused", clockRefused, true},
-    {"clock: set to the present time", clockSet, true},
+    {"transfer: undisturbed by start of configuration", startDuringTransfer},
+    {"transfer: undisturbed by a refused start of configuration", refusedStartDuringTransfer},
+    {"transfer: undisturbed by end of configuration", endDuringTransfer},
+    {"transfer: undisturbed by another Transfer Info", infoDuringTransfer},
+    {"transfer: undisturbed by a refused Transfer Info", refusedInfoDuringTransfer},
+    {"transfer: undisturbed by a refused Initiate Transfer", refusedInitiateDuringTransfer},
+    {"transfer: undisturbed by what is unknown", unknownDuringTransfer},
+    {"transfer: undisturbed by clock and serial number", commandsDuringTransfer, true},
+    {"clock: wrong sizes refused", clockOfWrongSize, true},
+    {"clock: impossible dates refused", clockOfImpossibleDate, true},
+    {"clock: leap day accepted", clockOfLeapDay, true},
+    {"clock: impossible time of day accepted", clockOfImpossibleTime, true},
+    {"clock: set to the present time", setPresentTime, true},
     {"serial number: in one frame", serialInOneFrame, true},
     {"serial number: in two frames", serialInTwoFrames, true},
-    {"serial number: frame too short refused", serialTooShort, true},
-    {"file: configuration, installed", configurationInstalled, true},
+    {"serial number: Set Serial too short", serialTooShort, true},
+    {"serial number: Set Serial Ext too short", serialExtTooShort, true},
+    {"serial number: Set Serial Ext behind a short number", serialExtUnasked, true},
+    {"file: of unknown type", unknownFileType, true},
     {"file: menu and package", menuAndPackage, true},
+    {"file: configuration, installed", configurationInstalled, true},
 };
+
+bool isChosen(const Check &check, const QString &only)
+{
+    return QString::fromLatin1(check.name).contains(only, Qt::CaseInsensitive);
+}
 
 } // namespace
 
-int checkConformance(Link &link, const ConformanceSettings &settings,
-                     const ConformanceReport &report)
+QList<ConformanceCheck> conformanceChecks(const ConformanceSettings &settings)
+{
+    QList<ConformanceCheck> chosen;
+    for (const Check &check : checks) {
+        if (isChosen(check, settings.only))
+            chosen += {QString::fromLatin1(check.name), check.isDestructive};
+    }
+    return chosen;
+}
+
+Conformance::Conformance(Link &link, const ConformanceSettings &settings)
+    : m_settings(settings),
+      m_link(link),
+      m_probe(link, settings.limits)
+{
+}
+
+qsizetype Conformance::count(ConformanceResult::Outcome outcome) const
+{
+    return std::count_if(
+        m_results.cbegin(), m_results.cend(),
+        [outcome](const ConformanceResult &result) { return result.outcome == outcome; });
+}
+
+void Conformance::run(const std::function<void(const ConformanceResult &)> &report)
 {
     using Outcome = ConformanceResult::Outcome;
-    Probe probe(link, settings);
-    link.discardReceived();
-    int failed = 0;
-    for (const Check &check : checks) {
+    m_results.clear();
+    for (const ConformanceCheck &check : conformanceChecks(m_settings)) {
         ConformanceResult result;
-        result.name = QString::fromLatin1(check.name);
-        if (check.destructive && !settings.destructive) {
-            result.outcome = Outcome::Skipped;
-            report(result);
-            continue;
-        }
-        try {
-            probe.destination = Wire::nodeDockhand;
-            check.run(probe);
-            // An answer too many shows here, not as a deviation of the next check.
-            probe.expectSilence();
-        } catch (const Deviation &deviation) {
-            result.outcome = Outcome::Failed;
-            result.deviation = deviation.text;
-            ++failed;
-        }
-        report(result);
-        if (result.outcome == Outcome::Failed)
-            probe.settle();
+        result.name = check.name;
+        m_results += result;
     }
-    return failed;
+
+    auto result = m_results.begin();
+    bool isThere = true;
+    for (const Check &check : checks) {
+        if (!isChosen(check, m_settings.only))
+            continue;
+        if (check.isDestructive && !m_settings.destructive)
+            result->outcome = Outcome::Skipped;
+        else if (isThere)
+            isThere = run(check.run, *result);
+        if (result->outcome != Outcome::NotRun)
+            report(*result);
+        ++result;
+    }
+}
+
+bool Conformance::run(void (*check)(Probe &), ConformanceResult &result)
+{
+    using Outcome = ConformanceResult::Outcome;
+    const Clock &clock = m_link.clock();
+    const qint64 start = clock.now();
+    std::optional<Deviation> deviation;
+    m_probe.begin();
+    try {
+        check(m_probe);
+        // An answer too many shows here, not as a deviation of the next check.
+        m_probe.expectSilence();
+    } catch (const Deviation &found) {
+        deviation = found;
+    }
+    result.outcome = deviation ? Outcome::Failed : Outcome::Passed;
+    result.milliseconds = clock.now() - start;
+    result.frames = m_probe.frames();
+    if (!deviation)
+        return true;
+    result.due = deviation->due;
+    result.came = deviation->came;
+    result.cause = m_probe.cause();
+    // What is still under way must not reach the next check.
+    return m_probe.findReceiver() || !deviation->isNoAnswer;
 }
 
 } // namespace Shipwright
