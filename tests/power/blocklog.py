@@ -10,6 +10,7 @@ Then one entry after the other, a sector that begins with
 
 and the data of those sectors after it. Flags: 1 flush, 2 FUA, 4 discard, 8 mark.
 """
+
 import mmap
 import struct
 from dataclasses import dataclass, field

@@ -507,8 +507,8 @@ void TestVirtualBusDevice::faultsFollowAFileWrittenInPlace()
 
 void TestVirtualBusDevice::unknownFaultIsReported()
 {
-    setFaults("wrte\n");
-    const QByteArray message = "virtualbus: unknown fault \"wrte\" in \"" + m_faults.toLocal8Bit()
+    setFaults("lose\n");
+    const QByteArray message = "virtualbus: unknown fault \"lose\" in \"" + m_faults.toLocal8Bit()
         + '"';
     QTest::ignoreMessage(QtWarningMsg, message.constData());
     QVERIFY(create());

@@ -11,6 +11,7 @@
 using namespace Qt::StringLiterals;
 using EventLog::transcript;
 
+// clang-format off: its releases lay concepts out differently.
 template<typename T>
 concept HasPublicFrameSlot = requires(T object)
 {
@@ -21,6 +22,7 @@ concept HasPublicHandler = requires(T object, QCanBusFrame received)
 {
     object.processP6CanMessage(received);
 };
+// clang-format on
 
 /// The class as a whole, its device, the send path and the routing of received frames.
 class tst_canlink : public ReceiverTest

@@ -244,7 +244,7 @@ public:
             polled.assign({{stop, POLLIN, 0}, {m_listener, POLLIN, 0}});
             const bool busy = m_pace.isBusy();
             for (const Participant &participant : m_participants)
-                polled.push_back(interestIn(participant, busy));
+                polled.push_back(pollEntry(participant, busy));
             const int ready = wait(polled);
             if (polled[0].revents)
                 return;
@@ -266,7 +266,7 @@ private:
                        "poll");
     }
 
-    pollfd interestIn(const Participant &participant, bool busy) const
+    pollfd pollEntry(const Participant &participant, bool busy) const
     {
         short events = 0;
         if (participant.hasOutput())
