@@ -1,5 +1,5 @@
 // Work of a fixed size for callgrind, which dumps what each piece took under the piece's name.
-// compare-instructions runs it.
+// compare-instructions runs it. With --made-with it only prints what the counts depend on.
 
 #include "benchreceiver.h"
 
@@ -7,6 +7,7 @@
 #include <QSignalBlocker>
 
 #include <array>
+#include <cstdio>
 #include <optional>
 
 #include <valgrind/callgrind.h>
@@ -39,6 +40,10 @@ void handleData(BenchReceiver &receiver)
 
 int main(int argc, char *argv[])
 {
+    if (argc == 2 && qstrcmp(argv[1], "--made-with") == 0) {
+        std::printf("compiler %s, Qt %s\n", __VERSION__, qVersion());
+        return 0;
+    }
     QCoreApplication app(argc, argv);
     std::optional<Logging> logging(std::in_place, shippedRules);
     BenchReceiver receiver;
