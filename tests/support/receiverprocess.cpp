@@ -42,6 +42,15 @@ void ReceiverProcess::setVariable(const QString &name, const QString &value)
     m_process.setProcessEnvironment(environment);
 }
 
+void ReceiverProcess::hide(const QString &directory)
+{
+    m_process.setArguments(QStringList{u"--mount"_s, u"--"_s, u"sh"_s, u"-c"_s,
+                                       u"mount -t tmpfs tmpfs \"$0\" && exec \"$@\""_s, directory,
+                                       m_process.program()}
+                           + m_process.arguments());
+    m_process.setProgram(u"unshare"_s);
+}
+
 bool ReceiverProcess::start()
 {
     m_process.start();

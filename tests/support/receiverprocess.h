@@ -13,12 +13,15 @@ public:
     ~ReceiverProcess();
 
     void setVariable(const QString &name, const QString &value);
+    /// Lets the receiver see an empty directory in the place of \a directory.
+    void hide(const QString &directory);
 
     /// Starts the receiver and waits until it is on the bus.
     bool start();
     /// Starts a receiver that is expected to end by itself, and waits until it has.
     bool run();
     bool isRunning();
+    pid_t processId() const { return pid_t(m_process.processId()); }
     /// What the shell shows as the exit status; -1 after a crash.
     int exitCode() const;
 
