@@ -32,13 +32,5 @@ QString listed(const QStringList &events);
 /// The answer to a Transfer Complete that found \a content intact.
 QString acceptanceOf(const QByteArray &content);
 
-/// How a process ended, and what it had to say.
-struct ProcessResult
-{
-    bool killed = false;
-    QString complaint; ///< empty if all was as it should be
-};
-
-/// Runs \a body in a process, and process group, of its own. \a body returns a complaint, or
-/// nothing.
-ProcessResult inProcess(const std::function<QString()> &body);
+/// Runs \a body in a process, and process group, of its own; whether SIGKILL has ended it.
+bool isKilled(const std::function<void()> &body);

@@ -48,249 +48,237 @@ class tst_Bus : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase()
+    {
+        if (const QString reason = ServiceTree::unsafe(); !reason.isEmpty())
+            qFatal("%s", qUtf8Printable(reason));
+    }
+
     void init() { ServiceTree::reset(); }
 
-    void errorFramesBetweenAnyTwoFrames();
-    void deviceErrorsBetweenAnyTwoFrames_data();
-    void deviceErrorsBetweenAnyTwoFrames();
-    void deviceThatRefusesToWrite();
-    void deviceThatRefusesEachAnswerInTurn();
-    void deviceThatGoesDownAtEachFrameStaysDown();
-    void serviceToolThatVanishesAtEachFrameAndComesBack();
-    void serviceToolThatVanishesAtEachFrameOfAnotherFile();
-    void serviceToolThatLosesEachFrameInTurn();
-    void serviceToolThatSendsEachFrameTwice();
-    void floodForOthers_data();
-    void floodForOthers();
-
-private:
-    static void verifyDownload(StartedReceiver &receiver);
-};
-
-void tst_Bus::initTestCase()
-{
-    if (const QString reason = ServiceTree::unsafe(); !reason.isEmpty())
-        qFatal("%s", qUtf8Printable(reason));
-}
-
-void tst_Bus::verifyDownload(StartedReceiver &receiver)
-{
-    const QStringList events = receiver.receive(ToolFrames::configurationDownload(nextConfig));
-    QVERIFY2(answersIn(events) == answersToNextConfig(), qPrintable(listed(events)));
-    QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
-}
-
-void tst_Bus::errorFramesBetweenAnyTwoFrames()
-{
-    StartedReceiver receiver;
-    ToolFrames::List frames;
-    for (const QCanBusFrame &frame : ToolFrames::configurationDownload(nextConfig))
-        frames << errorFrame() << frame;
-    const QStringList events = receiver.receive(frames);
-    QCOMPARE(answersIn(events), answersToNextConfig());
-    QCOMPARE(events.count(u"warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  0|"_s),
-             frames.size() / 2);
-    QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
-}
-
-void tst_Bus::deviceErrorsBetweenAnyTwoFrames_data()
-{
-    QTest::addColumn<QCanBusDevice::CanBusError>("error");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("read") << QCanBusDevice::ReadError
-                          << u"critical |canFrameError: CAN Error QCanBusDevice::ReadError|"_s;
-    QTest::newRow("write") << QCanBusDevice::WriteError
-                           << u"critical |canFrameError: CAN Error QCanBusDevice::WriteError|"_s;
-    QTest::newRow("unknown")
-        << QCanBusDevice::UnknownError
-        << u"critical |canFrameError: CAN Error QCanBusDevice::UnknownError|"_s;
-}
-
-void tst_Bus::deviceErrorsBetweenAnyTwoFrames()
-{
-    QFETCH(const QCanBusDevice::CanBusError, error);
-    QFETCH(const QString, message);
-    StartedReceiver receiver;
-    QStringList events;
-    const ToolFrames::List frames = ToolFrames::configurationDownload(nextConfig);
-    for (const QCanBusFrame &frame : frames) {
-        receiver.device->reportError(u"Bus off"_s, error);
-        events += receiver.receive({frame});
-    }
-    QCOMPARE(answersIn(events), answersToNextConfig());
-    QCOMPARE(events.count(message), frames.size());
-    QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
-}
-
-void tst_Bus::deviceThatRefusesToWrite()
-{
-    StartedReceiver receiver;
-    FakeCanDevice::behaviour.writeError = u"No buffer space available"_s;
-    const QStringList events = receiver.receive(ToolFrames::configurationDownload(firstConfig));
-    FakeCanDevice::behaviour.writeError.clear();
-    QCOMPARE(answersIn(events), QStringList());
-    QCOMPARE(events.count(
-                 u"warning |writeFrame: Failed to write frame: \"No buffer space available\"|"_s),
-             8);
-    // What was asked for happened all the same.
-    QCOMPARE(ServiceTree::read(liveConfig), firstConfig);
-    verifyDownload(receiver);
-}
-
-void tst_Bus::deviceThatRefusesEachAnswerInTurn()
-{
-    for (qsizetype refused = 0; refused < answersToNextConfig().size(); ++refused) {
+    void errorFramesBetweenAnyTwoFrames()
+    {
         StartedReceiver receiver;
-        QStringList expected = answersToNextConfig();
-        expected.removeAt(refused);
-        QStringList events;
-        qsizetype answered = 0;
-        for (const QCanBusFrame &frame : ToolFrames::configurationDownload(nextConfig)) {
-            FakeCanDevice::behaviour.writeError = answered == refused ? u"busy"_s : QString();
-            const QStringList more = receiver.receive({frame});
-            answered += answersIn(more).size()
-                + more.count(u"warning |writeFrame: Failed to write frame: \"busy\"|"_s);
-            events += more;
-        }
-        FakeCanDevice::behaviour.writeError.clear();
-        QCOMPARE(answersIn(events), expected);
+        ToolFrames::List frames;
+        for (const QCanBusFrame &frame : ToolFrames::configurationDownload(nextConfig))
+            frames << errorFrame() << frame;
+        const QStringList events = receiver.receive(frames);
+        QCOMPARE(answersIn(events), answersToNextConfig());
+        QCOMPARE(
+            events.count(u"warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  0|"_s),
+            frames.size() / 2);
         QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
     }
-}
 
-/// Nothing reconnects: the deployment has to start the process again.
-void tst_Bus::deviceThatGoesDownAtEachFrameStaysDown()
-{
-    const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
-    for (qsizetype cut = 0; cut < frames.size(); ++cut) {
-        {
-            StartedReceiver receiver;
-            receiver.receive(frames.first(cut));
-            receiver.device->reportState(QCanBusDevice::UnconnectedState);
-            QStringList expected{
-                u"info |canStateChanged: New CAN State QCanBusDevice::UnconnectedState|"_s};
-            for (qsizetype frame = cut; frame < frames.size(); ++frame) {
-                expected += {
-                    u"warning(qt.canbus) |Cannot read frame as device is not connected.|"_s,
-                    u"critical |canFrameError: CAN Error QCanBusDevice::OperationError|"_s};
-            }
-            QCOMPARE(receiver.receive(frames.sliced(cut)), expected);
+    void deviceErrorsBetweenAnyTwoFrames_data()
+    {
+        QTest::addColumn<QCanBusDevice::CanBusError>("error");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("read") << QCanBusDevice::ReadError
+                              << u"critical |canFrameError: CAN Error QCanBusDevice::ReadError|"_s;
+        QTest::newRow("write")
+            << QCanBusDevice::WriteError
+            << u"critical |canFrameError: CAN Error QCanBusDevice::WriteError|"_s;
+        QTest::newRow("unknown")
+            << QCanBusDevice::UnknownError
+            << u"critical |canFrameError: CAN Error QCanBusDevice::UnknownError|"_s;
+    }
+
+    void deviceErrorsBetweenAnyTwoFrames()
+    {
+        QFETCH(const QCanBusDevice::CanBusError, error);
+        QFETCH(const QString, message);
+        StartedReceiver receiver;
+        QStringList events;
+        const ToolFrames::List frames = ToolFrames::configurationDownload(nextConfig);
+        for (const QCanBusFrame &frame : frames) {
+            receiver.device->reportError(u"Bus off"_s, error);
+            events += receiver.receive({frame});
         }
-        StartedReceiver restarted;
-        verifyDownload(restarted);
-        if (QTest::currentTestFailed())
-            QFAIL(qPrintable(u"after %1 frames"_s.arg(cut)));
+        QCOMPARE(answersIn(events), answersToNextConfig());
+        QCOMPARE(events.count(message), frames.size());
+        QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
     }
-}
 
-void tst_Bus::serviceToolThatVanishesAtEachFrameAndComesBack()
-{
-    StartedReceiver receiver;
-    const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
-    for (qsizetype cut = 0; cut <= frames.size(); ++cut) {
-        receiver.receive(frames.first(cut));
+    void deviceThatRefusesToWrite()
+    {
+        StartedReceiver receiver;
+        FakeCanDevice::behaviour.writeError = u"No buffer space available"_s;
+        const QStringList events = receiver.receive(ToolFrames::configurationDownload(firstConfig));
+        FakeCanDevice::behaviour.writeError.clear();
+        QCOMPARE(answersIn(events), QStringList());
+        QCOMPARE(
+            events.count(
+                u"warning |writeFrame: Failed to write frame: \"No buffer space available\"|"_s),
+            8);
+        // What was asked for happened all the same.
+        QCOMPARE(ServiceTree::read(liveConfig), firstConfig);
         verifyDownload(receiver);
-        if (QTest::currentTestFailed())
-            QFAIL(qPrintable(u"after %1 frames"_s.arg(cut)));
     }
-}
 
-void tst_Bus::serviceToolThatVanishesAtEachFrameOfAnotherFile()
-{
-    StartedReceiver receiver;
-    for (const auto fileType : {quint8(1), quint8(2), quint8(3), quint8(200)}) {
-        const ToolFrames::List frames = ToolFrames::transfer(fileType, firstConfig);
+    void deviceThatRefusesEachAnswerInTurn()
+    {
+        for (qsizetype refused = 0; refused < answersToNextConfig().size(); ++refused) {
+            StartedReceiver receiver;
+            QStringList expected = answersToNextConfig();
+            expected.removeAt(refused);
+            QStringList events;
+            qsizetype answered = 0;
+            for (const QCanBusFrame &frame : ToolFrames::configurationDownload(nextConfig)) {
+                FakeCanDevice::behaviour.writeError = answered == refused ? u"busy"_s : QString();
+                const QStringList more = receiver.receive({frame});
+                answered += answersIn(more).size()
+                    + more.count(u"warning |writeFrame: Failed to write frame: \"busy\"|"_s);
+                events += more;
+            }
+            FakeCanDevice::behaviour.writeError.clear();
+            QCOMPARE(answersIn(events), expected);
+            QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
+        }
+    }
+
+    /// Nothing reconnects: the deployment has to start the process again.
+    void deviceThatGoesDownAtEachFrameStaysDown()
+    {
+        const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
+        for (qsizetype cut = 0; cut < frames.size(); ++cut) {
+            {
+                StartedReceiver receiver;
+                receiver.receive(frames.first(cut));
+                receiver.device->reportState(QCanBusDevice::UnconnectedState);
+                QStringList expected{
+                    u"info |canStateChanged: New CAN State QCanBusDevice::UnconnectedState|"_s};
+                for (qsizetype frame = cut; frame < frames.size(); ++frame) {
+                    expected += {
+                        u"warning(qt.canbus) |Cannot read frame as device is not connected.|"_s,
+                        u"critical |canFrameError: CAN Error QCanBusDevice::OperationError|"_s};
+                }
+                QCOMPARE(receiver.receive(frames.sliced(cut)), expected);
+            }
+            StartedReceiver restarted;
+            verifyDownload(restarted);
+            if (QTest::currentTestFailed())
+                QFAIL(qPrintable(u"after %1 frames"_s.arg(cut)));
+        }
+    }
+
+    void serviceToolThatVanishesAtEachFrameAndComesBack()
+    {
+        StartedReceiver receiver;
+        const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
         for (qsizetype cut = 0; cut <= frames.size(); ++cut) {
             receiver.receive(frames.first(cut));
             verifyDownload(receiver);
             if (QTest::currentTestFailed())
-                QFAIL(qPrintable(u"type %1, after %2 frames"_s.arg(fileType).arg(cut)));
+                QFAIL(qPrintable(u"after %1 frames"_s.arg(cut)));
         }
     }
-}
 
-/// A lost data frame, and a lost bracket around a record, shows as a mismatch somewhere; never is
-/// a file taken that is not the one sent.
-void tst_Bus::serviceToolThatLosesEachFrameInTurn()
-{
-    StartedReceiver receiver;
-    const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
-    const qsizetype sessionFrames[] = {0, frames.size() - 1};
-    for (qsizetype lost = 0; lost < frames.size(); ++lost) {
-        ServiceTree::reset();
-        ToolFrames::List rest = frames;
-        rest.removeAt(lost);
-        const QStringList events = receiver.receive(rest);
-        const bool accepted = answersIn(events).contains(acceptanceOf(firstConfig));
-        const QByteArray live = ServiceTree::read(liveConfig);
-        QVERIFY2(accepted ? live == firstConfig : live == "(no file)", qPrintable(listed(events)));
-        if (std::count(std::begin(sessionFrames), std::end(sessionFrames), lost) > 0)
-            QVERIFY(accepted);
-        verifyDownload(receiver);
-        if (QTest::currentTestFailed())
-            QFAIL(qPrintable(u"without frame %1"_s.arg(lost)));
+    void serviceToolThatVanishesAtEachFrameOfAnotherFile()
+    {
+        StartedReceiver receiver;
+        for (const auto fileType : {quint8(1), quint8(2), quint8(3), quint8(200)}) {
+            const ToolFrames::List frames = ToolFrames::transfer(fileType, firstConfig);
+            for (qsizetype cut = 0; cut <= frames.size(); ++cut) {
+                receiver.receive(frames.first(cut));
+                verifyDownload(receiver);
+                if (QTest::currentTestFailed())
+                    QFAIL(qPrintable(u"type %1, after %2 frames"_s.arg(fileType).arg(cut)));
+            }
+        }
     }
-}
 
-/// Data frames are taken once. A repeated Record End appends its record again, which the CRC-32
-/// over the file tells, except after the last record: it ends at the announced size.
-void tst_Bus::serviceToolThatSendsEachFrameTwice()
-{
-    StartedReceiver receiver;
-    const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
-    for (qsizetype repeated = 0; repeated < frames.size(); ++repeated) {
-        ServiceTree::reset();
-        ToolFrames::List more = frames;
-        more.insert(repeated, frames.at(repeated));
-        const QStringList events = receiver.receive(more);
-        const bool accepted = answersIn(events).contains(acceptanceOf(firstConfig));
-        const QByteArray live = ServiceTree::read(liveConfig);
-        const bool isLastRecordEnd = repeated == frames.size() - 3;
-        const QByteArray taken = isLastRecordEnd ? firstConfig + firstConfig.sliced(1024)
-                                                 : firstConfig;
-        QVERIFY2(accepted ? live == taken : live == "(no file)", qPrintable(listed(events)));
-        verifyDownload(receiver);
-        if (QTest::currentTestFailed())
-            QFAIL(qPrintable(u"with frame %1 twice"_s.arg(repeated)));
+    /// A lost data frame, and a lost bracket around a record, shows as a mismatch somewhere; never is
+    /// a file taken that is not the one sent.
+    void serviceToolThatLosesEachFrameInTurn()
+    {
+        StartedReceiver receiver;
+        const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
+        const qsizetype sessionFrames[] = {0, frames.size() - 1};
+        for (qsizetype lost = 0; lost < frames.size(); ++lost) {
+            ServiceTree::reset();
+            ToolFrames::List rest = frames;
+            rest.removeAt(lost);
+            const QStringList events = receiver.receive(rest);
+            const bool accepted = answersIn(events).contains(acceptanceOf(firstConfig));
+            const QByteArray live = ServiceTree::read(liveConfig);
+            QVERIFY2(accepted ? live == firstConfig : live == "(no file)",
+                     qPrintable(listed(events)));
+            if (std::count(std::begin(sessionFrames), std::end(sessionFrames), lost) > 0)
+                QVERIFY(accepted);
+            verifyDownload(receiver);
+            if (QTest::currentTestFailed())
+                QFAIL(qPrintable(u"without frame %1"_s.arg(lost)));
+        }
     }
-}
 
-void tst_Bus::floodForOthers_data()
-{
-    QTest::addColumn<int>("framesBetween");
-    // 7,634 frames a second fill a bus of 1 Mbit/s; a session of its own takes part of them.
-    QTest::newRow("a full bus for a second") << 72;
-    QTest::newRow("ten times that") << 720;
-}
-
-void tst_Bus::floodForOthers()
-{
-    QFETCH(const int, framesBetween);
-    StartedReceiver receiver;
-    const ToolFrames::List session = ToolFrames::configurationDownload(nextConfig);
-    // Other protocols, other nodes, other interfaces, unknown messages.
-    const ToolFrames::List foreign{
-        extended(0x00000123, "\x01\x02"),         extended(0x1CEBFF17, QByteArray(8, 'f')),
-        extended(0x14180000, QByteArray(8, 'p')), extended(0x0F194000, {}),
-        extended(0x1B3A0000, QByteArray(8, 't')), extended(0x1AFA2000, QByteArray(5, 'r')),
-        extended(0x0F1A0280, "\xA5\x5A"),         extended(0x1B1AE000, QByteArray(8, 'u')),
-        extended(0x1B19F000, QByteArray(8, 'd')), errorFrame()};
-
-    QStringList answers;
-    qsizetype flooded = 0;
-    for (const QCanBusFrame &frame : session) {
-        ToolFrames::List burst;
-        for (int i = 0; i < framesBetween; ++i)
-            burst.append(foreign.at(flooded++ % foreign.size()));
-        // A burst arrives at once: the receiver was busy.
-        receiver.device->queue(burst);
-        answers += answersIn(receiver.receive({frame}));
+    /// Data frames are taken once. A repeated Record End appends its record again, which the CRC-32
+    /// over the file tells, except after the last record: it ends at the announced size.
+    void serviceToolThatSendsEachFrameTwice()
+    {
+        StartedReceiver receiver;
+        const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
+        for (qsizetype repeated = 0; repeated < frames.size(); ++repeated) {
+            ServiceTree::reset();
+            ToolFrames::List more = frames;
+            more.insert(repeated, frames.at(repeated));
+            const QStringList events = receiver.receive(more);
+            const bool accepted = answersIn(events).contains(acceptanceOf(firstConfig));
+            const QByteArray live = ServiceTree::read(liveConfig);
+            const bool isLastRecordEnd = repeated == frames.size() - 3;
+            const QByteArray taken = isLastRecordEnd ? firstConfig + firstConfig.sliced(1024)
+                                                     : firstConfig;
+            QVERIFY2(accepted ? live == taken : live == "(no file)", qPrintable(listed(events)));
+            verifyDownload(receiver);
+            if (QTest::currentTestFailed())
+                QFAIL(qPrintable(u"with frame %1 twice"_s.arg(repeated)));
+        }
     }
-    QCOMPARE(answers, answersToNextConfig());
-    QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
-    QCOMPARE(receiver.device->framesAvailable(), 0);
-}
+
+    void floodForOthers_data()
+    {
+        QTest::addColumn<int>("framesBetween");
+        // 7,634 frames a second fill a bus of 1 Mbit/s; a session of its own takes part of them.
+        QTest::newRow("a full bus for a second") << 72;
+        QTest::newRow("ten times that") << 720;
+    }
+
+    void floodForOthers()
+    {
+        QFETCH(const int, framesBetween);
+        StartedReceiver receiver;
+        const ToolFrames::List session = ToolFrames::configurationDownload(nextConfig);
+        // Other protocols, other nodes, other interfaces, unknown messages.
+        const ToolFrames::List foreign{
+            extended(0x00000123, "\x01\x02"),         extended(0x1CEBFF17, QByteArray(8, 'f')),
+            extended(0x14180000, QByteArray(8, 'p')), extended(0x0F194000, {}),
+            extended(0x1B3A0000, QByteArray(8, 't')), extended(0x1AFA2000, QByteArray(5, 'r')),
+            extended(0x0F1A0280, "\xA5\x5A"),         extended(0x1B1AE000, QByteArray(8, 'u')),
+            extended(0x1B19F000, QByteArray(8, 'd')), errorFrame()};
+
+        QStringList answers;
+        qsizetype flooded = 0;
+        for (const QCanBusFrame &frame : session) {
+            ToolFrames::List burst;
+            for (int i = 0; i < framesBetween; ++i)
+                burst.append(foreign.at(flooded++ % foreign.size()));
+            // A burst arrives at once: the receiver was busy.
+            receiver.device->queue(burst);
+            answers += answersIn(receiver.receive({frame}));
+        }
+        QCOMPARE(answers, answersToNextConfig());
+        QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
+        QCOMPARE(receiver.device->framesAvailable(), 0);
+    }
+
+private:
+    static void verifyDownload(StartedReceiver &receiver)
+    {
+        const QStringList events = receiver.receive(ToolFrames::configurationDownload(nextConfig));
+        QVERIFY2(answersIn(events) == answersToNextConfig(), qPrintable(listed(events)));
+        QCOMPARE(ServiceTree::read(liveConfig), nextConfig);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_Bus)
 
