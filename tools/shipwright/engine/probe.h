@@ -117,8 +117,8 @@ private:
     Link &m_link;
     const ProbeLimits m_limits;
     qint64 m_limit;
-    Message m_question;
-    Message m_questionAnswer;
+    Message m_question{};
+    Message m_questionAnswer{};
     QByteArray m_parameters;
     QList<Exchanged> m_frames;
     qsizetype m_cause = -1;
