@@ -27,7 +27,7 @@ struct FileToSend
 FileToSend readFile(Session &session, quint32 type, const QString &path, bool force);
 
 void startConfiguration(Session &session);
-void setTime(Session &session, const TimeSetting &time);
+void setTime(Session &session, const TimeSetting &setting);
 void setSerial(Session &session, const QString &text);
 void sendFile(Session &session, const FileToSend &file, std::optional<quint32> bitRate);
 void endConfiguration(Session &session);

@@ -257,7 +257,7 @@ void infoAccepted(Probe &probe)
 
 void infoOfEveryFileType(Probe &probe)
 {
-    for (const quint32 fileType : {0, 1, 2, 3, 4, 5, 128, 255}) {
+    for (const quint32 fileType : {0u, 1u, 2u, 3u, 4u, 5u, 128u, 255u}) {
         probe.transferInfo(fileType, 10);
         probe.expectParameters(resultSuccess);
     }
