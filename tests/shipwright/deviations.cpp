@@ -41,6 +41,7 @@ class When
 {
 public:
     using Predicate = std::function<bool(quint32 id, const QByteArray &payload)>;
+    // Any predicate will do. cppcheck-suppress noExplicitConstructor
     When(Predicate predicate)
         : m_predicate(std::move(predicate))
     {

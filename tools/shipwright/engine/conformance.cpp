@@ -1207,8 +1207,7 @@ void Conformance::run(const std::function<void(const ConformanceResult &)> &repo
 bool Conformance::run(void (*check)(Probe &), ConformanceResult &result)
 {
     using Outcome = ConformanceResult::Outcome;
-    const Clock &clock = m_link.clock();
-    const qint64 start = clock.now();
+    const qint64 start = m_link.clock().now();
     std::optional<Deviation> deviation;
     m_probe.begin();
     try {
@@ -1219,7 +1218,7 @@ bool Conformance::run(void (*check)(Probe &), ConformanceResult &result)
         deviation = found;
     }
     result.outcome = deviation ? Outcome::Failed : Outcome::Passed;
-    result.milliseconds = clock.now() - start;
+    result.milliseconds = m_link.clock().now() - start;
     result.frames = m_probe.frames();
     if (!deviation)
         return true;

@@ -102,8 +102,8 @@ public:
 private:
     struct Message
     {
-        quint32 id;
-        QByteArray payload;
+        quint32 id = 0;
+        QByteArray payload = {};
     };
 
     void put(quint32 id, const QByteArray &payload);
