@@ -32,7 +32,6 @@ constexpr Bits interfaceId{6, 0xF};
 constexpr Bits operation{0, 0x3F};
 constexpr Bits type{12, 0xF};
 constexpr Bits frameNumber{4, 0x3F};
-constexpr Bits lowestBits{0, 0xF};
 constexpr Bits code{0, 0x3FF};
 
 // ---- Which frames

@@ -58,7 +58,7 @@ void addHiddenOptions(QCommandLineParser &parser)
     for (const Command *command : allCommands()) {
         for (const Option &option : optionsOf(*command)) {
             QCommandLineOption hidden = parserOption(option);
-            if (known.contains(hidden.names().first()))
+            if (known.contains(hidden.names().constFirst()))
                 continue;
             known += hidden.names();
             hidden.setFlags(QCommandLineOption::HiddenFromHelp);

@@ -17,7 +17,7 @@ bool CommandLine::isSet(const Option &option) const
 
 QString CommandLine::text(const Option &option) const
 {
-    return isSet(option) ? texts(option).last() : QString::fromLatin1(option.fallback);
+    return isSet(option) ? texts(option).constLast() : QString::fromLatin1(option.fallback);
 }
 
 QStringList CommandLine::texts(const Option &option) const

@@ -52,15 +52,15 @@ bool Probe::findReceiver()
         {P6::messageId(nodeShipwright, nodeDockhand, TransferInfo::type, 0, 0), {}},
     };
     settle();
-    for (const Message &question : questions) {
+    return std::ranges::any_of(questions, [this](const Message &question) {
         put(question.id, question.payload);
-        if (const auto answer = receive(m_limits.answer)) {
+        const auto answer = receive(m_limits.answer);
+        if (answer) {
             m_question = question;
             m_questionAnswer = {answer->frameId(), answer->payload()};
-            return true;
         }
-    }
-    return false;
+        return answer.has_value();
+    });
 }
 
 void Probe::begin()
@@ -181,7 +181,7 @@ void Probe::complete(quint32 crc)
 std::optional<QCanBusFrame> Probe::receive(qint64 limit)
 {
     const qint64 deadline = m_link.clock().now() + limit;
-    while (const auto frame = m_link.receive(deadline)) {
+    while (auto frame = m_link.receive(deadline)) {
         if (destinationNode.of(frame->frameId()) == nodeShipwright) {
             m_frames += {Direction::Received, *frame};
             return frame;
