@@ -120,7 +120,8 @@ void Session::open(const BusSettings &settings)
         m_link->open(advice);
     } catch (const Failure &) {
         // The destructors of some plugins abort the program when their device could not be opened.
-        [[maybe_unused]] static const QCanBusDevice *left = nullptr;
+        // Volatile: an optimiser drops what nobody reads, and leak checkers then miss the device.
+        [[maybe_unused]] static QCanBusDevice *volatile left = nullptr;
         left = m_device.release();
         throw;
     }
