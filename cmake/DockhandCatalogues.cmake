@@ -1,5 +1,5 @@
 # dockhand_add_catalogues(TARGET FILE.ts...): compiles translation catalogues into TARGET, below
-# :/i18n/. Where qt_add_translations puts them depends on the version of Qt.
+# :/i18n/. qt_add_translations chooses another place in some versions of Qt.
 function(dockhand_add_catalogues target)
     set(catalogues "")
     foreach(translation IN LISTS ARGN)

@@ -1,5 +1,5 @@
-# Toolchain: Debian's cross compiler for 32-bit ARM hard-float, with the libraries of that
-# architecture installed beside the machine's own (dpkg --add-architecture armhf).
+# Toolchain: Debian's cross compiler for 32-bit ARM hard-float. The libraries of that architecture
+# are installed beside the machine's own (dpkg --add-architecture armhf).
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 
@@ -8,7 +8,7 @@ set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
 
-# Qt's code generators are the machine's own, their CMake files come with the libraries.
+# Qt's code generators of the machine; their CMake files come with the libraries.
 set(QT_HOST_PATH /usr)
 set(QT_HOST_PATH_CMAKE_DIR /usr/lib/${triplet}/cmake)
 

@@ -1,4 +1,4 @@
-# Part of the installation: writes and installs the files that name others by their full paths.
+# Runs at installation: writes and installs the files that contain full paths.
 include(GNUInstallDirs)
 foreach(directory IN ITEMS BINDIR DATADIR SYSCONFDIR)
     GNUInstallDirs_get_absolute_install_dir(
