@@ -1,4 +1,4 @@
-"""What QEMU's block driver "blklogwrites" has logged of a disk, and the disks that a power cut leaves.
+"""Reads a disk's log by QEMU's block driver "blklogwrites", and lists the disks that a power cut leaves.
 
 The log is that of the kernel's dm-log-writes, little-endian. Its first sector:
 
@@ -30,8 +30,8 @@ class Interval:
 
 
 def read(path, marks_from):
-    """The intervals of a log, in order. What was written at or behind the offset `marks_from` is
-    not the disk's content but a mark: text that the guest has left."""
+    """The intervals of a log, in order. A write at or after the offset `marks_from` is not content of
+    the disk but a mark: text that the guest has written."""
     with open(path, "rb") as file:
         log = memoryview(mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ))
     magic, version, entries, sector_size = HEADER.unpack_from(log)
@@ -62,7 +62,7 @@ def variants(interval):
 
 
 def kept(interval, variant, chance, sector_size=512):
-    """What a disk may have kept of an interval when the power goes, as a list of (offset, data):
+    """What a disk may have kept of an interval at a power cut, as a list of (offset, data):
     0 nothing, 1 everything, 2 to 21 a subset of the sectors as `chance` will have it, from 22 on
     everything but one write."""
     writes = interval.writes

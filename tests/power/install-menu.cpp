@@ -1,4 +1,4 @@
-// Installs the received menu archive, which no message on the bus does.
+// Installs the received menu archive: no message on the bus does that.
 #include "canbusmanager.h"
 
 #include <QCoreApplication>
