@@ -3,6 +3,8 @@
 
 #include <QCanBus>
 #include <QCanBusDevice>
+#include <QDir>
+#include <QFileInfo>
 #include <QSaveFile>
 #include <QSignalSpy>
 #include <QTest>
@@ -21,7 +23,7 @@ private slots:
     void cleanup();
 
     void connectsAtOnce();
-    void takesTheNameOfItsInterface();
+    void eachInterfaceIsABusOfItsOwn();
     void refusesToConnectWhereThereIsNoBus();
     void refusesToConnectWithoutASocket();
     void sendsFramesUnchanged_data();
@@ -55,8 +57,8 @@ private slots:
     void unknownFaultIsReported();
 
 private:
-    std::unique_ptr<QCanBusDevice> create();
-    std::unique_ptr<QCanBusDevice> connected();
+    std::unique_ptr<QCanBusDevice> create(const QString &interfaceName = u"can0"_s);
+    std::unique_ptr<QCanBusDevice> connected(const QString &interfaceName = u"can0"_s);
     void setFaults(const QByteArray &lines);
 
     std::unique_ptr<Broker> m_broker;
@@ -79,15 +81,15 @@ void TestVirtualBusDevice::cleanup()
     m_directory.reset();
 }
 
-std::unique_ptr<QCanBusDevice> TestVirtualBusDevice::create()
+std::unique_ptr<QCanBusDevice> TestVirtualBusDevice::create(const QString &interfaceName)
 {
     return std::unique_ptr<QCanBusDevice>(
-        QCanBus::instance()->createDevice(u"socketcan"_s, u"can0"_s, &m_error));
+        QCanBus::instance()->createDevice(u"socketcan"_s, interfaceName, &m_error));
 }
 
-std::unique_ptr<QCanBusDevice> TestVirtualBusDevice::connected()
+std::unique_ptr<QCanBusDevice> TestVirtualBusDevice::connected(const QString &interfaceName)
 {
-    std::unique_ptr<QCanBusDevice> device = create();
+    std::unique_ptr<QCanBusDevice> device = create(interfaceName);
     if (!device || !device->connectDevice())
         qFatal("no device");
     return device;
@@ -117,12 +119,28 @@ void TestVirtualBusDevice::connectsAtOnce()
                     QCanBusDevice::ClosingState, QCanBusDevice::UnconnectedState}));
 }
 
-void TestVirtualBusDevice::takesTheNameOfItsInterface()
+void TestVirtualBusDevice::eachInterfaceIsABusOfItsOwn()
 {
-    QCOMPARE(create()->deviceInfo().name(), u"can0"_s);
-    const std::unique_ptr<QCanBusDevice> other(
-        QCanBus::instance()->createDevice(u"socketcan"_s, u"vcan7"_s));
-    QCOMPARE(other->deviceInfo().name(), u"vcan7"_s);
+    const QString first = m_broker->path();
+    const QString second = QFileInfo(first).dir().filePath(u"can1"_s);
+    auto can0 = connected();
+    const Broker other({}, second);
+    auto can0OfTheOther = connected();
+    qputenv("VIRTUALBUS_SOCKET", QFile::encodeName(first));
+    auto can1 = connected(u"can1"_s);
+    QCOMPARE(can1->deviceInfo().name(), u"can1"_s);
+    QCOMPARE(can0->deviceInfo().serialNumber(), first);
+    QCOMPARE(can1->deviceInfo().serialNumber(), second);
+
+    BusClient onFirst(first.toLocal8Bit()), onSecond(second.toLocal8Bit());
+    can0->writeFrame(QCanBusFrame(0x0F584000, QByteArray()));
+    can0OfTheOther->writeFrame(QCanBusFrame(0x0F584001, QByteArray()));
+    QTRY_COMPARE(can1->framesAvailable(), 1);
+    QCOMPARE(can1->readFrame().frameId(), 0x0F584001u);
+    QCOMPARE(onFirst.receive(), "0F584000#");
+    QCOMPARE(onSecond.receive(), "0F584001#");
+    QVERIFY(onFirst.isSilent() && onSecond.isSilent());
+    QCOMPARE(can0->framesAvailable(), 0);
 }
 
 void TestVirtualBusDevice::refusesToConnectWhereThereIsNoBus()

@@ -1,6 +1,8 @@
 #include "virtualbusdevice.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QVariant>
 
 #include <algorithm>
@@ -49,6 +51,15 @@ can_frame fromQt(const QCanBusFrame &frame)
     return result;
 }
 
+/// The socket of the bus that the interface is on; empty if the environment names none.
+QString socketOf(const QString &interfaceName)
+{
+    const QString ofCan0 = qEnvironmentVariable("VIRTUALBUS_SOCKET");
+    if (ofCan0.isEmpty() || interfaceName == u"can0")
+        return ofCan0;
+    return QFileInfo(ofCan0).dir().filePath(interfaceName);
+}
+
 bool wouldBlock()
 {
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
@@ -79,8 +90,8 @@ VirtualBusDevice::~VirtualBusDevice()
 QCanBusDeviceInfo VirtualBusDevice::deviceInfoOf(const QString &interfaceName)
 {
     // The serial number tells this bus from others, whose interfaces have the same names.
-    return createDeviceInfo(u"socketcan"_s, interfaceName,
-                            qEnvironmentVariable("VIRTUALBUS_SOCKET"), {}, {}, 0, true, false);
+    return createDeviceInfo(u"socketcan"_s, interfaceName, socketOf(interfaceName), {}, {}, 0, true,
+                            false);
 }
 
 QCanBusDeviceInfo VirtualBusDevice::deviceInfo() const
@@ -159,7 +170,7 @@ bool VirtualBusDevice::open()
 
 bool VirtualBusDevice::join()
 {
-    const QByteArray path = qgetenv("VIRTUALBUS_SOCKET");
+    const QByteArray path = QFile::encodeName(socketOf(m_interfaceName));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.isEmpty() || path.size() >= qsizetype(sizeof address.sun_path)) {

@@ -12,7 +12,8 @@
 #include <array>
 #include <memory>
 
-/// A CAN device on the virtual bus whose socket the environment variable VIRTUALBUS_SOCKET names.
+/// A CAN device on a virtual bus. The environment variable VIRTUALBUS_SOCKET names the socket of
+/// the bus that can0 is on; another interface's socket lies beside it, named after the interface.
 class VirtualBusDevice : public QCanBusDevice
 {
     Q_OBJECT
