@@ -30,16 +30,18 @@ void removeIfPresent(const QString &path)
 
 /// Copies so that a power cut leaves under the new name the whole copy with its permissions, or
 /// none. QFile::copy() sets the permissions later, leaves files of ever new names behind, and goes
-/// by way of the temporary directory if it has to.
+/// by way of the temporary directory if it has to. What lies in the way of the copy is removed, not
+/// written to: it can be a link.
 bool copyDurably(const QString &source, const QString &destination)
 {
     const QFileInfo existing(destination);
     QFile original(source);
     QFile copy(destination + QLatin1StringView(".new"));
-    if (existing.exists() || existing.isSymLink() || !original.open(QIODevice::ReadOnly)
-        || !copy.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+    if (existing.exists() || existing.isSymLink() || !original.open(QIODevice::ReadOnly))
         return false;
-    }
+    QFile::remove(copy.fileName());
+    if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
+        return false;
 
     std::array<char, 4096> buffer{};
     qint64 count = 0;

@@ -506,6 +506,22 @@ private slots:
         QCOMPARE(ServiceTree::read("application/main/systemConfig.json"), "received");
     }
 
+    void configurationIsNotWrittenThroughALinkInItsWay()
+    {
+        ServiceTree::write("other", "another's");
+        QVERIFY(QFile::link(ServiceTree::path("other"),
+                            ServiceTree::path("application/backup/main/systemConfig.json.new")));
+        QVERIFY(QFile::link(ServiceTree::path("nowhere"),
+                            ServiceTree::path("application/main/systemConfig.json.new")));
+        install();
+        QCOMPARE(ServiceTree::read("other"), "another's");
+        QVERIFY(!QFile::exists(ServiceTree::path("nowhere")));
+        for (const char *directory : {"application/backup/main", "application/main"}) {
+            QCOMPARE(ServiceTree::list(directory), QStringList{u"systemConfig.json"_s});
+            QVERIFY(!QFileInfo(ServiceTree::path(directory) + u"/systemConfig.json"_s).isSymLink());
+        }
+    }
+
     void configurationKeepsItsPermissions()
     {
         constexpr auto permissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser
