@@ -60,26 +60,27 @@ void ServiceTree::reset()
     }
 }
 
-QString ServiceTree::path(const char *path)
+QString ServiceTree::path(const QByteArray &path)
 {
     return QString::fromLatin1(root) + QString::fromUtf8(path);
 }
 
-void ServiceTree::write(const char *path, const QByteArray &content)
+void ServiceTree::write(const QByteArray &path, const QByteArray &content)
 {
     QFile file(ServiceTree::path(path));
+    QDir().mkpath(QFileInfo(file).path());
     require(file.open(QIODevice::WriteOnly) && file.write(content) == content.size()
                 && file.flush(),
-            path);
+            path.constData());
 }
 
-QByteArray ServiceTree::read(const char *path)
+QByteArray ServiceTree::read(const QByteArray &path)
 {
     QFile file(ServiceTree::path(path));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArrayLiteral("(no file)");
 }
 
-QStringList ServiceTree::list(const char *path)
+QStringList ServiceTree::list(const QByteArray &path)
 {
     QStringList names;
     const QFileInfoList entries = QDir(ServiceTree::path(path))
@@ -114,7 +115,7 @@ QByteArrayList ServiceTree::files()
     return names;
 }
 
-ServiceTree::ReadOnly::ReadOnly(const char *path)
+ServiceTree::ReadOnly::ReadOnly(const QByteArray &path)
     : m_path(ServiceTree::path(path).toUtf8())
 {
     require(mount(m_path, m_path, nullptr, MS_BIND, nullptr) == 0, "bind mount");
@@ -127,7 +128,7 @@ ServiceTree::ReadOnly::~ReadOnly()
     require(umount2(m_path, MNT_DETACH) == 0, "unmount");
 }
 
-ServiceTree::SmallFileSystem::SmallFileSystem(const char *path, int bytes)
+ServiceTree::SmallFileSystem::SmallFileSystem(const QByteArray &path, int bytes)
     : m_path(ServiceTree::path(path).toUtf8())
 {
     const QByteArray options = "size=" + QByteArray::number(bytes);

@@ -15,13 +15,13 @@ QString unsafe();
 void reset();
 
 /// \a path below the root of the tree.
-QString path(const char *path);
-/// Replaces the file \a path below the root; the directory has to exist.
-void write(const char *path, const QByteArray &content);
+QString path(const QByteArray &path);
+/// Replaces the file \a path below the root, or makes it and its directories.
+void write(const QByteArray &path, const QByteArray &content);
 /// Content of the file \a path below the root; "(no file)" if there is none.
-QByteArray read(const char *path);
+QByteArray read(const QByteArray &path);
 /// Names in the directory \a path below the root, sorted; directories end in "/".
-QStringList list(const char *path);
+QStringList list(const QByteArray &path);
 /// Paths below the root of the files that this process has open.
 QStringList openFiles();
 /// All files of the tree, as paths below the root, sorted.
@@ -31,7 +31,7 @@ QByteArrayList files();
 class ReadOnly
 {
 public:
-    explicit ReadOnly(const char *path);
+    explicit ReadOnly(const QByteArray &path);
     ~ReadOnly();
     Q_DISABLE_COPY_MOVE(ReadOnly)
 
@@ -44,7 +44,7 @@ private:
 class SmallFileSystem
 {
 public:
-    SmallFileSystem(const char *path, int bytes);
+    SmallFileSystem(const QByteArray &path, int bytes);
     ~SmallFileSystem();
     Q_DISABLE_COPY_MOVE(SmallFileSystem)
 

@@ -1,10 +1,13 @@
 #include "receivertest.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QTest>
 
+#include <cstdio>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -35,19 +38,60 @@ QString quoted(const QByteArray &content)
 
 } // namespace
 
+void ReceiverTest::behaviour_data()
+{
+    QTest::addColumn<QString>("transcript");
+    const QString program = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
+    QFile file(QFINDTESTDATA(program + u".txt"_s));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    static const QRegularExpression heading(u"^(?=[a-z])"_s, QRegularExpression::MultilineOption);
+    const QStringList blocks = QString::fromUtf8(file.readAll()).split(heading);
+    QVERIFY(blocks.size() > 1);
+    for (const QString &block : blocks.sliced(1)) {
+        const qsizetype name = block.indexOf(QRegularExpression(u"\\W"_s));
+        QTest::newRow(qPrintable(block.first(name))) << block.sliced(name);
+    }
+}
+
+void ReceiverTest::behaviour()
+{
+    QFETCH(const QString, transcript);
+    const QStringList details{{}, u": handlers"_s, u": everything"_s};
+    const qsizetype detail = details.indexOf(transcript.section(u'\n', 0, 0));
+    QVERIFY(detail >= 0);
+    play(Detail(detail), transcript.section(u'\n', 1));
+}
+
 void ReceiverTest::play(Detail detail, const QString &transcript)
 {
-    if (QTest::currentTestFailed())
-        return;
-    QStringList expected = EventLog::transcript(transcript);
-    expected.removeIf([](const QString &line) { return line.startsWith(u'#'); });
+    QStringList lines = EventLog::transcript(transcript);
+    QString groups;
+    lines.removeIf([&groups](const QString &line) {
+        if (line.startsWith("each "_L1))
+            groups += line.sliced(4) + u';';
+        return line.startsWith(u'#') || line.startsWith("each "_L1);
+    });
+    groups.chop(1);
+    for (const QString &group : groups.split(u';')) {
+        QStringList once = lines;
+        const QStringList values = group.split(u'|');
+        for (qsizetype i = 0; i < values.size(); ++i)
+            once.replaceInStrings(u'%' + QString::number(i + 1), values[i].trimmed());
+        playOnce(detail, once);
+        if (QTest::currentTestFailed())
+            return;
+    }
+}
+
+void ReceiverTest::playOnce(Detail detail, const QStringList &transcript)
+{
     QStringList actual;
     QStringList before;
-    for (const QString &line : std::as_const(expected)) {
+    for (const QString &line : transcript) {
         const QString verb = line.section(u' ', 0, 0);
         const QString rest = line.section(u' ', 1);
+        const QString path = rest.section(u' ', 0, 0);
         if (verb == "file"_L1) {
-            const QString path = rest.section(u' ', 0, 0);
             actual += u"file %1 %2"_s.arg(path, quoted(ServiceTree::read(path.toUtf8())));
         } else if (verb == "state"_L1) {
             actual += u"state "_s + valuesOf(rest.split(u", "_s)).join(u", "_s);
@@ -55,35 +99,56 @@ void ReceiverTest::play(Detail detail, const QString &transcript)
             QStringList changes = state();
             changes.removeIf([&before](const QString &field) { return before.contains(field); });
             actual += u"changed "_s + (changes.isEmpty() ? u"nothing"_s : changes.join(u", "_s));
-        } else if (acts(verb)) {
-            before = state();
-            act(verb, rest);
+        } else if (const QStringList present = state(); acts(line)) {
+            before = present;
             const QStringList happened = events(detail);
             actual += line;
             if (verb != "given"_L1)
                 actual += happened;
         }
     }
-    QCOMPARE(actual, expected);
+    QCOMPARE(actual, transcript);
 }
 
-bool ReceiverTest::acts(const QString &verb)
+bool ReceiverTest::acts(const QString &line)
 {
-    return QStringList{u"receive"_s, u"given"_s, u"call"_s, u"send"_s, u"restart"_s}.contains(verb);
-}
-
-void ReceiverTest::act(const QString &verb, const QString &rest)
-{
-    if (verb == "call"_L1) {
-        call(rest.section(u' ', 0, 0), rest.section(u' ', 1));
+    const QString verb = line.section(u' ', 0, 0);
+    const QString rest = line.section(u' ', 1);
+    const QString first = rest.section(u' ', 0, 0);
+    const QString others = rest.section(u' ', 1);
+    if (verb == "receive"_L1 || verb == "given"_L1) {
+        receive(rest);
+    } else if (line == "call processReceivedConfigFile"_L1) {
+        manager->processReceivedConfigFile();
+    } else if (line == "call processReceivedMenuFile"_L1) {
+        manager->processReceivedMenuFile();
+    } else if (line.startsWith("call CleanUpMenuDirectory "_L1)) {
+        manager->CleanUpMenuDirectory(others);
+    } else if (line.startsWith("call DecompressMenuFile "_L1)) {
+        manager->DecompressMenuFile(others);
+    } else if (verb == "call"_L1) {
+        call(first, others);
     } else if (verb == "send"_L1) {
         send(rest.split(u' '));
+    } else if (verb == "shell"_L1) {
+        runShell(rest);
+    } else if (verb == "tools"_L1) {
+        runShell(
+            u"for _ in $(seq 1000); do [ \"$(grep -cs . tools)\" = 2 ] && break; sleep 0.01; done; "
+            "sort tools | tr '\\t' ' '; rm tools"_s);
+    } else if (verb == "read-only"_L1) {
+        m_readOnly = std::make_unique<ServiceTree::ReadOnly>(first.toUtf8());
+    } else if (verb == "program"_L1) {
+        replaceProgram(first, others.toUtf8());
+    } else if (verb == "refuse"_L1) {
+        FakeCanDevice::behaviour.writeError = rest;
     } else if (verb == "restart"_L1) {
         stopReceiver();
         startReceiver();
     } else {
-        receive(rest);
+        return false;
     }
+    return true;
 }
 
 /// The values that the fields named in the beginning of \a fields have.
@@ -111,6 +176,22 @@ void ReceiverTest::call(const QString &slot, const QString &frame)
                                        Qt::DirectConnection,
                                        Q_ARG(QCanBusFrame, EventLog::frame(frame))),
              qPrintable(slot));
+}
+
+/// By way of popen(), as qemu-arm does not know the clone() that QProcess makes.
+void ReceiverTest::runShell(const QString &script)
+{
+    const QString command = u"cd %1; %2"_s.arg(ServiceTree::path(""), script);
+    std::FILE *const output = popen(command.toUtf8().constData(), "r");
+    QVERIFY(output);
+    QFile lines;
+    QVERIFY(lines.open(output, QIODevice::ReadOnly));
+    const QStringList printed = EventLog::transcript(QString::fromUtf8(lines.readAll()));
+    for (const QString &line : printed)
+        EventLog::add(line);
+    lines.close();
+    if (const int status = pclose(output); status != 0)
+        EventLog::add(u"exit status %1"_s.arg(status));
 }
 
 /// \a words: the slot, its numbers, and the payload after a #.
@@ -192,7 +273,8 @@ void ReceiverTest::checkSandbox()
 {
     const QString reason = ServiceTree::unsafe();
     QVERIFY2(reason.isEmpty(), qUtf8Printable(reason));
-    qputenv("DOCKHAND_STAND_IN_LOG", QFile::encodeName(QDir::current().filePath(u"stand-ins"_s)));
+    qputenv("DOCKHAND_STAND_IN_LOG", QFile::encodeName(ServiceTree::path("tools")));
+    qputenv("TZ", "Europe/Berlin"); // the board's own time zone does not matter
     m_path = qgetenv("PATH");
 }
 
@@ -211,10 +293,12 @@ void ReceiverTest::startReceiver()
 
 void ReceiverTest::stopReceiver()
 {
+    m_readOnly.reset();
     manager.reset();
     EventLog::stop();
     // The receiver keeps its device for good; a test executable has many receivers.
     device.reset();
+    QFile::remove(u"Unknown"_s); // the file of an unknown type
     qputenv("PATH", m_path);
     QDir(u"programs"_s).removeRecursively();
 }

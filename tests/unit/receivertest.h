@@ -10,7 +10,8 @@
 
 #include <memory>
 
-/// Gives each test a receiver on a fake CAN device, an empty service tree and an empty event log.
+/// Gives each test a receiver on a fake CAN device, an empty service tree and an empty event log,
+/// and plays the transcripts of the text file named after the executable.
 class ReceiverTest : public QObject
 {
     Q_OBJECT
@@ -28,7 +29,13 @@ protected:
     ///     receive FRAME...        the device delivers the frames in one signal
     ///     given FRAME...          the same, but what comes of it is not shown
     ///     call SLOT FRAME         calls a slot that takes a frame, past the dispatch
+    ///     call METHOD [PATH]      calls one of the methods that install files
     ///     send SLOT NUMBER... #PAYLOAD    calls one of the senders
+    ///     shell SCRIPT            runs in the service tree's root; its output comes with the events
+    ///     tools                   waits for both clock tools; their calls come, sorted
+    ///     read-only PATH          makes a directory there read-only until the test has ended
+    ///     program NAME SCRIPT     puts a shell script in the place of a program, likewise
+    ///     refuse REASON           the device takes no frames from now on
     ///     restart                 begins again with a new receiver and empty directories
     ///
     /// These say what is there, and all other lines what happens after the last that acts:
@@ -38,7 +45,9 @@ protected:
     ///     changed FIELD VALUE, FIELD VALUE...    all that the last line that acts has changed of
     ///                                            them, or "nothing"
     ///
-    /// Frames are written as EventLog::frame() reads them. A line that begins with # is comment.
+    /// Frames are written as EventLog::frame() reads them. A line that begins with # is a comment.
+    /// Lines "each VALUE | VALUE; VALUE | VALUE" let the others be played once for each group of
+    /// values, which stand for %1 and %2.
     void play(const QString &transcript) { play(Outside, transcript); }
     void play(Detail detail, const QString &transcript);
 
@@ -60,15 +69,23 @@ protected:
     KV_MultiPacket_Transfer &session() { return manager->multiPacketTransfer; }
 
 private:
-    static bool acts(const QString &verb);
-    void act(const QString &verb, const QString &rest);
+    void playOnce(Detail detail, const QStringList &transcript);
+    /// Whether \a line acts; if so, it has.
+    bool acts(const QString &line);
     void send(QStringList words);
+    static void runShell(const QString &script);
     QStringList valuesOf(const QStringList &fields) const;
 
     QByteArray m_path;
+    std::unique_ptr<ServiceTree::ReadOnly> m_readOnly;
 
 private slots:
     void initTestCase() { checkSandbox(); }
     void init() { startReceiver(); }
     void cleanup() { stopReceiver(); }
+
+    /// The file's transcripts. Each begins with its name, to which ": handlers" or ": everything"
+    /// adds the detail; its lines are indented.
+    void behaviour_data();
+    void behaviour();
 };

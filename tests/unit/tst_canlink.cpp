@@ -185,15 +185,6 @@ private slots:
         QCOMPARE(device->steps, expected);
     }
 
-    void initSetsReceiverParametersAndSerialPlaceholder()
-    {
-        play(uR"(
-            state infoParam1 1000, infoParam2 1000, infoParam3 60000, infoFrameLimit 63, infoFlag 1
-            state serialNumber NotReceived, serialNumberLength 0
-            state outputFileMode 0, transferInProgress false
-        )"_s);
-    }
-
     void initConfiguresTheDevice()
     {
         using Device = QCanBusDevice;
@@ -372,74 +363,6 @@ private slots:
         QCOMPARE(manager->canDevice, device.get());
     }
 
-    void framesAreRoutedByProtocolType()
-    {
-        play(Everything, uR"(
-            receive 0C004123#
-            debug |onFramesReceived: Frame: 0x "C004123" Payload: ""|
-            debug |onFramesReceived: Simple CAN Message|
-            info |onFramesReceived: Simple CAN Response Message|
-            warning |processP3CanResponse: Simple Response Frame sent to Dockhand:  291  - No Action|
-            receive 0C000000#
-            debug |onFramesReceived: Frame: 0x "C000000" Payload: ""|
-            debug |onFramesReceived: Simple CAN Message|
-            info |onFramesReceived: Simple CAN Command Message|
-            debug |processP3CanCommand: Received P3 Frame srcID:  0  destID:  0  interfaceID:  0 opID:  0|
-            warning |processP3CanCommand: Frame received by Shipwright on unhandled Interface ID: "0"|
-            receive 14000000#
-            debug |onFramesReceived: Frame: 0x "14000000" Payload: ""|
-            info |onFramesReceived: Config File Transfer CAN Message|
-            warning |processP5CanMessage: Config File P5 Message Frame sent to Dockhand  - No Action|
-            receive 18000000#
-            debug |onFramesReceived: Frame: 0x "18000000" Payload: ""|
-            info |onFramesReceived: Multipacket CAN Message|
-            debug |processP6CanCommand: Received P6 Frame srcID:  0  destID:  0  p6Type:  0 cmdResp:  0|
-            receive 00000123#
-            debug |onFramesReceived: Frame: 0x "123" Payload: ""|
-            warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  0|
-            receive 04000000#
-            debug |onFramesReceived: Frame: 0x "4000000" Payload: ""|
-            warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  1|
-            receive 0BFFFFFF#
-            debug |onFramesReceived: Frame: 0x "BFFFFFF" Payload: ""|
-            warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  2|
-            receive 1000ABCD#010AFF
-            debug |onFramesReceived: Frame: 0x "1000ABCD" Payload: "01-0A-FF"|
-            warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  4|
-            receive 1FFFFFFF#
-            debug |onFramesReceived: Frame: 0x "1FFFFFFF" Payload: ""|
-            warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  7|
-            # An error frame has the identifier 0.
-            receive 0F1A02C0#E
-            debug |onFramesReceived: Frame: 0x "0" Payload: ""|
-            warning |onFramesReceived: Unhanlded Protocol Type CAN Message:  0|
-        )"_s);
-        QCOMPARE(device->framesAvailable(), 0);
-    }
-
-    void burstIsHandledInOneCallInOrder()
-    {
-        play(Everything, uR"(
-            receive 14000000#01 0F1A02C0#A55A 14000000#02
-            debug |onFramesReceived: Frame: 0x "14000000" Payload: "01"|
-            info |onFramesReceived: Config File Transfer CAN Message|
-            warning |processP5CanMessage: Config File P5 Message Frame sent to Dockhand  - No Action|
-            debug |onFramesReceived: Frame: 0x "F1A02C0" Payload: "A5-5A"|
-            debug |onFramesReceived: Simple CAN Message|
-            info |onFramesReceived: Simple CAN Command Message|
-            debug |processP3CanCommand: Received P3 Frame srcID:  24  destID:  26  interfaceID:  11 opID:  0|
-            debug |processP3CanCommand: Dockhand received frame on the Shipwright interface|
-            info |processP3CanCommand: Start Config Writing Command Received|
-            display "Connected to Shipwright" on "Waiting for transfer" on 0 on
-            debug |sendP3ResposesMessage: src:  26  dest:  24  slotNum:  0  responseNum:  0 frameId:  "f584000"|
-            sent 0F584000#5AA5
-            debug |writeFrame: Frame sent with ID: "f584000"|
-            debug |onFramesReceived: Frame: 0x "14000000" Payload: "02"|
-            info |onFramesReceived: Config File Transfer CAN Message|
-            warning |processP5CanMessage: Config File P5 Message Frame sent to Dockhand  - No Action|
-        )"_s);
-    }
-
     void frameQueuedMeanwhileIsHandledInTheSameCall()
     {
         FakeCanDevice::behaviour.onWrite = [this](const QCanBusFrame &) {
@@ -485,30 +408,6 @@ private slots:
             critical |canFrameError: CAN Error QCanBusDevice::OperationError|
         )"_s));
         QCOMPARE(device->framesAvailable(), 1);
-    }
-
-    /// A response's number has 10 bits, an event's 14.
-    void responsesEventsAndP5MessagesAreLoggedOnly()
-    {
-        play(Everything, uR"(
-            call processP3CanResponse 0F584123#010203
-            warning |processP3CanResponse: Simple Response Frame sent to Dockhand:  291  - No Action|
-            changed nothing
-            call processP3CanResponse 0FFF7C00#
-            warning |processP3CanResponse: Simple Response Frame sent to Dockhand:  0  - No Action|
-            call processP3CanResponse 0C0043FF#
-            warning |processP3CanResponse: Simple Response Frame sent to Dockhand:  1023  - No Action|
-            call processP3CanEvent 0F583FFF#010203
-            warning |processP3CanEvent: Simple Event Frame sent to Dockhand:  16383  - No Action|
-            changed nothing
-            call processP3CanEvent 0FFFC000#
-            warning |processP3CanEvent: Simple Event Frame sent to Dockhand:  0  - No Action|
-            call processP3CanEvent 0C002123#
-            warning |processP3CanEvent: Simple Event Frame sent to Dockhand:  8483  - No Action|
-            call processP5CanMessage 15554321#0102030405060708
-            warning |processP5CanMessage: Config File P5 Message Frame sent to Dockhand  - No Action|
-            changed nothing
-        )"_s);
     }
 
     void filteredLevelsEvaluateNothing()

@@ -1,74 +1,57 @@
 #include "kv_multipacket_transfer.h"
 
-#include <QMetaProperty>
 #include <QTest>
 
 #include <algorithm>
-#include <type_traits>
+#include <tuple>
 
 /// The transfer session record.
 class tst_kv_multipacket_transfer : public QObject
 {
     Q_OBJECT
 
+private:
+    using Record = KV_MultiPacket_Transfer;
+    using Flag = decltype(Record::infoFlag);
+    static_assert(sizeof(Flag) == 1);
+
+    /// In the order of their declaration.
+    static constexpr std::tuple<
+        QFile Record::*, QString Record::*, quint32 Record::*, quint32 Record::*, bool Record::*,
+        quint32 Record::*, quint32 Record::*, quint32 Record::*, quint32 Record::*, Flag Record::*,
+        quint32 Record::*, quint32 Record::*, qint32 Record::*, QByteArray Record::*,
+        quint32 Record::*, quint32 Record::*, QByteArray Record::*, QByteArray Record::*>
+        fields{&Record::outputFile,      &Record::outputFilePath,     &Record::fileSize,
+               &Record::fileType,        &Record::transferInProgress, &Record::infoParam1,
+               &Record::infoParam2,      &Record::infoParam3,         &Record::infoFrameLimit,
+               &Record::infoFlag,        &Record::numberOfBlocks,     &Record::currentBlockNumber,
+               &Record::blockDataLength, &Record::blockBuffer,        &Record::expectedFrameNumber,
+               &Record::framesToFollow,  &Record::auxBuffer1,         &Record::auxBuffer2};
+
 private slots:
-    void fieldsHaveTheirTypes()
+    void fieldsStandInOrder()
     {
-        using Record = KV_MultiPacket_Transfer;
-        static_assert(std::is_base_of_v<QObject, Record>);
-        static_assert(std::is_same_v<decltype(Record::outputFile), QFile>);
-        static_assert(std::is_same_v<decltype(Record::outputFilePath), QString>);
-        static_assert(std::is_same_v<decltype(Record::fileSize), quint32>);
-        static_assert(std::is_same_v<decltype(Record::fileType), quint32>);
-        static_assert(std::is_same_v<decltype(Record::transferInProgress), bool>);
-        static_assert(std::is_same_v<decltype(Record::infoParam1), quint32>);
-        static_assert(std::is_same_v<decltype(Record::infoParam2), quint32>);
-        static_assert(std::is_same_v<decltype(Record::infoParam3), quint32>);
-        static_assert(std::is_same_v<decltype(Record::infoFrameLimit), quint32>);
-        static_assert(sizeof(Record::infoFlag) == 1);
-        static_assert(std::is_same_v<decltype(Record::numberOfBlocks), quint32>);
-        static_assert(std::is_same_v<decltype(Record::currentBlockNumber), quint32>);
-        static_assert(std::is_same_v<decltype(Record::blockDataLength), qint32>);
-        static_assert(std::is_same_v<decltype(Record::blockBuffer), QByteArray>);
-        static_assert(std::is_same_v<decltype(Record::expectedFrameNumber), quint32>);
-        static_assert(std::is_same_v<decltype(Record::framesToFollow), quint32>);
-        static_assert(std::is_same_v<decltype(Record::auxBuffer1), QByteArray>);
-        static_assert(std::is_same_v<decltype(Record::auxBuffer2), QByteArray>);
+        const Record record;
+        const auto addresses = std::apply(
+            [&record](auto... field) { return QList<const void *>{&(record.*field)...}; }, fields);
+        QVERIFY(std::is_sorted(addresses.cbegin(), addresses.cend()));
     }
 
     void fieldsAreEmptyAndZeroAtFirst()
     {
-        const KV_MultiPacket_Transfer record;
-        QVERIFY(!record.outputFile.isOpen());
-        for (const QString &text : {record.outputFile.fileName(), record.outputFilePath})
-            QCOMPARE(text, QString());
-        for (const QByteArray &buffer : {record.blockBuffer, record.auxBuffer1, record.auxBuffer2})
-            QCOMPARE(buffer, QByteArray());
-        for (const quint32 number :
-             {record.fileSize, record.fileType, record.infoParam1, record.infoParam2,
-              record.infoParam3, record.infoFrameLimit, quint32(record.infoFlag),
-              record.numberOfBlocks, record.currentBlockNumber, quint32(record.blockDataLength),
-              record.expectedFrameNumber, record.framesToFollow})
-            QCOMPARE(number, 0u);
-        QVERIFY(!record.transferInProgress);
-    }
-
-    void fieldsStandInOrder()
-    {
-        const KV_MultiPacket_Transfer r;
-        const QList<const void *> fields{
-            &r.outputFile,      &r.outputFilePath,     &r.fileSize,
-            &r.fileType,        &r.transferInProgress, &r.infoParam1,
-            &r.infoParam2,      &r.infoParam3,         &r.infoFrameLimit,
-            &r.infoFlag,        &r.numberOfBlocks,     &r.currentBlockNumber,
-            &r.blockDataLength, &r.blockBuffer,        &r.expectedFrameNumber,
-            &r.framesToFollow,  &r.auxBuffer1,         &r.auxBuffer2};
-        QVERIFY(std::is_sorted(fields.cbegin(), fields.cend()));
+        const Record record;
+        const auto isInitial = [](const auto &value) {
+            if constexpr (std::is_same_v<decltype(value), const QFile &>)
+                return !value.isOpen() && value.fileName().isEmpty();
+            else
+                return value == std::decay_t<decltype(value)>{};
+        };
+        std::apply([&](auto... field) { QVERIFY((isInitial(record.*field) && ...)); }, fields);
     }
 
     void metaObjectHasNothingOfItsOwn()
     {
-        const QMetaObject &meta = KV_MultiPacket_Transfer::staticMetaObject;
+        const QMetaObject &meta = Record::staticMetaObject;
         QCOMPARE(meta.className(), "KV_MultiPacket_Transfer");
         QCOMPARE(meta.superClass(), &QObject::staticMetaObject);
         QCOMPARE(meta.methodCount(), meta.methodOffset());
@@ -79,16 +62,16 @@ private slots:
     void constructorTakesAParent()
     {
         QObject parent;
-        const auto *const record = new KV_MultiPacket_Transfer(&parent);
+        const auto *const record = new Record(&parent);
         QCOMPARE(record->parent(), &parent);
-        QCOMPARE(KV_MultiPacket_Transfer().parent(), nullptr);
+        QCOMPARE(Record().parent(), nullptr);
     }
 
     void destructionClosesTheFile()
     {
         QFile file(QStringLiteral("received"));
         {
-            KV_MultiPacket_Transfer record;
+            Record record;
             record.outputFile.setFileName(file.fileName());
             QVERIFY(record.outputFile.open(QIODevice::WriteOnly));
             QCOMPARE(record.outputFile.write("held back"), 9);
