@@ -62,25 +62,19 @@ private:
     }
 
 private slots:
-    void logsHowItConnects_data()
-    {
-        QTest::addColumn<QString>("locale");
-        // With a catalogue and without one: nothing is said of either.
-        QTest::newRow("en_US") << u"en_US.UTF-8"_s;
-        QTest::newRow("de_DE") << u"de_DE.UTF-8"_s;
-    }
-
+    /// With a catalogue for the language or without one: nothing is said of either.
     void logsHowItConnects()
     {
-        QFETCH(QString, locale);
-        ReceiverProcess receiver;
-        receiver.setVariable(u"LC_ALL"_s, locale);
-        QVERIFY(receiver.start());
-        ServiceTool tool;
-        QCOMPARE(tool.request("0F1A02C0#A55A"), "0F584000#5AA5"); // the event loop runs
-        QCOMPARE(receiver.log().mid(0, 3),
-                 (QByteArrayList{connecting, stateConnecting, stateConnected}));
-        QVERIFY(receiver.log().at(3).startsWith("debug|default|onFramesReceived: "));
+        for (const QString &locale : {u"en_US.UTF-8"_s, u"de_DE.UTF-8"_s}) {
+            ReceiverProcess receiver;
+            receiver.setVariable(u"LC_ALL"_s, locale);
+            QVERIFY(receiver.start());
+            ServiceTool tool;
+            QCOMPARE(tool.request("0F1A02C0#A55A"), "0F584000#5AA5"); // the event loop runs
+            QCOMPARE(receiver.log().mid(0, 3),
+                     (QByteArrayList{connecting, stateConnecting, stateConnected}));
+            QVERIFY(receiver.log().at(3).startsWith("debug|default|onFramesReceived: "));
+        }
     }
 
     void sendsNothingByItself()
