@@ -40,11 +40,14 @@ struct Fault
     bool lasting = false;
 };
 
-QString compare(QLatin1StringView what, const QByteArray &actual, const QByteArray &expected)
+QString compare(const QByteArray &path, const QByteArray &expected)
 {
+    const QByteArray actual = ServiceTree::read(path);
     if (actual == expected)
         return {};
-    return u"%1: %2 bytes instead of %3; "_s.arg(what).arg(actual.size()).arg(expected.size());
+    return u"%1: %2 bytes instead of %3; "_s.arg(QString::fromLatin1(path))
+        .arg(actual.size())
+        .arg(expected.size());
 }
 
 QString withEvents(const QString &complaint, const QStringList &events)
@@ -109,7 +112,7 @@ QString repeatConfig(StartedReceiver &receiver)
     if (!answersIn(events).contains(acceptanceOf(nextConfig)))
         complaint += u"no acceptance; "_s;
     for (const char *place : {factoryConfig, backupConfig, liveConfig})
-        complaint += compare(QLatin1StringView(place), ServiceTree::read(place), nextConfig);
+        complaint += compare(place, nextConfig);
     for (const char *directory :
          {"application/factory/main", "application/backup/main", "application/main"}) {
         if (ServiceTree::list(directory) != QStringList{u"systemConfig.json"_s})
@@ -125,7 +128,7 @@ QString configLeftBehind()
     for (const char *place : {backupConfig, liveConfig}) {
         const QByteArray content = ServiceTree::read(place);
         if (content != oldConfig && content != "(no file)")
-            complaint += compare(QLatin1StringView(place), content, firstConfig);
+            complaint += compare(place, firstConfig);
     }
     return complaint;
 }
@@ -159,8 +162,7 @@ QString judgeSerial(const QStringList &events)
 QString repeatSerial(StartedReceiver &receiver)
 {
     const QStringList events = receiver.receive(ToolFrames::setSerialNumber("NEXT7"));
-    QString complaint = compare(QLatin1StringView(serialNumber), ServiceTree::read(serialNumber),
-                                "NEXT7\n");
+    QString complaint = compare(serialNumber, "NEXT7\n");
     if (answersIn(events) != QStringList{u"0F584000#"_s})
         complaint += u"answers; "_s;
     return withEvents(complaint, events);
@@ -179,25 +181,16 @@ QString serialLeftBehind()
 
 QByteArray menuArchive;
 
-struct MenuDirectory
-{
-    QByteArray path;
-
-    QByteArray below(const char *name) const { return path + name; }
-    QByteArray read(const char *name) const { return ServiceTree::read(below(name).constData()); }
-};
-
-const MenuDirectory menuDirectories[] = {
-    {"application/factory/menu/"}, {"application/backup/menu/"}, {"application/menu/"}};
+const QByteArray menuDirectories[] = {"application/factory/menu/", "application/backup/menu/",
+                                      "application/menu/"};
 
 void prepareMenu()
 {
     ServiceTree::reset();
-    for (const MenuDirectory &directory : menuDirectories) {
-        for (const char *name : {"menu.db", "menu.json", "images.tar", "menu.tar"})
-            ServiceTree::write(directory.below(name).constData(), "old");
-        QDir().mkpath(ServiceTree::path(directory.below("images/deep").constData()));
-        ServiceTree::write(directory.below("images/deep/old.png").constData(), "old");
+    for (const QByteArray &directory : menuDirectories) {
+        for (const char *name :
+             {"menu.db", "menu.json", "images.tar", "menu.tar", "images/deep/old.png"})
+            ServiceTree::write(directory + name, "old");
     }
 }
 
@@ -213,8 +206,8 @@ QString judgeMenu(const QStringList &events)
     QString complaint;
     if (answersIn(events).constLast() != "0F584000#5AA5"_L1)
         complaint += u"no handshake; "_s;
-    for (const MenuDirectory &directory : menuDirectories) {
-        if (directory.read("menu.json") != "{\"menu\": 2}" && !complainsIn(events))
+    for (const QByteArray &directory : menuDirectories) {
+        if (ServiceTree::read(directory + "menu.json") != "{\"menu\": 2}" && !complainsIn(events))
             complaint += u"incomplete, and nothing in the log; "_s;
     }
     return withEvents(complaint, events);
@@ -224,15 +217,14 @@ QString repeatMenu(StartedReceiver &receiver)
 {
     const QStringList events = downloadMenu(receiver);
     QString complaint;
-    for (const MenuDirectory &directory : menuDirectories) {
-        complaint += compare("menu.tar"_L1, directory.read("menu.tar"), menuArchive);
-        complaint += compare("menu.json"_L1, directory.read("menu.json"), "{\"menu\": 2}");
-        complaint += compare("menu.db"_L1, directory.read("menu.db"), "database");
-        complaint += compare("image"_L1, directory.read("images/new.png"), QByteArray(300, 'p'));
-        if (ServiceTree::list(directory.path.constData())
+    for (const QByteArray &directory : menuDirectories) {
+        complaint += compare(directory + "menu.tar", menuArchive);
+        complaint += compare(directory + "menu.json", "{\"menu\": 2}");
+        complaint += compare(directory + "menu.db", "database");
+        complaint += compare(directory + "images/new.png", QByteArray(300, 'p'));
+        if (ServiceTree::list(directory)
                 != QStringList{u"images/"_s, u"menu.db"_s, u"menu.json"_s, u"menu.tar"_s}
-            || ServiceTree::list(directory.below("images").constData())
-                != QStringList{u"new.png"_s})
+            || ServiceTree::list(directory + "images") != QStringList{u"new.png"_s})
             complaint += u"litter; "_s;
     }
     return withEvents(complaint, events);
@@ -290,18 +282,13 @@ private slots:
         if (const QString reason = ServiceTree::unsafe(); !reason.isEmpty())
             qFatal("%s", qUtf8Printable(reason));
 
-        QVERIFY(QDir().mkpath(u"archive/images"_s));
-        const auto write = [](const QString &name, const QByteArray &content) {
-            QFile file(u"archive/"_s + name);
-            return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-        };
-        QVERIFY(write(u"menu.json"_s, "{\"menu\": 2}"));
-        QVERIFY(write(u"menu.db"_s, "database"));
-        QVERIFY(write(u"images/new.png"_s, QByteArray(300, 'p')));
-        QCOMPARE(QProcess::execute(u"tar"_s,
-                                   {u"-b1"_s, u"-cf"_s, u"menu.tar"_s, u"-C"_s, u"archive"_s,
-                                    u"menu.json"_s, u"menu.db"_s, u"images"_s}),
-                 0);
+        const QString script = uR"(mkdir archive archive/images
+            cd archive
+            printf '{"menu": 2}' > menu.json
+            printf database > menu.db
+            printf p%.0s $(seq 300) > images/new.png
+            tar -b1 -cf ../menu.tar menu.json menu.db images)"_s;
+        QCOMPARE(QProcess::execute(u"sh"_s, {u"-ec"_s, script}), 0);
         QFile archive(u"menu.tar"_s);
         QVERIFY(archive.open(QIODevice::ReadOnly));
         menuArchive = archive.readAll();
@@ -397,7 +384,7 @@ private slots:
         QFETCH(const QByteArray, place);
         QFETCH(const QString, answer);
         ServiceTree::reset();
-        const ServiceTree::SmallFileSystem small(place.constData(), 8192);
+        const ServiceTree::SmallFileSystem small(place, 8192);
         StartedReceiver receiver;
 
         const QStringList events = receiver.receive(
@@ -406,7 +393,7 @@ private slots:
         QVERIFY(complainsIn(events));
         // Half a copy is none.
         if (place != "application/factory/main")
-            QCOMPARE(ServiceTree::list(place.constData()), QStringList());
+            QCOMPARE(ServiceTree::list(place), QStringList());
         QCOMPARE(repeatConfig(receiver), QString());
     }
 
@@ -434,13 +421,12 @@ private slots:
         prepareConfig();
         StartedReceiver receiver;
         {
-            const ServiceTree::ReadOnly readOnly(place.constData());
+            const ServiceTree::ReadOnly readOnly(place);
             const QStringList events = downloadConfig(receiver);
             QVERIFY2(answersIn(events).value(6).startsWith(answer), qPrintable(listed(events)));
             QVERIFY(complainsIn(events));
-            const char *const kept = place.isEmpty() ? "application/main" : place.constData();
-            QCOMPARE(ServiceTree::read((kept + QByteArray("/systemConfig.json")).constData()),
-                     oldConfig);
+            const QByteArray kept = place.isEmpty() ? "application/main" : place;
+            QCOMPARE(ServiceTree::read(kept + "/systemConfig.json"), oldConfig);
             QCOMPARE(answersIn(receiver.receive(ToolFrames::setSerialNumber("SHORT"))),
                      QStringList{serialAnswer});
         }
