@@ -36,7 +36,7 @@ Canvas {
 
         ctx.clearRect(0, 0, width, height)
 
-        // The track ends a little past the full turn: no gap shows where it meets the fill.
+        // The track overlaps the fill a little, so that there is no gap.
         ctx.beginPath()
         ctx.strokeStyle = trackColor
         ctx.lineWidth = d.pwidth

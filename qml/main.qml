@@ -5,8 +5,8 @@ import QtQuick.Controls 2.12
 ApplicationWindow {
     id: mainWindow
 
-    // Not every platform makes FullScreen the size of the screen: the window starts with it.
-    // Window is attached to an item, since Qt 6.11 warns of it at a window.
+    // Some platforms do not resize a FullScreen window: it starts with the screen's size. Window is
+    // attached to an item, because Qt 6.11 warns if it is attached to a window.
     width: visible ? contentItem.Window.width : Screen.width
     height: visible ? contentItem.Window.height : Screen.height
     visibility: Window.FullScreen

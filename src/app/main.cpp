@@ -12,7 +12,7 @@
 
 int main(int argc, char *argv[])
 {
-    // One heap for all: that of the thread which loads QML would grow page by page.
+    // One heap for all threads: the QML loader's own heap would grow page by page.
     mallopt(M_ARENA_MAX, 1);
 
     QGuiApplication app(argc, argv);

@@ -9,14 +9,14 @@
 #include <QString>
 
 /// The receiving side of the service link: opens the CAN interface "can0", answers the service
-/// tool's messages, stores and installs what it sends, and tells the display what goes on.
+/// tool's messages, stores and installs the files that it sends, and reports progress to the
+/// display.
 ///
 /// Everything happens in the thread that owns the object. Each handler runs to completion before
-/// the next frame is read. Identifiers and payloads are described in wire.h, the places of files
-/// in paths.h.
+/// the next frame is read. wire.h describes identifiers and payloads, paths.h the places of files.
 ///
-/// No handler throws or returns a result: a failure is logged and, where the protocol has an
-/// answer for it, answered on the bus.
+/// No handler throws or returns a result: a failure is logged and, if the protocol has an answer
+/// for it, answered on the bus.
 class CanBusManager : public QObject
 {
     Q_OBJECT
@@ -27,7 +27,7 @@ public:
     /// Closes an output file that is still open. Neither disconnects nor deletes the CAN device.
     ~CanBusManager() override;
 
-    QCanBusDevice *canDevice = nullptr;          ///< created by init(), kept to the end
+    QCanBusDevice *canDevice = nullptr;          ///< created by init(), never deleted
     KV_MultiPacket_Transfer multiPacketTransfer; ///< the P6 transfer session
     QString serialNumber;                        ///< assembled so far; "NotReceived" after init()
     quint32 serialNumberLength = 0;              ///< its announced length in bytes, 0 to 255
@@ -46,39 +46,39 @@ public:
     /// "Package" (3), otherwise "Unknown".
     QString getFileTypeString(quint32 fileType);
 
-    /// The path at which a file of type \a fileType lands; for an unknown code the bare word
-    /// "Unknown", a name in the working directory.
+    /// The path of a received file of type \a fileType; for an unknown code "Unknown", which is a
+    /// name in the working directory.
     QString getFilePathString(quint32 fileType);
 
     /// CRC-32 (IEEE 802.3, that of zlib) of the \a length bytes of \a data from index \a offset.
-    /// 0 for a length of 0 and for a range whose end exceeds 32 bits. What lies outside of
-    /// \a data is left out.
+    /// 0 for a length of 0 and for a range whose end exceeds 32 bits. The part of the range outside
+    /// of \a data is left out.
     quint32 CalculateCRC32(QByteArray data, long offset, quint32 length);
 
-    /// CRC-32 of up to \a length bytes of the file \a path from byte \a offset; of fewer if the
-    /// file ends before. 0 if \a length is not positive, or if the file cannot be opened or
-    /// positioned (logged).
+    /// CRC-32 of \a length bytes of the file \a path from byte \a offset, or fewer at the end of
+    /// the file. 0 if \a length is not positive, or if the file cannot be opened or positioned
+    /// (logged).
     quint32 CalculateCRC32(QString path, long offset, long length);
 
     /// Makes the received configuration file the live one: removes the live parameter file and
-    /// databases, then copies it to the backup and live places. Every step runs whatever
-    /// happened before; failures are logged.
+    /// databases, then copies it to the backup and live places. Failures are logged; every step
+    /// runs even if an earlier one failed.
     void processReceivedConfigFile();
 
-    /// Installs the received menu archive: clears the three menu directories, copies the archive
-    /// to the backup and live ones and unpacks it in each. Every step runs whatever happened
-    /// before; failures are logged. Blocks until `tar` has ended. No transfer calls it.
+    /// Installs the received menu archive: clears the three menu directories, copies the archive to
+    /// the backup and live ones and unpacks it in each. Failures are logged; every step runs even
+    /// if an earlier one failed. Blocks until `tar` has ended. No transfer calls it.
     void processReceivedMenuFile();
 
     /// Unpacks `menu.tar` of the directory \a dir, which ends in "/", into it.
     void DecompressMenuFile(QString dir);
 
-    /// Removes what an earlier menu left in \a dir, which ends in "/"; the archive itself stays.
+    /// Removes the files of an earlier menu in \a dir, which ends in "/", but not the archive.
     void CleanUpMenuDirectory(QString dir);
 
 signals:
-    /// What the display is to show: two lines of text and the progress as a fraction, 0.0 to
-    /// 1.0 = complete. Each emission replaces all six values.
+    /// The contents of the display: two lines of text and the progress, 0.0 to 1.0. Each emission
+    /// replaces all six values.
     void statusUpdated(QString actionName1_text, bool actionName1_visible, QString actionName2_text,
                        bool actionName2_visible, double progressInd_percent,
                        bool progressInd_visible);
@@ -98,14 +98,14 @@ private slots:
     void processP3CanCommand(QCanBusFrame frame);
     /// Logs only: the receiver sends no commands that could be answered.
     void processP3CanResponse(QCanBusFrame frame);
-    /// Logs only. An event looks like a command on the wire; nothing routes a frame here.
+    /// Logs only. Not called: an event's identifier cannot be told from a command's.
     void processP3CanEvent(QCanBusFrame frame);
     /// Logs only.
     void processP5CanMessage(QCanBusFrame frame);
     /// Calls the handler of a message from the service tool; others are dropped.
     void processP6CanMessage(QCanBusFrame frame);
 
-    // P3 senders (p3.cpp): every field is masked to its width, the payload \a data is sent as it is
+    // P3 senders (p3.cpp): every field is masked to its width; \a data is the payload
 
     void sendP3CommandMessage(quint32 src, quint32 dest, quint32 slotNum, quint32 interfaceId,
                               quint32 opId, const QByteArray &data);
@@ -118,8 +118,8 @@ private slots:
     /// Payload a5 5a, more is ignored. Answered with 5a a5, or with 186 and no payload.
     void processP3StartConfigResponse(QCanBusFrame frame);
     /// Payload: year - 2000, month, day, hour, minute, second in UTC, one byte each. Answered
-    /// with the same payload. An impossible time of day counts as midnight, an impossible date
-    /// or another size is answered with 186. Whether the clock could be set is not looked at.
+    /// with the same payload. An invalid time of day counts as midnight; an invalid date or another
+    /// size is answered with 186. Does not check whether the clock was set.
     void processP3SetDateTimeResponse(QCanBusFrame frame);
     /// Payload: length L of the serial number in bytes, then its first min(L, 7) bytes, UTF-8.
     /// Stores it when L is 7 or less. Answered with no payload.
@@ -154,7 +154,7 @@ private slots:
     /// found, 32 bits.
     void processP6TransferCompleteCommand(QCanBusFrame frame);
 
-    /// Sends a P6 message; every field is masked to its width, \a data is sent as it is.
+    /// Sends a P6 message; every field is masked to its width; \a data is the payload.
     void sendP6ResposesMessage(quint32 src, quint32 dest, quint32 p6Type, quint32 cmdResp,
                                quint32 responseNum, const QByteArray &data);
 

@@ -28,10 +28,10 @@ void removeIfPresent(const QString &path)
     }
 }
 
-/// Copies so that a power cut leaves under the new name the whole copy with its permissions, or
-/// none. QFile::copy() sets the permissions later, leaves files of ever new names behind, and goes
-/// by way of the temporary directory if it has to. What lies in the way of the copy is removed, not
-/// written to: it can be a link.
+/// Copies so that a power cut leaves either the whole copy with its permissions under the new name,
+/// or none. QFile::copy() sets the permissions later, leaves temporary files with new names behind,
+/// and may use the temporary directory. A file in the way of the copy is removed, not written to: it
+/// can be a link.
 bool copyDurably(const QString &source, const QString &destination)
 {
     const QFileInfo existing(destination);
@@ -60,7 +60,7 @@ bool copyDurably(const QString &source, const QString &destination)
     return false;
 }
 
-/// Replaces \a destination, a backup or the live file: the messages are the same for both.
+/// Replaces \a destination, a backup or the live file; both have the same messages.
 void refreshCopy(const QString &source, const QString &destination)
 {
     if (QFile::exists(destination) && !QFile::remove(destination))
@@ -112,7 +112,7 @@ quint32 CanBusManager::CalculateCRC32(QByteArray data, long offset, quint32 leng
     const auto begin = quint32(offset);
     if (begin + length <= begin || offset < 0 || offset >= data.size())
         return 0;
-    // In 64 bits: a length above 2 GiB does not fit a 32-bit qsizetype.
+    // 64 bits: a length above 2 GiB does not fit a 32-bit qsizetype.
     const auto available = std::min<qint64>(length, data.size() - offset);
     return quint32(crc32_z(0, reinterpret_cast<const Bytef *>(data.constData()) + offset,
                            z_size_t(available)));

@@ -6,7 +6,7 @@
 #include <QString>
 
 /// The P6 transfer session: plain data, read and written by the handlers of CanBusManager.
-/// Nothing is reset between transfers; each message overwrites the fields it carries.
+/// No field is reset between transfers; each message overwrites the fields that it carries.
 class KV_MultiPacket_Transfer : public QObject
 {
     Q_OBJECT

@@ -2,7 +2,7 @@
 
 #include <QLoggingCategory>
 
-/// All messages go to Qt's default category. The category macros (qCDebug and its siblings) do
-/// not evaluate what is streamed into a filtered message. Looked up once, the category costs a
-/// filtered message no call either: five of them stand on the way of each data frame.
+/// Qt's default category, which all messages use. The category macros (qCDebug and the others) do
+/// not evaluate the arguments of a filtered message. The category is looked up once, so a filtered
+/// message costs no call: each data frame passes five of them.
 inline const QLoggingCategory &logCategory = *QLoggingCategory::defaultCategory();

@@ -16,7 +16,7 @@ void CanBusManager::sendP3CommandMessage(quint32 src, quint32 dest, quint32 slot
                                          quint32 interfaceId, quint32 opId, const QByteArray &data)
 {
     const quint32 id = Wire::P3::commandId(src, dest, slotNum, interfaceId, opId);
-    // All three senders share the prefix, misspelt as it is: log readers know it.
+    // All three senders have this prefix; log readers depend on its spelling.
     qCDebug(logCategory) << "sendP3ResposesMessage: src: " << src << " dest: " << dest
                          << " slotNum: " << slotNum << " interfaceId: " << interfaceId
                          << " opId: " << opId << "frameId: " << QString::number(id, 16);
@@ -55,7 +55,7 @@ void CanBusManager::processP3CanCommand(QCanBusFrame frame)
 
     if ((destination != Wire::nodeDockhandAlt && destination != Wire::nodeDockhand)
         || source != Wire::nodeShipwright || interfaceId != Wire::P3::interfaceShipwright) {
-        // The number is the destination's, whichever of the three is wrong.
+        // The number logged is always the destination's.
         qCWarning(logCategory)
             << "processP3CanCommand: Frame received by Shipwright on unhandled Interface ID:"
             << QString::number(destination, 16);
@@ -114,7 +114,7 @@ void CanBusManager::processP3SetDateTimeResponse(QCanBusFrame frame)
     QDateTime dateTime;
     if (payload.size() == Wire::SetDateTime::size) {
         const auto byte = [&payload](qsizetype index) { return quint8(payload.at(index)); };
-        // QDateTime takes a valid date with an invalid time of day at midnight.
+        // QDateTime turns a valid date with an invalid time of day into midnight.
         dateTime = QDateTime(QDate(Wire::SetDateTime::epoch + byte(Wire::SetDateTime::year),
                                    byte(Wire::SetDateTime::month), byte(Wire::SetDateTime::day)),
                              QTime(byte(Wire::SetDateTime::hour), byte(Wire::SetDateTime::minute),
@@ -139,8 +139,8 @@ void CanBusManager::processP3SetDateTimeResponse(QCanBusFrame frame)
                           payload);
 }
 
-/// Writes the serial number to its file and shows it. \a handler opens the log messages.
-/// Returns the result code.
+/// Writes the serial number to its file and shows it. Log messages start with \a handler. Returns
+/// the result code.
 quint32 CanBusManager::storeSerialNumber(const char *handler)
 {
     QFile file(Paths::serialNumber);
@@ -177,7 +177,7 @@ void CanBusManager::processP3SetSerialResponse(QCanBusFrame frame)
         qCDebug(logCategory) << "processP3SetSerialResponse: received " << count << "bytes of "
                              << serialNumberLength << ": rcvSerialNumber " << serialNumber;
     }
-    // A short number is stored whether or not the frame held it.
+    // A short number is stored even if the frame did not hold it.
     if (serialNumberLength <= Wire::SetSerial::textMax)
         result = storeSerialNumber("processP3SetSerialResponse");
 

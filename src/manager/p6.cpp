@@ -149,8 +149,8 @@ void CanBusManager::processP6InitTransferCommand(QCanBusFrame frame)
         multiPacketTransfer.numberOfBlocks = numberAt(inData,
                                                       Wire::InitiateTransfer::numberOfRecords);
 
-        // A file still open from an unfinished transfer is closed by its new name, with a
-        // warning of Qt's own.
+        // setFileName() closes a file that an unfinished transfer left open, with a warning of
+        // Qt's.
         multiPacketTransfer.outputFile.setFileName(multiPacketTransfer.outputFilePath);
         if (multiPacketTransfer.outputFile.open(QIODevice::WriteOnly)) {
             qCInfo(logCategory) << "Successfully initialized output file:"
@@ -184,7 +184,7 @@ void CanBusManager::processP6RecordStartCommand(QCanBusFrame frame)
                              << "Current Block Number:" << multiPacketTransfer.currentBlockNumber;
     }
 
-    // A number of records of 0 makes this infinite or not a number, which the display can bear.
+    // 0 records give infinity or NaN, which the display accepts.
     const double progress = double(multiPacketTransfer.currentBlockNumber)
         / double(multiPacketTransfer.numberOfBlocks);
     emit statusUpdated(QStringLiteral("Receiving ")
@@ -202,7 +202,7 @@ void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
 
     if (frameNumber != multiPacketTransfer.expectedFrameNumber)
         return;
-    // Nothing outside of the announced record is written; its Record End reports the loss.
+    // Bytes outside of the announced record are dropped; Record End reports the loss.
     const qsizetype offset = frameNumber * Wire::DataFrame::size;
     if (payload.size() > Wire::DataFrame::size
         || offset + Wire::DataFrame::size > multiPacketTransfer.blockBuffer.size())
@@ -210,7 +210,7 @@ void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
 
     char *const out = multiPacketTransfer.blockBuffer.data() + offset;
     if (payload.size() == Wire::DataFrame::size)
-        std::memcpy(out, payload.constData(), Wire::DataFrame::size); // a known size: no call
+        std::memcpy(out, payload.constData(), Wire::DataFrame::size); // constant size: no call
     else
         std::memcpy(out, payload.constData(), size_t(payload.size()));
     multiPacketTransfer.blockDataLength -= qint32(Wire::DataFrame::size - payload.size());
@@ -219,7 +219,7 @@ void CanBusManager::processP6DataFrameCommand(QCanBusFrame frame)
 
 void CanBusManager::processP6RecordEndCommand(QCanBusFrame frame)
 {
-    // The handlers keep the length within the buffer; being public, it may still be anything.
+    // The handlers keep the length within the buffer, but the member is public.
     const quint32 length = quint32(std::clamp<qsizetype>(multiPacketTransfer.blockDataLength, 0,
                                                          multiPacketTransfer.blockBuffer.size()));
     const quint32 calculated = CalculateCRC32(multiPacketTransfer.blockBuffer, 0, length);
@@ -244,7 +244,7 @@ void CanBusManager::processP6RecordEndCommand(QCanBusFrame frame)
             }
         }
     }
-    // Refers to the constant: a record's answer needs no memory of its own.
+    // Refers to the constant: the answer allocates no memory.
     const QByteArray response = QByteArray::fromRawData(accepted ? &Wire::RecordEnd::accepted
                                                                  : &Wire::RecordEnd::rejected,
                                                         Wire::RecordEnd::responseSize);
@@ -262,7 +262,7 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
 
     const quint32 received = receivedCrc(frame.payload());
     if (multiPacketTransfer.outputFile.isOpen()) {
-        // What the service tool is told to be here must not go with the power.
+        // A file that is answered with success must survive a power cut.
         multiPacketTransfer.outputFile.flush();
         ::fsync(multiPacketTransfer.outputFile.handle());
         multiPacketTransfer.outputFile.close();
@@ -289,11 +289,11 @@ void CanBusManager::processP6TransferCompleteCommand(QCanBusFrame frame)
 
     QByteArray response(Wire::P6::crcSize, '\0');
     qToLittleEndian(calculated, response.data());
-    // The service tool gets its answer only when the installation has ended.
+    // Answer only after the installation.
     sendP6ResposesMessage(Wire::nodeDockhand, Wire::nodeShipwright, Wire::TransferComplete::type, 0,
                           result, response);
 
-    // Shown after a mismatch too: the display does not tell the two apart.
+    // Shown after a mismatch too.
     emit statusUpdated(title(), true, QStringLiteral("Done"), true, 1.0, true);
     multiPacketTransfer.transferInProgress = false;
 }

@@ -2,8 +2,8 @@
 
 #include <QLatin1StringView>
 
-/// The fixed places in the appliance's service file tree. Directories end in "/": file names
-/// are appended to them as they stand.
+/// The fixed places in the appliance's service tree. Directories end in "/", so that a file name
+/// can be appended.
 namespace Paths {
 
 inline constexpr QLatin1StringView serialNumber{"/media/service/korvane/serialNumber"};

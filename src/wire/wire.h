@@ -2,9 +2,9 @@
 
 #include <QtGlobal>
 
-/// What goes over the wire, message by message: where the fields lie in the 29-bit identifier and
-/// in the payload, then sizes and codes. Multi-byte numbers in payloads are little-endian; a
-/// payload's fields are byte offsets. Receiver and service tool share nothing else.
+/// The frames on the bus, message by message: the fields in the 29-bit identifier and in the
+/// payload, then sizes and codes. Numbers in payloads are little-endian; a payload's fields are
+/// byte offsets. Receiver and service tool share nothing else.
 namespace Wire {
 
 /// A run of bits in an identifier or a payload byte.
@@ -38,7 +38,7 @@ inline constexpr quint32 nodeDockhandAlt = 14; ///< second destination that the 
 inline constexpr quint32 resultSuccess = 0;   ///< accepted
 inline constexpr quint32 resultFailure = 186; ///< P3 command failed, or P6 CRC mismatch
 
-/// The three fields; every argument is masked to its field, here and in all that build on it.
+/// Packs the three fields. This and all functions based on it mask every argument to its field.
 constexpr quint32 nodesId(quint32 protocol, quint32 src, quint32 dest)
 {
     return protocolType.pack(protocol) | sourceNode.pack(src) | destinationNode.pack(dest);
@@ -110,7 +110,7 @@ namespace EndConfiguration {
 inline constexpr quint32 operation = 4;
 } // namespace EndConfiguration
 
-/// Identifiers of the multipacket file transfer, and what its messages have in common.
+/// Identifiers of the multipacket file transfer, and what its messages share.
 namespace P6 {
 inline constexpr Field type{12, 4};            ///< message type
 inline constexpr Field commandResponse{10, 1}; ///< 0 in everything sent
@@ -133,7 +133,7 @@ inline constexpr qsizetype fileType = 0; ///< one of FileType, 8 bits
 inline constexpr qsizetype version = 1;  ///< the byte that holds P6::versionField
 inline constexpr qsizetype fileSize = 2; ///< in bytes, 32 bits
 
-inline constexpr qsizetype minSize = 6; ///< what comes after it is ignored
+inline constexpr qsizetype minSize = 6; ///< more bytes are ignored
 inline constexpr quint32 type = 0;
 inline constexpr quint32 rejected = 29; ///< result: payload too short, or another version
 } // namespace TransferInfo
@@ -146,7 +146,7 @@ inline constexpr qsizetype parameter1 = 2; ///< 16 bits
 inline constexpr qsizetype parameter2 = 4; ///< 16 bits
 inline constexpr qsizetype parameter3 = 6; ///< 16 bits
 
-inline constexpr int flagShift = 1;               ///< the receiver flag in flags, all its bits
+inline constexpr int flagShift = 1;               ///< of the receiver flag in flags, not masked
 inline constexpr Field frameLimitHighField{0, 1}; ///< bit 8 of the limit, in flags
 inline constexpr qsizetype size = 8;              ///< exact
 } // namespace TransferInfoResponse
