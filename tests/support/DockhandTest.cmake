@@ -9,13 +9,13 @@ set(DOCKHAND_TEST_ENVIRONMENT
 # dockhand_add_test(NAME name SOURCES file... [LIBRARIES target...] [VIRTUALBUS]
 #                   [TIMEOUT seconds] [ENVIRONMENT name=value...])
 #
-# Makes one QtTest executable and registers it with ctest, which runs it inside the sandbox:
-# own /media, stand-ins for the clock tools, empty working directory. With VIRTUALBUS a virtual bus
-# takes the place of CAN. Cross-built tests run under the toolchain's emulator.
+# Adds a QtTest executable to ctest, which runs it in the sandbox: own /media, stand-ins for the
+# clock tools, empty working directory. With VIRTUALBUS a virtual bus replaces CAN. Cross-built
+# tests run under the toolchain's emulator.
 function(dockhand_add_test)
     cmake_parse_arguments(PARSE_ARGV 0 arg "VIRTUALBUS" "NAME;TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT")
     if(arg_UNPARSED_ARGUMENTS)
-        message(FATAL_ERROR "dockhand_add_test: what is ${arg_UNPARSED_ARGUMENTS}?")
+        message(FATAL_ERROR "dockhand_add_test: unknown argument ${arg_UNPARSED_ARGUMENTS}")
     endif()
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 60)
@@ -33,8 +33,8 @@ function(dockhand_add_test)
     dockhand_test_properties(${arg_NAME} ${arg_TIMEOUT} ${arg_ENVIRONMENT})
 endfunction()
 
-# dockhand_test_properties(NAME TIMEOUT [name=value...]): the environment of every test, for
-# tests that are not QtTest executables too. Each test is labelled with its folder.
+# dockhand_test_properties(NAME TIMEOUT [name=value...]): sets the environment of a test, and its
+# folder as its label.
 function(dockhand_test_properties name timeout)
     cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME label)
     set(unset QT_LOGGING_RULES QT_MESSAGE_PATTERN QT_PLUGIN_PATH QT_QUICK_BACKEND LANGUAGE

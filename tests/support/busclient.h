@@ -20,7 +20,7 @@ public:
     bool isConnected() const { return m_socket >= 0; }
     void leave();
 
-    /// Sends frames, as many as are given separated by blanks, in one go; waits for room.
+    /// Sends the frames, separated by blanks, in one write; waits for room.
     bool send(const QByteArray &frames);
     bool sendBytes(const QByteArray &bytes);
     /// Sends what there is room for; returns the number of bytes, 0 if there is none.
@@ -28,7 +28,7 @@ public:
 
     /// The next frame, or an empty string if none comes in time or the bus is gone.
     QByteArray receive(int timeoutMs = 5000);
-    /// True if no frame comes within a time in which every frame under way has arrived.
+    /// True if no frame comes in a time that is long enough for every frame on its way.
     bool isSilent() { return receive(200).isEmpty(); }
 
     static can_frame parse(const QByteArray &text);

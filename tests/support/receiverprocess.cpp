@@ -8,7 +8,7 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-// Written before there is a message pattern, by builds with QML debugging.
+// Builds with QML debugging write it before there is a message pattern.
 constexpr QByteArrayView qmlDebugging =
     "QML debugging is enabled. Only use this in a safe environment.";
 } // namespace
@@ -23,7 +23,7 @@ ReceiverProcess::ReceiverProcess(const QString &program, const QStringList &argu
     m_process.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
     setVariable(u"QT_MESSAGE_PATTERN"_s, u"%{type}|%{category}|%{message}"_s);
     setVariable(u"XDG_RUNTIME_DIR"_s, m_directory.path()); // only its owner may read it
-    // The receiver keeps its CAN device until the process ends; that is no leak.
+    // The receiver keeps its CAN device until the process ends: not a leak.
     setVariable(u"LSAN_OPTIONS"_s, u"detect_leaks=0"_s);
 }
 

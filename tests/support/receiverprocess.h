@@ -4,7 +4,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-/// The receiver as a process of its own, in a working directory of its own.
+/// The receiver as a separate process, in its own working directory.
 class ReceiverProcess
 {
 public:
@@ -13,19 +13,19 @@ public:
     ~ReceiverProcess();
 
     void setVariable(const QString &name, const QString &value);
-    /// Lets the receiver see an empty directory in the place of \a directory.
+    /// Hides \a directory from the receiver, which sees an empty one there.
     void hide(const QString &directory);
 
     /// Starts the receiver and waits until it is on the bus.
     bool start();
-    /// Starts a receiver that is expected to end by itself, and waits until it has.
+    /// Starts a receiver that must end by itself, and waits for its end.
     bool run();
     bool isRunning();
     pid_t processId() const { return pid_t(m_process.processId()); }
-    /// What the shell shows as the exit status; -1 after a crash.
+    /// The exit status; -1 after a crash.
     int exitCode() const;
 
-    /// What was logged: "level|category|text" in each line.
+    /// The log: "level|category|text" in each line.
     QByteArrayList log() const;
     bool waitForLog(const QByteArray &line);
     /// Whether Qt's first line, which log() leaves out, says that QML can be debugged.

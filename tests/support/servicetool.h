@@ -9,7 +9,7 @@ class ServiceTool : public BusClient
 public:
     using BusClient::BusClient;
 
-    /// Sends frames and returns the frame that comes in answer.
+    /// Sends frames and returns the next frame, the answer.
     QByteArray request(const QByteArray &frames) { return send(frames) ? receive() : QByteArray(); }
     QByteArray request(const ToolFrames::List &frames);
 };

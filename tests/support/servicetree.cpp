@@ -17,7 +17,7 @@ namespace {
 
 constexpr char root[] = "/media/service/korvane/";
 
-/// Tests cannot go on without their set-up.
+/// Tests cannot continue without their set-up.
 void require(bool done, const char *what)
 {
     if (!done)

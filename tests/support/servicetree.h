@@ -8,7 +8,7 @@
 /// The files below /media/service/korvane, for tests that run in the sandbox.
 namespace ServiceTree {
 
-/// Why it would not be safe to write to /media or to start the clock tools; empty in the sandbox.
+/// Why it is not safe to write to /media or to start the clock tools; empty in the sandbox.
 QString unsafe();
 
 /// Empties the tree and creates the directories that an appliance has.
@@ -27,7 +27,7 @@ QStringList openFiles();
 /// All files of the tree, as paths below the root, sorted.
 QByteArrayList files();
 
-/// Makes the directory \a path below the root read-only, for root too, as long as it lives.
+/// Makes the directory \a path below the root read-only, for root too, during its lifetime.
 class ReadOnly
 {
 public:
@@ -39,8 +39,8 @@ private:
     const QByteArray m_path;
 };
 
-/// Puts an empty file system with room for \a bytes (rounded up to pages) at the directory
-/// \a path below the root, as long as it lives.
+/// Mounts an empty file system of \a bytes (rounded up to pages) at the directory \a path below the
+/// root, during its lifetime.
 class SmallFileSystem
 {
 public:

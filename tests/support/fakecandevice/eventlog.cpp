@@ -37,7 +37,7 @@ void takeMessage(QtMsgType type, const QMessageLogContext &context, const QStrin
 
 } // namespace
 
-// Takes the place of the system call in the whole process.
+// Replaces the system call in the whole process.
 extern "C" void sync() noexcept
 {
     EventLog::add(u"sync"_s);

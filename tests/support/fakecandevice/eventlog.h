@@ -6,8 +6,8 @@
 
 #include <functional>
 
-/// All that reaches the outside, as lines of text in the order in which it happens, so that a
-/// test compares it with a literal transcript:
+/// All effects outside of the class, as lines of text in their order, to compare with a literal
+/// transcript:
 ///
 ///     debug |text|                              a log message of Qt's default category
 ///     warning(name) |text|                      one of another category
@@ -16,11 +16,11 @@
 ///     sync                                      a call of sync(), which is replaced by this line
 namespace EventLog {
 
-/// Begins with an empty log, and takes Qt's messages until stop().
+/// Starts an empty log, and collects Qt's messages until stop().
 void start();
 void stop();
 
-/// Is called with each line before it is added, until stop().
+/// Called with each line before it is added, until stop().
 inline std::function<void(const QString &line)> watcher;
 
 void add(const QString &line);
@@ -33,10 +33,10 @@ QStringList transcript(const QString &text);
 /// A frame as candump and cansend write it: eight digits of identifier for the extended format,
 /// three for the base format, and the payload. 0F1A02C0#E is an error frame of that identifier.
 QCanBusFrame frame(const QString &text);
-/// The same text of \a frame, followed by what an ordinary data frame does not have.
+/// The same text of \a frame, followed by properties that an ordinary data frame does not have.
 QString text(const QCanBusFrame &frame);
 
-/// To be connected to the display signal.
+/// Connect it to the display signal.
 void addDisplay(const QString &text1, bool visible1, const QString &text2, bool visible2,
                 double progress, bool progressVisible);
 

@@ -71,7 +71,7 @@ void FakeCanDevice::setConfigurationParameter(ConfigurationKey key, const QVaria
 bool FakeCanDevice::writeFrame(const QCanBusFrame &frame)
 {
     if (!behaviour.writeError.isEmpty()) {
-        // Without a signal, as a device that has no room does.
+        // No signal, like a device without room.
         const QSignalBlocker blocker(this);
         setError(behaviour.writeError, WriteError);
         return false;
@@ -108,7 +108,7 @@ void FakeCanDevice::connectNotify(const QMetaMethod &signal)
     note(u"connect "_s + QLatin1StringView(signal.name()));
 }
 
-/// Linked into the executable, it comes after Qt's own plugin of that key, and takes its place.
+/// Linked into the executable, it comes after Qt's plugin of that key and replaces it.
 class FakeCanPlugin : public QObject, public QCanBusFactory
 {
     Q_OBJECT

@@ -8,8 +8,8 @@
 #include <functional>
 #include <utility>
 
-/// A CAN device without a bus: the test delivers what is received, and finds what was written in
-/// the event log. A plugin in the test executable makes it for the key "socketcan".
+/// A CAN device without a bus: the test delivers the received frames, and finds the written ones in
+/// the event log. A plugin in the test executable creates it for the key "socketcan".
 class FakeCanDevice : public QCanBusDevice
 {
     Q_OBJECT
@@ -27,7 +27,7 @@ public:
         std::function<void(QString &step)> onStep;
     };
     static Behaviour behaviour;
-    /// Plugin and interface of every device asked for, as "plugin interface".
+    /// Plugin and interface of every device requested, as "plugin interface".
     static QStringList requests;
     /// The device created last.
     static FakeCanDevice *latest;
@@ -35,9 +35,9 @@ public:
     explicit FakeCanDevice(QString interfaceName);
     ~FakeCanDevice() override;
 
-    /// What was configured, in order.
+    /// The configuration parameters that were set, in order.
     QList<std::pair<ConfigurationKey, QVariant>> configuration;
-    /// What was asked of the device, in order: "info", "set KEY", "connect SIGNAL", "open".
+    /// The calls to the device, in order: "info", "set KEY", "connect SIGNAL", "open".
     mutable QStringList steps;
 
     /// Puts \a frames into the receive queue and signals them once.

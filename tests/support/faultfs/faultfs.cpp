@@ -32,7 +32,7 @@ std::array<bool, 1024> ours{}; // file descriptors of files below the root
 FaultFs::Control *map(const char *file, int flags)
 {
     using Open = int (*)(const char *, int, ...);
-    // Not by the functions below: they use the control block.
+    // Not with the functions below: they use the control block.
     static const auto openFile = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open"));
     const int fd = openFile(file, flags, 0600);
     if (fd < 0 || ftruncate(fd, sizeof(FaultFs::Control)) != 0)
@@ -53,7 +53,7 @@ Function real(const char *name)
 }
 #define REAL(name) static const auto next = real<decltype(&(name))>(#name)
 
-/// \a path as seen from the directory \a at; only what is needed to tell where it leads.
+/// \a path resolved from the directory \a at, as far as needed.
 std::string absolute(int at, const char *path)
 {
     if (!path || *path == '/')
@@ -76,7 +76,7 @@ bool isOurs(int fd)
     return fd >= 0 && size_t(fd) < ours.size() && ours[size_t(fd)];
 }
 
-/// Keeps the first path outside of the tree that the process is about to change.
+/// Notes the first path outside of the tree that the process is about to change.
 void watch(int at, const char *path)
 {
     FaultFs::Control &control = FaultFs::control();
@@ -88,7 +88,7 @@ void watch(int at, const char *path)
     name.copy(control.strayed, sizeof control.strayed - 1);
 }
 
-/// Counts an operation; the action to take on it.
+/// Counts an operation and returns the action to take.
 FaultFs::Action count()
 {
     FaultFs::Control &control = FaultFs::control();
@@ -106,7 +106,7 @@ FaultFs::Action count()
     std::abort();
 }
 
-/// For operations that cannot be done by half: whether this one fails; errno is set then.
+/// For operations that cannot be done by half: whether this one fails; then sets errno.
 bool fails()
 {
     switch (count()) {
@@ -207,7 +207,7 @@ OPEN_FUNCTION(open64)
 OPENAT_FUNCTION(openat)
 OPENAT_FUNCTION(openat64)
 
-// What a fortified program calls instead.
+// A fortified program calls these instead.
 int __open_2(const char *path, int flags)
 {
     return open(path, flags);

@@ -4,12 +4,12 @@
 #include <QCanBusFrame>
 #include <QList>
 
-/// What a service tool sends, as lists of frames that a test delivers, cuts and spoils.
+/// A service tool's messages as lists of frames, which a test can deliver, shorten and change.
 namespace ToolFrames {
 
 using List = QList<QCanBusFrame>;
 
-/// CRC-32 of \a data, by another way than the receiver's.
+/// CRC-32 of \a data, computed differently from the receiver's.
 quint32 crc32(const QByteArray &data);
 
 QCanBusFrame p3(quint32 operation, const QByteArray &payload, quint32 slot = 0);

@@ -26,7 +26,7 @@
 
 namespace {
 
-/// Bytes read from a participant at a time, and the least that a queue takes before it is full.
+/// Bytes read from a participant at once, and the least size at which a queue is full.
 constexpr std::size_t batchSize = 4096 * CAN_MTU;
 
 class Descriptor
@@ -63,13 +63,13 @@ bool wouldBlock()
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
 }
 
-/// Tells when the next frame may pass on a bus with a bit rate.
+/// When the next frame may pass on a bus with a bit rate.
 class Pace
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// A rate of 0 lets everything pass at once.
+    /// 0: no limit.
     explicit Pace(double bitRate)
         : m_bitRate(bitRate)
     {
@@ -78,7 +78,7 @@ public:
     bool isLimited() const { return m_bitRate > 0; }
     bool isBusy() const { return isLimited() && Clock::now() < m_busyUntil; }
 
-    /// How long to wait for something to happen; none means for as long as it takes.
+    /// How long to wait for an event; nothing: without limit.
     std::optional<Clock::duration> patience() const
     {
         if (!isLimited() || m_idle)
@@ -86,13 +86,14 @@ public:
         return std::max(m_busyUntil - Clock::now(), Clock::duration::zero());
     }
 
-    /// Nothing wanted to pass although the bus was free.
+    /// The bus was free and no frame waited.
     void setIdle() { m_idle = true; }
 
     void pass(const can_frame &frame)
     {
         const auto now = Clock::now();
-        // A frame that waited follows the one before it however late this process woke up.
+        // A frame that waited follows the one before it directly, however late this process woke
+        // up.
         const bool follows = !m_idle && now - m_busyUntil < std::chrono::milliseconds(5);
         const std::chrono::duration<double> time(bitsOf(frame) / m_bitRate);
         m_busyUntil = (follows ? m_busyUntil : now)
@@ -101,7 +102,7 @@ public:
     }
 
 private:
-    /// With the gap that follows it, without stuff bits.
+    /// With the interframe space, without stuff bits.
     static double bitsOf(const can_frame &frame)
     {
         const int overhead = frame.can_id & CAN_EFF_FLAG ? 67 : 47;
@@ -115,7 +116,7 @@ private:
     bool m_idle = true;
 };
 
-/// The bytes that wait for one participant, oldest first.
+/// The bytes to send to one participant, oldest first.
 class Queue
 {
 public:
@@ -125,7 +126,7 @@ public:
 
     void append(const char *bytes, std::size_t count)
     {
-        // Closing the gap only once it is the larger part keeps the cost of a byte constant.
+        // Removes sent bytes only when they are the larger part: constant cost per byte.
         if (m_sent > size()) {
             m_bytes.erase(m_bytes.begin(), m_bytes.begin() + std::ptrdiff_t(m_sent));
             m_sent = 0;
@@ -164,7 +165,7 @@ public:
     bool hasOutput() const { return !m_output.isEmpty(); }
     bool isFull() const { return m_output.size() >= batchSize; }
 
-    /// The whole frames among at most limit bytes that have arrived; valid until the next call.
+    /// The complete frames in at most limit received bytes; valid until the next call.
     std::pair<const char *, std::size_t> receive(std::size_t limit)
     {
         std::copy_n(m_input.data() + m_whole, m_rest, m_input.data());
@@ -194,7 +195,7 @@ public:
         if (count >= 0) {
             m_output.remove(std::size_t(count));
         } else if (!wouldBlock()) {
-            // It reads no more, but what it sent before may still wait to be read.
+            // It does not read any more, but its last frames may still be unread.
             m_output.clear();
         }
     }
@@ -202,7 +203,7 @@ public:
 private:
     const Descriptor m_socket;
     std::array<char, batchSize> m_input;
-    std::size_t m_whole = 0; ///< bytes of m_input that were handed out as whole frames
+    std::size_t m_whole = 0; ///< bytes of m_input that were returned as complete frames
     std::size_t m_rest = 0;  ///< bytes of a frame that is still incomplete, after them
     Queue m_output;
     bool m_gone = false;
@@ -273,11 +274,11 @@ private:
             events |= POLLOUT;
         if (!busy && mayRead(participant))
             events |= POLLIN;
-        // poll() reports a vanished peer even if nothing is asked for: leave it out altogether.
+        // poll() reports a closed peer even without events: leave it out.
         return {events ? participant.socket() : -1, events, 0};
     }
 
-    /// A sender waits while anyone else has no room for what it sends.
+    /// A sender waits while any other participant has no room.
     bool mayRead(const Participant &sender) const
     {
         return std::none_of(
@@ -297,7 +298,7 @@ private:
                 served = participant;
             }
         }
-        // Where frames pass singly the others are to have their turn first.
+        // With a bit rate, frames pass one by one: the others go first.
         if (served != m_participants.end())
             m_participants.splice(m_participants.end(), m_participants, served);
         acceptPending();
@@ -314,7 +315,7 @@ private:
             std::memcpy(&frame, bytes, sizeof frame);
             m_pace.pass(frame);
         }
-        // Whoever connected before these frames were sent is to have them.
+        // Participants that connected before these frames were sent must get them.
         acceptPending();
         for (Participant &other : m_participants) {
             if (&other != &sender)
@@ -363,7 +364,7 @@ int main(int argc, char **argv)
     }
     const char *path = argv[argc - 1];
     try {
-        // Frames follow each other in about 100 us; timers are late by 50 us unless told otherwise.
+        // Frames follow each other in about 100 us; by default timers are 50 us late.
         ::prctl(PR_SET_TIMERSLACK, 1UL);
         const Descriptor stop(stopSignals());
         Bus bus(path, bitRate);

@@ -11,7 +11,7 @@ FaultFile::FaultFile()
 {
     if (m_path.isEmpty())
         return;
-    // The folder tells of files that come and go, the file of what is written into it.
+    // The folder reports new and removed files, the file reports its changes.
     m_watcher = std::make_unique<QFileSystemWatcher>(QStringList{QFileInfo(m_path).absolutePath()});
     connect(m_watcher.get(), &QFileSystemWatcher::directoryChanged, this, &FaultFile::reread);
     connect(m_watcher.get(), &QFileSystemWatcher::fileChanged, this, &FaultFile::reread);

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-/// What is to go wrong; README.md says what each fault does.
+/// The active faults; README.md says what each does.
 struct Faults
 {
     bool create = false;
@@ -16,7 +16,7 @@ struct Faults
     qsizetype batch = 0;
 };
 
-/// Follows the file that the environment variable VIRTUALBUS_FAULTS names.
+/// Watches the file that the environment variable VIRTUALBUS_FAULTS names.
 class FaultFile : public QObject
 {
     Q_OBJECT

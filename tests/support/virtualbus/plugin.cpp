@@ -7,7 +7,7 @@
 
 using namespace Qt::StringLiterals;
 
-/// Takes the place of Qt's "socketcan" plugin.
+/// Replaces Qt's "socketcan" plugin.
 class VirtualBusPlugin : public QObject, public QCanBusFactory
 {
     Q_OBJECT
