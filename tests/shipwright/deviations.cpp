@@ -125,7 +125,7 @@ Frame changed(const Frame &frame, const Change &change)
     return Frame(id, payload);
 }
 
-/// Takes the frames for what \a change makes of them.
+/// Handles the frames as \a change alters them.
 Model::Deviation takes(const When &when, const Change &change)
 {
     return [=](Model &model, const Frame &frame) {
@@ -156,7 +156,7 @@ Model::Deviation answers(const When &when, const Change &change)
     };
 }
 
-/// Sends one answer more to the frames, \a delay milliseconds later.
+/// Sends one more answer to the frames, \a delay milliseconds later.
 Model::Deviation speaks(const When &when, quint32 id, qint64 delay = 0)
 {
     return [=](Model &model, const Frame &frame) {
@@ -185,7 +185,7 @@ Model::Deviation ignores(const When &when)
     };
 }
 
-/// Spoils the state ahead of the frames.
+/// Spoils the state before the frames.
 Model::Deviation before(const When &when, const Spoil &spoil)
 {
     return [=](Model &model, const Frame &frame) {
@@ -195,7 +195,7 @@ Model::Deviation before(const When &when, const Spoil &spoil)
     };
 }
 
-/// Spoils the state behind the frames.
+/// Spoils the state after the frames.
 Model::Deviation after(const When &when, const Spoil &spoil)
 {
     return [=](Model &model, const Frame &frame) {
@@ -230,7 +230,7 @@ bool isAccepted(const Answers &given)
     return !given.isEmpty() && code.of(given.first().frameId()) == 0;
 }
 
-/// Spoils the state when it has answered the frames in the way that \a how tells.
+/// Spoils the state after an answer to the frames that matches \a how.
 Model::Deviation afterAnswer(const When &when, bool (*how)(const Answers &), const Spoil &spoil)
 {
     return [=](Model &model, const Frame &frame) {
@@ -262,7 +262,7 @@ Model::Deviation keeps(const When &when, Member Model::*member)
     };
 }
 
-// ---- What becomes of a frame
+// ---- Changes of a frame
 
 Change put(const Bits &bits, quint32 value)
 {
@@ -302,7 +302,7 @@ Change both(const Change &first, const Change &second)
     };
 }
 
-// ---- What becomes of the receiver's state
+// ---- Changes of the receiver's state
 
 void loseRecord(Model &model)
 {
@@ -394,10 +394,10 @@ QList<PlantedDeviation> makePlantedDeviations()
         {"ignores commands to node 14", "start of configuration: answered at destination 14",
          ignores(p3 && has(destination, 14))},
         {"refuses bytes behind the handshake",
-         "start of configuration: more bytes behind the handshake",
+         "start of configuration: more bytes after the handshake",
          takes(start && longerThan(2), payload(""))},
         {"answers a long handshake with more bytes",
-         "start of configuration: more bytes behind the handshake",
+         "start of configuration: more bytes after the handshake",
          answers(start && longerThan(2), resized(4))},
         {"takes no handshake for one", "start of configuration: refused without the handshake",
          takes(start && sized(0), payload("A55A"))},
@@ -439,25 +439,25 @@ QList<PlantedDeviation> makePlantedDeviations()
          }},
 
         // ---- Silence
-        {"answers commands of node 23", "silence: commands of other nodes than 24",
+        {"answers commands of node 23", "silence: commands from nodes other than 24",
          takes(p3 && has(source, 23), put(source, 24))},
-        {"answers commands of node 0", "silence: commands of other nodes than 24",
+        {"answers commands of node 0", "silence: commands from nodes other than 24",
          takes(p3 && has(source, 0), put(source, 24))},
-        {"answers commands of node 23 late", "silence: commands of other nodes than 24",
+        {"answers commands of node 23 late", "silence: commands from nodes other than 24",
          speaks(p3 && has(source, 23), p3Failure, 300)},
-        {"answers commands to node 25", "silence: commands to other nodes than 26 and 14",
+        {"answers commands to node 25", "silence: commands to nodes other than 26 and 14",
          takes(p3 && has(destination, 25), put(destination, 26))},
-        {"answers commands to node 30", "silence: commands to other nodes than 26 and 14",
+        {"answers commands to node 30", "silence: commands to nodes other than 26 and 14",
          takes(p3 && has(destination, 30), put(destination, 26))},
-        {"answers commands to node 31", "silence: commands to other nodes than 26 and 14",
+        {"answers commands to node 31", "silence: commands to nodes other than 26 and 14",
          takes(p3 && has(destination, 31), put(destination, 26))},
-        {"answers commands to node 25 late", "silence: commands to other nodes than 26 and 14",
+        {"answers commands to node 25 late", "silence: commands to nodes other than 26 and 14",
          speaks(p3 && has(destination, 25), p3Failure, 300)},
-        {"answers on every interface", "silence: commands on other interfaces than 11",
+        {"answers on every interface", "silence: commands on interfaces other than 11",
          takes(isCommand, put(interfaceId, 11))},
-        {"answers on interface 3", "silence: commands on other interfaces than 11",
+        {"answers on interface 3", "silence: commands on interfaces other than 11",
          takes(isCommand && has(interfaceId, 3), put(interfaceId, 11))},
-        {"refuses late on interface 10", "silence: commands on other interfaces than 11",
+        {"refuses late on interface 10", "silence: commands on interfaces other than 11",
          speaks(isCommand && has(interfaceId, 10), p3Failure, 400)},
         {"refuses unknown operations", "silence: operations 5 to 63",
          speaks(unknownOperation, p3Failure)},
@@ -473,41 +473,44 @@ QList<PlantedDeviation> makePlantedDeviations()
          speaks(p3 && has(responseBit, 1), p3Failure)},
         {"refuses responses late", "silence: commands with the response bit",
          speaks(p3 && has(responseBit, 1), p3Failure, 250)},
-        {"takes protocol 5 for P6", "silence: other protocols than 3 and 6",
+        {"takes protocol 5 for P6", "silence: protocols other than 3 and 6",
          takes(has(protocol, 5), put(protocol, 6))},
-        {"takes protocol 7 for P3", "silence: other protocols than 3 and 6",
+        {"takes protocol 7 for P3", "silence: protocols other than 3 and 6",
          takes(has(protocol, 7), put(protocol, 3))},
-        {"takes protocol 0 for P3", "silence: other protocols than 3 and 6",
+        {"takes protocol 0 for P3", "silence: protocols other than 3 and 6",
          takes(has(protocol, 0), put(protocol, 3))},
-        {"answers protocol 5", "silence: other protocols than 3 and 6",
+        {"answers protocol 5", "silence: protocols other than 3 and 6",
          speaks(has(protocol, 5), p5Message)},
-        {"answers protocol 5 late", "silence: other protocols than 3 and 6",
+        {"answers protocol 5 late", "silence: protocols other than 3 and 6",
          speaks(has(protocol, 5), p5Message, 450)},
         {"answers transfer messages of node 23",
-         "silence: transfer messages of other nodes than 24",
+         "silence: transfer messages from nodes other than 24",
          takes(p6 && has(source, 23), put(source, 24))},
-        {"takes Data Frames of node 23", "silence: transfer messages of other nodes than 24",
+        {"takes Data Frames of node 23", "silence: transfer messages from nodes other than 24",
          takes(dataFrame && has(source, 23), put(source, 24))},
-        {"takes Record Start of node 23", "silence: transfer messages of other nodes than 24",
+        {"takes Record Start of node 23", "silence: transfer messages from nodes other than 24",
          takes(recordStart && has(source, 23), put(source, 24))},
-        {"obeys Transfer Info of node 23", "silence: transfer messages of other nodes than 24",
+        {"obeys Transfer Info of node 23", "silence: transfer messages from nodes other than 24",
          obeys(transferInfo && has(source, 23), put(source, 24))},
-        {"obeys Initiate Transfer of node 23", "silence: transfer messages of other nodes than 24",
+        {"obeys Initiate Transfer of node 23",
+         "silence: transfer messages from nodes other than 24",
          obeys(initiate && has(source, 23), put(source, 24))},
-        {"obeys Transfer Complete of node 23", "silence: transfer messages of other nodes than 24",
+        {"obeys Transfer Complete of node 23",
+         "silence: transfer messages from nodes other than 24",
          obeys(complete && has(source, 23), put(source, 24))},
         {"answers transfer messages to node 25",
-         "silence: transfer messages to other nodes than 26 and 14",
+         "silence: transfer messages to nodes other than 26 and 14",
          takes(p6 && has(destination, 25), put(destination, 26))},
-        {"takes Data Frames to node 25", "silence: transfer messages to other nodes than 26 and 14",
+        {"takes Data Frames to node 25", "silence: transfer messages to nodes other than 26 and 14",
          takes(dataFrame && has(destination, 25), put(destination, 26))},
         {"answers unknown types", "silence: message types 5 to 14", speaks(unknownType, p6Failure)},
         {"answers unknown types late", "silence: message types 5 to 14",
          speaks(unknownType, p6Failure, 350)},
         {"takes type 8 for Transfer Info", "silence: message types 5 to 14",
          takes(message(8), put(type, 0))},
-        {"sends an event unasked", "silence: nothing comes unasked", speaks(started, p3Event, 900)},
-        {"answers an end a second time, late", "silence: nothing comes unasked",
+        {"sends an event unasked", "silence: nothing sent without a request",
+         speaks(started, p3Event, 900)},
+        {"answers an end a second time, late", "silence: nothing sent without a request",
          speaks(end, p3Failure, 800)},
 
         // ---- Transfer Info
@@ -552,13 +555,13 @@ QList<PlantedDeviation> makePlantedDeviations()
          "Transfer Info: 0 to 5 bytes refused with the parameters",
          answers(refusedInfo, byte(2, 0))},
         {"accepts Transfer Info of version 3",
-         "Transfer Info: other versions than 2 refused with the parameters",
+         "Transfer Info: versions other than 2 refused with the parameters",
          takes(transferInfo && version(3), byte(1, 0x08))},
         {"accepts Transfer Info of version 34",
-         "Transfer Info: other versions than 2 refused with the parameters",
+         "Transfer Info: versions other than 2 refused with the parameters",
          takes(transferInfo && version(34), byte(1, 0x08))},
         {"accepts Transfer Info of version 1",
-         "Transfer Info: other versions than 2 refused with the parameters",
+         "Transfer Info: versions other than 2 refused with the parameters",
          takes(transferInfo && version(1), byte(1, 0x08))},
         {"ignores transfer messages to node 14", "Transfer Info: answered at destination 14",
          ignores(p6 && has(destination, 14))},
@@ -573,7 +576,7 @@ QList<PlantedDeviation> makePlantedDeviations()
         {"reads the file size with the highest byte first",
          "completion: file longer than announced",
          after(acceptedInfo, [](Model &model) { model.fileSize = qbswap(model.fileSize); })},
-        {"keeps the first file size", "Transfer Info: the last size accepted counts",
+        {"keeps the first file size", "Transfer Info: the last accepted size counts",
          [acceptedInfo](Model &model, const Frame &frame) {
              const quint32 size = model.fileSize;
              const Answers given = model.handle(frame);
@@ -601,7 +604,7 @@ QList<PlantedDeviation> makePlantedDeviations()
         {"refuses Initiate Transfer with code 29", "Initiate Transfer: 0 to 7 bytes refused",
          answers(refusedInitiate, put(code, 29))},
         {"accepts Initiate Transfer of version 3",
-         "Initiate Transfer: other versions than 2 refused",
+         "Initiate Transfer: versions other than 2 refused",
          takes(initiate && version(3), byte(1, 0x08))},
         {"does not empty the file", "Initiate Transfer: empties the file",
          keeps(acceptedInitiate, &Model::files)},
@@ -639,10 +642,10 @@ QList<PlantedDeviation> makePlantedDeviations()
                  given.first() = changed(given.first(), put(code, 30));
              return given;
          }},
-        {"refuses 4294967295 records", "Initiate Transfer: number of records does not bind",
+        {"refuses 4294967295 records", "Initiate Transfer: number of records not enforced",
          takes(initiate && byteIs(7, 0xFF), payload(""))},
         {"takes no more records than announced",
-         "Initiate Transfer: number of records does not bind",
+         "Initiate Transfer: number of records not enforced",
          [=, left = 0](Model &model, const Frame &frame) mutable {
              if (acceptedInitiate(frame))
                  left = static_cast<uchar>(frame.payload().at(4));
@@ -679,21 +682,20 @@ QList<PlantedDeviation> makePlantedDeviations()
          answers(complete && byteIs(0, 0) && byteIs(3, 0), put(code, 186))},
         {"ignores Data Frames to node 14", "file: to destination 14",
          ignores(dataFrame && has(destination, 14))},
-        {"keeps a transfer for each destination", "file: to both destinations by turns",
+        {"keeps a transfer for each destination", "file: to both destinations alternately",
          [=, opened = 0u](Model &model, const Frame &frame) mutable {
              const quint32 to = destination.of(frame.frameId());
              if (initiate(frame))
                  opened = to;
              return dataFrame(frame) && to != opened ? Answers{} : model.handle(frame);
          }},
-        {"reads bit 11 of a transfer message", "file: bits of the identifiers that are not read",
+        {"reads bit 11 of a transfer message", "file: unread identifier bits set",
          ignores(p6 && has(Bits{11, 1}, 1))},
-        {"takes a set bit 10 for a response", "file: bits of the identifiers that are not read",
+        {"takes a set bit 10 for a response", "file: unread identifier bits set",
          ignores(p6 && has(Bits{10, 1}, 1))},
-        {"reads the result code of a transfer message",
-         "file: bits of the identifiers that are not read", ignores(recordEnd && !has(code, 0))},
-        {"reads the low bits of a Data Frame's identifier",
-         "file: bits of the identifiers that are not read",
+        {"reads the result code of a transfer message", "file: unread identifier bits set",
+         ignores(recordEnd && !has(code, 0))},
+        {"reads the low bits of a Data Frame's identifier", "file: unread identifier bits set",
          ignores(dataFrame && !has(Bits{0, 0xF}, 0))},
         {"gives up a transfer after a second", "file: with pauses of more than a second",
          [last = qint64(0)](Model &model, const Frame &frame) mutable {
@@ -758,7 +760,7 @@ QList<PlantedDeviation> makePlantedDeviations()
                  loseRecord(model);
              return model.handle(frame);
          }},
-        {"takes more frames than announced", "record: frames behind those announced dropped",
+        {"takes more frames than announced", "record: frames beyond those announced dropped",
          [dataFrame](Model &model, const Frame &frame) {
              if (dataFrame(frame) && frameNumber.of(frame.frameId()) * 8 == model.record.size()) {
                  model.record.resize(model.record.size() + 8);
@@ -806,11 +808,11 @@ QList<PlantedDeviation> makePlantedDeviations()
              isStored = isEnd || (isStored && !recordStart(frame));
              return given;
          }},
-        {"loses a refused record", "record: right Record End behind a refused one",
+        {"loses a refused record", "record: right Record End after a refused one",
          afterAnswer(recordEnd, isRefused, loseRecord)},
-        {"refuses a Record End of wrong size", "record: of no frames",
+        {"refuses a Record End of wrong size", "record: without frames",
          takes(recordEnd && !sized(4), payload("FFFFFFFF"))},
-        {"ignores a record of no frames", "record: of no frames",
+        {"ignores a record of no frames", "record: without frames",
          ignoresWhile(recordEnd, [](const Model &model) { return model.record.isEmpty(); })},
         {"takes Record Start of 4 bytes", "record: Record Start of wrong size changes nothing",
          takes(recordStart && sized(4), resized(5))},
@@ -819,13 +821,13 @@ QList<PlantedDeviation> makePlantedDeviations()
         {"loses the record at a Record Start of wrong size",
          "record: Record Start of wrong size changes nothing",
          before(recordStart && !sized(5), loseRecord)},
-        {"ignores Record Start within a record", "record: started anew before its end",
+        {"ignores Record Start within a record", "record: restarted before its end",
          ignoresWhile(recordStart,
                       [](const Model &model) {
                           return model.expectedFrame > 0
                               && model.expectedFrame * 8 < model.record.size();
                       })},
-        {"does not count anew at Record Start", "record: started anew before its end",
+        {"does not count anew at Record Start", "record: restarted before its end",
          keeps(recordStart, &Model::expectedFrame)},
         {"ends the record at a short frame", "record: short frame in the middle",
          after(dataFrame && !sized(8), [](Model &model) { model.expectedFrame = 99; })},
@@ -861,10 +863,10 @@ QList<PlantedDeviation> makePlantedDeviations()
              return given;
          }},
         {"stores records behind Transfer Complete",
-         "record: behind Transfer Complete answered, not stored",
+         "record: after Transfer Complete answered, not stored",
          after(complete, [](Model &model) { model.isOpen = true; })},
         {"ignores records behind Transfer Complete",
-         "record: behind Transfer Complete answered, not stored",
+         "record: after Transfer Complete answered, not stored",
          ignoresWhile(recordEnd, [](const Model &model) { return !model.isOpen; })},
 
         // ---- Completion
@@ -941,7 +943,7 @@ QList<PlantedDeviation> makePlantedDeviations()
              },
              put(code, 186))},
 
-        // ---- A transfer that something comes between
+        // ---- A transfer with other messages in between
         {"loses the record at a start", "transfer: undisturbed by start of configuration",
          after(started, loseRecord)},
         {"closes the file at a start", "transfer: undisturbed by start of configuration",
@@ -976,13 +978,13 @@ QList<PlantedDeviation> makePlantedDeviations()
          after(refusedInitiate, loseRecord)},
         {"closes the file at a refused Initiate Transfer",
          "transfer: undisturbed by a refused Initiate Transfer", after(refusedInitiate, closeFile)},
-        {"loses the record at an unknown type", "transfer: undisturbed by what is unknown",
+        {"loses the record at an unknown type", "transfer: undisturbed by unknown messages",
          after(unknownType, loseRecord)},
-        {"takes type 7 for a Data Frame", "transfer: undisturbed by what is unknown",
+        {"takes type 7 for a Data Frame", "transfer: undisturbed by unknown messages",
          takes(message(7), put(type, 15))},
-        {"loses the record at an unknown operation", "transfer: undisturbed by what is unknown",
+        {"loses the record at an unknown operation", "transfer: undisturbed by unknown messages",
          after(unknownOperation, loseRecord)},
-        {"closes the file at protocol 5", "transfer: undisturbed by what is unknown",
+        {"closes the file at protocol 5", "transfer: undisturbed by unknown messages",
          after(has(protocol, 5), closeFile)},
         {"loses the record at Set Date Time", "transfer: undisturbed by clock and serial number",
          after(setDateTime, loseRecord)},
@@ -1056,10 +1058,10 @@ QList<PlantedDeviation> makePlantedDeviations()
         {"refuses an empty Set Serial Ext", "serial number: Set Serial Ext too short",
          answers(setSerialExt && sized(0), put(code, 186))},
         {"ignores Set Serial Ext behind a short number",
-         "serial number: Set Serial Ext behind a short number",
+         "serial number: Set Serial Ext after a short number",
          ignoresWhile(setSerialExt, [](const Model &model) { return model.serialLength <= 7; })},
 
-        // ---- Files that are only sent when asked for
+        // ---- Files that only --destructive sends
         {"refuses to open a file of unknown type", "file: of unknown type",
          answers(acceptedInitiate && byteAbove(0, 3), put(code, 30))},
         {"refuses menu files", "file: menu and package",

@@ -12,5 +12,5 @@ struct PlantedDeviation
 
 const QList<PlantedDeviation> &plantedDeviations();
 
-/// The deviation that is called \a behaviour; an empty function when there is none.
+/// The deviation \a behaviour; an empty function if there is none.
 ReceiverModel::Deviation plantedDeviation(const QString &behaviour);

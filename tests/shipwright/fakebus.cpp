@@ -15,7 +15,7 @@ void FakeClock::wait(qint64 milliseconds)
 
 void FakeClock::at(qint64 time, const std::function<void()> &action)
 {
-    // QMultiMap puts the newest of equal keys first; the order of arrival has to stay.
+    // QMultiMap puts the newest of equal keys first; the order of arrival must not change.
     const auto place = std::as_const(m_events).upperBound(time);
     m_events.insert(place, time, action);
 }

@@ -28,7 +28,7 @@ private:
 class FakeBus final : public QCanBusDevice
 {
 public:
-    /// Gets a frame that was sent and the receiver's answers to it, and returns those to give.
+    /// Called with a sent frame and the receiver's answers to it; returns the answers to deliver.
     using Tamper = std::function<QList<QCanBusFrame>(const QCanBusFrame &, QList<QCanBusFrame>)>;
 
     enum class Opening { Done, Refused, RefusedSilently, NeverDone };
@@ -39,11 +39,11 @@ public:
     Tamper tamper;
     qint64 answerDelay = 1;   ///< milliseconds between a frame and its answers
     int refusedWrites = 0;    ///< how many calls of writeFrame fail, as with a full buffer
-    qint64 queueInterval = 0; ///< milliseconds a frame takes to leave the queue; 0: there is none
+    qint64 queueInterval = 0; ///< milliseconds that a frame stays in the queue; 0: no queue
     Opening opening = Opening::Done;
     std::function<void(const QCanBusFrame &)> onWritten;
 
-    /// The frames that went out, written like 0F1A02C0#A55A.
+    /// The frames sent, as 0F1A02C0#A55A.
     QStringList sent;
     int writeAttempts = 0;
 

@@ -48,7 +48,7 @@ Shipwright::Failure failureOf(Action &&action)
     return {Shipwright::Exit::Success, QStringLiteral("nothing failed")};
 }
 
-/// Bytes that repeat with no period of a frame or a record.
+/// Bytes that do not repeat with the size of a frame or a record.
 inline QByteArray pattern(qsizetype size)
 {
     QByteArray bytes(size, '\0');

@@ -13,7 +13,7 @@ quint32 crcOf(const QByteArray &data)
                                       static_cast<uInt>(data.size())));
 }
 
-/// A payload of any size but four stands for the CRC 0.
+/// A payload whose size is not four counts as CRC 0.
 quint32 crcFrom(const QByteArray &payload)
 {
     return payload.size() == 4 ? qFromLittleEndian<quint32>(payload.constData()) : 0;

@@ -7,29 +7,29 @@
 
 #include <functional>
 
-/// A receiver in memory, written from the protocol's own numbers and sharing nothing with the
-/// engine. Its state is open, so that a deviation can spoil it.
+/// A receiver in memory, written from the protocol. It shares no code with the engine. Its state is
+/// public, so that a deviation can spoil it.
 class ReceiverModel
 {
 public:
-    /// In order; the time stamp of an answer says how much later than the others it comes.
+    /// In order; the time stamp of an answer is its delay after the others.
     using Answers = QList<QCanBusFrame>;
-    /// Takes the place of handle(), which it may call.
+    /// Replaces handle(), which it may call.
     using Deviation = std::function<Answers(ReceiverModel &, const QCanBusFrame &)>;
 
-    /// What comes back for \a frame.
+    /// The answers to \a frame.
     Answers receive(const QCanBusFrame &frame)
     {
         return deviation ? deviation(*this, frame) : handle(frame);
     }
-    /// The same, as the protocol says it.
+    /// The same, as the protocol defines them.
     Answers handle(const QCanBusFrame &frame);
 
     Deviation deviation;
 
     QByteArray file(int type) const { return files.value(type); }
 
-    // ---- What the receiver keeps
+    // ---- What the receiver stores
     QHash<int, QByteArray> files; ///< by file type; 4 for every unknown one
     QString serialNumber = QStringLiteral("NotReceived");
     QByteArray clock; ///< payload of the last Set Date Time that was accepted

@@ -1,4 +1,4 @@
-// A participant on the virtual bus that answers like a receiver, with a deviation if asked for one:
+// A participant on the virtual bus that answers like a receiver, on request with a deviation:
 //   standin [BEHAVIOUR]
 
 #include "deviations.h"

@@ -96,8 +96,8 @@ void CommandsTest::silence_namesWhatWasSentAwaitedAndForHowLong()
     QCOMPARE(failure.exit, Exit::NoAnswer);
     QCOMPARE(
         failure.message,
-        u"No answer to start of configuration: sent 0F1A02C0#A55A, awaited identifier 0F584000 "
-        "for 1000 ms; nothing came instead."_s);
+        u"No answer to start of configuration: sent 0F1A02C0#A55A, waited 1000 ms for identifier "
+        "0F584000, received nothing."_s);
     QVERIFY(!failure.hint.isEmpty());
     QCOMPARE(fixture.clock.now(), 1000);
 }
@@ -121,7 +121,7 @@ void CommandsTest::silence_namesWhatCameInstead()
     };
     const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QVERIFY2(failure.message.endsWith(
-                 u"what came instead: 0F594000#5AA5, 0F584800#, 00123456#01 and 1 more."_s),
+                 u"received instead: 0F594000#5AA5, 0F584800#, 00123456#01 and 1 more."_s),
              qPrintable(failure.message));
 }
 
@@ -133,10 +133,9 @@ void CommandsTest::silence_tellsTheConditionOfTheBus()
     noAcknowledgement.setError(QCanBusFrame::MissingAcknowledgmentError);
     fixture.bus.tamper = [&](const auto &, const auto &) { return QList{noAcknowledgement}; };
     const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
-    QVERIFY2(
-        failure.message.endsWith(u"nothing came instead; the controller is error passive, last "
-                                 "bus error: Received no ACK on transmission."_s),
-        qPrintable(failure.message));
+    QVERIFY2(failure.message.endsWith(u"received nothing; the controller is error passive, last "
+                                      "bus error: Received no ACK on transmission."_s),
+             qPrintable(failure.message));
 }
 
 void CommandsTest::silence_withoutAcknowledgementIsNoTimeOut_data()
@@ -164,7 +163,8 @@ void CommandsTest::silence_withoutAcknowledgementIsNoTimeOut()
     };
     const Failure failure = failureOf([&] { f.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::SendBlocked);
-    QVERIFY2(failure.hint.startsWith(u"Nobody acknowledges frames"_s), qPrintable(failure.hint));
+    QVERIFY2(failure.hint.startsWith(u"No node acknowledges the frames"_s),
+             qPrintable(failure.hint));
 }
 
 void CommandsTest::silence_onABusWithErrorsAdvisesToCheckIt()
@@ -188,7 +188,7 @@ void CommandsTest::silence_isNotExplainedByErrorsOfBefore()
     f.bus.tamper = [](const auto &, const auto &) { return QList<QCanBusFrame>{}; };
     const Failure failure = failureOf([&] { f.peer.endConfiguration(); });
     QCOMPARE(failure.exit, Exit::NoAnswer);
-    QVERIFY2(failure.message.endsWith(u"nothing came instead."_s), qPrintable(failure.message));
+    QVERIFY2(failure.message.endsWith(u"received nothing."_s), qPrintable(failure.message));
 }
 
 void CommandsTest::answer_justInTimeCounts()
@@ -305,13 +305,13 @@ void CommandsTest::serial_thatTheWireCannotCarryIsRefused_data()
     QTest::addColumn<QString>("reason");
     QTest::newRow("empty") << QString() << u"it is empty"_s;
     QTest::newRow("sixteen bytes")
-        << u"ABCDEFGHIJKLMNOP"_s << u"it has 16 bytes in UTF-8, and two frames carry 15"_s;
+        << u"ABCDEFGHIJKLMNOP"_s << u"it has 16 bytes in UTF-8, the maximum is 15"_s;
     QTest::newRow("fifteen characters, sixteen bytes")
-        << u"ABCDEFGHIJKLMNÄ"_s << u"it has 16 bytes in UTF-8, and two frames carry 15"_s;
+        << u"ABCDEFGHIJKLMNÄ"_s << u"it has 16 bytes in UTF-8, the maximum is 15"_s;
     QTest::newRow("a character across the split")
         << u"ABCDEFÄ"_s
-        << u"one of its characters would be cut in two between the first frame, which carries 7 bytes, "
-           "and the second, and the receiver decodes each by itself"_s;
+        << u"a character has bytes in both frames (the first carries 7 bytes), and the receiver "
+           "decodes each frame by itself"_s;
     QTest::newRow("line feed") << u"AB\nC"_s << u"it contains a control character"_s;
 }
 
@@ -345,7 +345,7 @@ void CommandsTest::serial_interruptedTellsWhatIsKnown_data()
     QTest::addColumn<quint32>("interruptedAt");
     QTest::addColumn<QString>("state");
     const QString unknown =
-        u"Whether the receiver has stored the serial number is not known; set it again."_s;
+        u"It is not known whether the receiver stored the serial number; set it again."_s;
     QTest::newRow("in the only frame") << u"SN42"_s << 0x0F1A02C2u << unknown;
     QTest::newRow("in the first of two")
         << u"SN1234567890"_s << 0x0F1A02C2u
@@ -384,7 +384,7 @@ void CommandsTest::time_interruptedTellsThatItIsNotKnown()
              }).exit,
              Exit::Interrupted);
     QCOMPARE(f.peer.receiverState(),
-             u"Whether the receiver has set its clock is not known; set it again."_s);
+             u"It is not known whether the receiver set its clock; set it again."_s);
 }
 
 void CommandsTest::end_sendsTheCommand()

@@ -34,7 +34,7 @@ static ConformanceSettings everything()
     return settings;
 }
 
-/// Runs the checks; each that has run is reported once.
+/// Runs the checks and compares that each is reported once.
 static QList<ConformanceResult> resultsOf(Fixture &fixture, const ConformanceSettings &settings)
 {
     Conformance conformance(fixture.link, settings);

@@ -113,7 +113,7 @@ void DecoderTest::line_escapesWhatATerminalWouldObey()
     const QString line = decodedLine(parsed("0F1A02C2#071B5B33316D0A41"), 0);
     QVERIFY2(line.endsWith(u"P3 Set Serial: slot 0, 7 bytes in all, \"\\u001b[31m\\nA\""_s),
              qPrintable(line));
-    // U+009B starts an escape sequence in one character, U+202E turns the direction of writing.
+    // U+009B starts an escape sequence in one character, U+202E reverses the text direction.
     const QString ext = decodedLine(parsed("0F1A02C3#C29BE280AE"), 0);
     QVERIFY2(ext.endsWith(u"\"\\u009b\\u202e\""_s), qPrintable(ext));
 }

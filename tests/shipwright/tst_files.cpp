@@ -38,7 +38,7 @@ private slots:
 private:
     QString path(const QString &name) const { return m_directory.filePath(name); }
     QString file(const QString &name, const QByteArray &content) const;
-    /// A pipe called \a name that somebody writes \a content into, once it is read.
+    /// A pipe called \a name; a thread writes \a content when it is read.
     std::thread writer(const QString &name, const QByteArray &content) const;
 
     QTemporaryDir m_directory;
@@ -120,8 +120,7 @@ void FilesTest::input_tooLargeIsRefusedUnread()
     QVERIFY(sparse.resize(4'294'967'296));
     Input input(sparse.fileName());
     QCOMPARE(failureOf([&input] { input.readAll(); }).message,
-             sparse.fileName()
-                 + u" has 4294967296 bytes; the wire carries sizes up to 4294967295."_s);
+             sparse.fileName() + u" has 4294967296 bytes; the protocol allows 4294967295."_s);
 }
 
 void FilesTest::input_endlessPipeIsRefusedAtTheLimit()
@@ -131,13 +130,12 @@ void FilesTest::input_endlessPipeIsRefusedAtTheLimit()
     const Failure failure = failureOf([&input] { input.readAll(1000); });
     thread.join();
     QCOMPARE(failure.message,
-             path(u"endless"_s)
-                 + u" has more than 1000 bytes; the wire carries sizes up to that."_s);
+             path(u"endless"_s) + u" has more than the 1000 bytes that the protocol allows."_s);
 }
 
 void FilesTest::input_thatChangesMeanwhileIsRefused()
 {
-    // So large that some of the changes strike while it is read.
+    // So large that some changes happen while it is read.
     QFile sparse(path(u"changing"_s));
     QVERIFY(sparse.open(QIODevice::ReadWrite));
     QVERIFY(sparse.resize(20'000'000));
@@ -178,7 +176,7 @@ void FilesTest::output_isNeverAnInput()
         [&] { const Output output(u"The log"_s, path(name), {*input.identity()}); });
     QCOMPARE(failure.exit, Exit::Usage);
     QCOMPARE(failure.message,
-             u"The log "_s + path(name) + u" is a file that is read: it would be overwritten."_s);
+             u"The log "_s + path(name) + u" is also an input: it would be overwritten."_s);
     QCOMPARE(input.readAll(), QByteArrayLiteral("precious"));
 }
 

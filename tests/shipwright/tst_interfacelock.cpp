@@ -23,7 +23,7 @@ private slots:
     void lock_ofAnotherInterfaceIsAnother();
 
 private:
-    // The name of the running test, so that two runs do not meet.
+    // The name of the running test, so that two runs have different locks.
     const QByteArray m_name = "test of interface locks " + QByteArray::number(getpid());
 };
 
@@ -34,7 +34,7 @@ void InterfaceLockTest::lock_isOneProcessesAtATime()
     QCOMPARE(failure.exit, Exit::InUse);
     QCOMPARE(
         failure.message,
-        u"Another shipwright (process %1) works on the interface \"can0\"; nothing was sent."_s.arg(
+        u"Another shipwright (process %1) uses the interface \"can0\"; nothing was sent."_s.arg(
             getpid()));
 }
 

@@ -59,7 +59,7 @@ void LinkTest::open_refusedWithoutACauseSaysSo()
     bus.opening = FakeBus::Opening::RefusedSilently;
     Link link(bus, clock);
     const Failure failure = failureOf([&] { link.open(u"Plug it in."_s); });
-    QCOMPARE(failure.message, u"The CAN interface cannot be opened: its driver gives no reason."_s);
+    QCOMPARE(failure.message, u"The CAN interface cannot be opened: the driver gives no reason."_s);
     QCOMPARE(failure.hint, u"Plug it in."_s);
 }
 
@@ -72,7 +72,7 @@ void LinkTest::open_thatTakesTooLongSaysSo()
     const Failure failure = failureOf([&] { link.open(); });
     QCOMPARE(failure.exit, Exit::Interface);
     QCOMPARE(failure.message,
-             u"The CAN interface cannot be opened: it does not connect within 5000 ms."_s);
+             u"The CAN interface cannot be opened: no connection within 5000 ms."_s);
 }
 
 void LinkTest::open_interruptedWhileTheDeviceConnects()
@@ -139,7 +139,7 @@ void LinkTest::stuckQueue_namesTheCause()
     fixture.bus.queueInterval = 1'000'000;
     const Failure failure = failureOf([&] { fixture.peer.startConfiguration(); });
     QCOMPARE(failure.exit, Exit::SendBlocked);
-    QCOMPARE(failure.message, u"Frames (1) stay in the send buffer for 1000 ms."_s);
+    QCOMPARE(failure.message, u"Frames (1) stayed in the send buffer for 1000 ms."_s);
 }
 
 void LinkTest::receive_takesFramesInOrder()
@@ -176,10 +176,9 @@ void LinkTest::foreignFrame_endsTheSessionBeforeAnythingMoreIsSent()
     f.bus.deliver(frame(0x0F1A02C2, "0441424344"));
     const Failure failure = failureOf([&] { f.peer.endConfiguration(); });
     QCOMPARE(failure.exit, Exit::ForeignTool);
-    QCOMPARE(
-        failure.message,
-        u"Another service tool works on this bus: node 24 sent 0F1A02C2#0441424344, which this "
-        "tool did not. The session ended there."_s);
+    QCOMPARE(failure.message,
+             u"Another service tool uses this bus: node 24 sent 0F1A02C2#0441424344, which this "
+             "tool did not send. The session ended there."_s);
     QCOMPARE(f.bus.sent, QStringList{u"0F1A02C0#A55A"_s});
 }
 
@@ -250,7 +249,7 @@ void LinkTest::echo_isNoForeignFrame()
 
 void LinkTest::echo_ofAnAdapterThatDoesNotEchoIsAForeignFrame()
 {
-    // The first answer came without an echo: what looks like one later is another tool's.
+    // The first answer came without an echo: a later frame that looks like one is another tool's.
     Fixture f;
     f.peer.startConfiguration();
     f.bus.onWritten = [&f](const QCanBusFrame &sent) { f.bus.deliver(sent); };

@@ -68,7 +68,7 @@ Outcome outcomeOf(QProcess &process)
 
 Outcome shipwright(QStringList arguments, const QByteArray &input = {})
 {
-    // The receiver's own limits are for a board, not for a computer that also builds something.
+    // The receiver's own limits are for a board, not for a busy computer.
     const bool takesTimeout = !arguments.contains(u"decode"_s) && !arguments.contains(u"watch"_s);
     if (takesTimeout && !arguments.contains(u"--timeout"_s))
         arguments << u"--timeout"_s << u"20000"_s;
@@ -172,7 +172,7 @@ void ShipwrightTest::startReceiver()
     environment.insert(u"DOCKHAND_STAND_IN_LOG"_s, m_directory->filePath(u"clock.log"_s));
     m_receiver.setProcessEnvironment(environment);
     m_receiver.setStandardOutputFile(QProcess::nullDevice());
-    // Its log would fill a pipe that nobody reads, and then it would wait.
+    // A pipe that nobody reads would fill with its log and block it.
     m_receiver.setStandardErrorFile(QProcess::nullDevice());
     m_receiver.start();
     QVERIFY(m_receiver.waitForStarted());
@@ -366,8 +366,8 @@ void ShipwrightTest::configuration_emptyIsRefusedUnlessForced()
         QCOMPARE(outcome.status, 3);
         QCOMPARE(outcome.out, QString());
         QCOMPARE(outcome.err,
-                 u"shipwright: The configuration %1 is empty, and it would replace the "
-                 "receiver's.\nTry: --force sends it nevertheless.\n"_s.arg(path));
+                 u"shipwright: The configuration %1 is empty; it would replace the "
+                 "receiver's configuration.\nTry: --force sends it anyway.\n"_s.arg(path));
         QCOMPARE(contentOf(live), QByteArrayLiteral("{}\n"));
     }
     QCOMPARE(shipwright(commands[0] + QStringList{u"--force"_s}).status, 0);
@@ -378,7 +378,7 @@ void ShipwrightTest::configuration_thatIsNotJsonIsSentWithAWarning()
 {
     const QString path = file(u"odd"_s, QByteArrayLiteral("{\"a\": }\n"));
     const Outcome outcome = shipwright({u"send"_s, u"configuration"_s, path});
-    // What stands between the brackets is Qt's.
+    // The text between the brackets comes from Qt.
     QVERIFY2(outcome.err.startsWith(
                  u"shipwright: Warning: The configuration %1 is not JSON ("_s.arg(path)),
              qPrintable(outcome.err));
@@ -405,9 +405,8 @@ void ShipwrightTest::log_isNeverWhatIsSent()
     command.replaceInStrings(u"$FILE"_s, path);
     const Outcome outcome = shipwright(command + QStringList{u"--log"_s, link});
     QCOMPARE(outcome.status, 2);
-    QCOMPARE(
-        outcome.err,
-        u"shipwright: The log %1 is a file that is read: it would be overwritten.\n"_s.arg(link));
+    QCOMPARE(outcome.err,
+             u"shipwright: The log %1 is also an input: it would be overwritten.\n"_s.arg(link));
     QCOMPARE(contentOf(path), QByteArrayLiteral("{}\n"));
 }
 
@@ -439,7 +438,7 @@ void ShipwrightTest::output_onAFullDiskIsAFailure()
     startShipwright(process, command);
     process.write("(1.000000) can0 0F1A02C4#\n");
     process.closeWriteChannel();
-    // Something to watch, again and again until it is there.
+    // Send something to watch, until it watches.
     while (command.first() == u"watch" && !process.waitForFinished(200))
         QCOMPARE(shipwright({u"end"_s}).status, 0);
     const Outcome outcome = outcomeOf(process);
@@ -462,8 +461,8 @@ void ShipwrightTest::secondTool_onTheInterfaceIsRefused()
     QCOMPARE(second.status, 13);
     QCOMPARE(
         second.err,
-        u"shipwright: Another shipwright (process %1) works on the interface \"can0\"; nothing was "
-        "sent.\nTry: Wait until it has ended: two tools at once would mix what they send.\n"_s.arg(
+        u"shipwright: Another shipwright (process %1) uses the interface \"can0\"; nothing was "
+        "sent.\nTry: Wait until it ends: two tools at once would mix their frames.\n"_s.arg(
             first.processId()));
     QCOMPARE(outcomeOf(first).status, 0);
     QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("AAAA111122223\n"));
@@ -487,12 +486,11 @@ void ShipwrightTest::foreignTool_endsTheSession()
     QCOMPARE(outcome.status, 14);
     QCOMPARE(
         outcome.err,
-        u"shipwright: Another service tool works on this bus: node 24 sent 0F1A02C2#0442424242, "
-        "which this tool did not. The session ended there.\n"
+        u"shipwright: Another service tool uses this bus: node 24 sent 0F1A02C2#0442424242, "
+        "which this tool did not send. The session ended there.\n"
         "The receiver has the first 7 bytes of the serial number and has stored nothing yet; set the "
         "whole number again.\n"
-        "Try: Find the other tool and let one work at a time; then do this session again from its "
-        "start.\n"_s);
+        "Try: Stop the other tool, then start this session again.\n"_s);
     QVERIFY(!contentOf(log).contains("0F1A02C3#"));
 }
 
@@ -532,9 +530,9 @@ void ShipwrightTest::bitRate_tooLowIsRemarkedOn()
     const QString path = file(u"sent"_s, pattern(3000));
     const Outcome outcome = shipwright({u"send"_s, u"generic"_s, path, u"--bitrate"_s, u"10000"_s});
     QCOMPARE(outcome.status, 0);
-    QVERIFY2(outcome.out.endsWith(
-                 u" (more than a bus at 10000 bit/s carries: is --bitrate right?).\n"_s),
-             qPrintable(outcome.out));
+    QVERIFY2(
+        outcome.out.endsWith(u" (more than a bus of 10000 bit/s can carry: check --bitrate).\n"_s),
+        qPrintable(outcome.out));
     QVERIFY(!outcome.out.contains(u"of the bus"_s));
 }
 
@@ -551,7 +549,7 @@ void ShipwrightTest::progress_fitsTheTerminalAsItIs()
     QFETCH(int, columns);
     const QString path = file(u"sent"_s, pattern(100'000));
     QProcess process;
-    // It is 100 columns wide at first and changes while the transfer waits.
+    // It starts with 100 columns and changes while the transfer waits.
     process.start(
         u"script"_s,
         {u"-qec"_s,
@@ -683,7 +681,7 @@ void ShipwrightTest::watch_printsTheTrafficUntilInterrupted()
     QProcess watch;
     startShipwright(watch, {u"watch"_s});
     QString seen;
-    // Nothing tells when it listens, so it is given something to hear until it does.
+    // Nothing shows when it listens, so send frames until it prints one.
     for (int attempt = 0; attempt < 50 && !seen.contains(u'\n'); ++attempt) {
         QCOMPARE(shipwright({u"end"_s}).status, 0);
         seen += QString::fromUtf8(watch.readAllStandardOutput());
@@ -762,7 +760,7 @@ void ShipwrightTest::decode_namesLinesThatAreNoFrames()
     QCOMPARE(outcome.out.count(u'\n'), 1);
     QVERIFY2(
         outcome.err.startsWith(u"shipwright: 2 of the lines hold no classic CAN frame in candump's "
-                               "log format: 1, 4.\n"_s),
+                               "format: 1, 4.\n"_s),
         qPrintable(outcome.err));
 }
 
@@ -859,15 +857,15 @@ void ShipwrightTest::selftest_passesOnTheReceiver()
 
 void ShipwrightTest::selftest_onlyRunsTheChecksAskedFor()
 {
-    const Outcome outcome = shipwright({u"selftest"_s, u"--only"_s, u"RECORD: OF NO"_s});
+    const Outcome outcome = shipwright({u"selftest"_s, u"--only"_s, u"RECORD: WITHOUT"_s});
     QCOMPARE(outcome.out,
-             u"pass  record: of no frames\n1 passed, 0 failed, 0 skipped.\n"
+             u"pass  record: without frames\n1 passed, 0 failed, 0 skipped.\n"
              "Overwritten on the receiver: generic file.\n"_s);
     QCOMPARE(outcome.status, 0);
     const Outcome none = shipwright({u"selftest"_s, u"--only"_s, u"coffee"_s});
     QCOMPARE(none.err,
              u"shipwright: No check's name contains \"coffee\".\n"
-             "Try: \"shipwright selftest --list\" prints them all.\n"_s);
+             "Try: \"shipwright selftest --list\" prints all names.\n"_s);
     QCOMPARE(none.status, 2);
 }
 
@@ -923,7 +921,7 @@ void ShipwrightTest::selftest_endsSoonWhenTheReceiverDies()
     QVERIFY2(
         outcome.out.contains(QRegularExpression(
             u" passed, [12] failed, \\d+ skipped \\(--destructive runs them\\), \\d+ not run: the "
-            "receiver does not answer any more\\.\n"_s)),
+            "receiver stopped answering\\.\n"_s)),
         qPrintable(outcome.out));
     QCOMPARE(outcome.status, 11);
 }
@@ -962,11 +960,11 @@ void ShipwrightTest::failure_hasItsExitStatus_data()
         << u"The log /dev/full cannot be written: No space left on device."_s;
     QTest::newRow("no such plugin")
         << QStringList{u"connect"_s, u"--plugin"_s, u"semaphore"_s} << 4
-        << u"The CAN plugin \"semaphore\" gives no interface \"can0\": "_s;
+        << u"The CAN plugin \"semaphore\" has no interface \"can0\": "_s;
     QTest::newRow("no answer")
         << QStringList{u"connect"_s, u"--timeout"_s, u"50"_s, u"--fault"_s, u"drop@any"_s} << 6
-        << u"No answer to start of configuration: sent 0F1A02C0#A55A, awaited identifier 0F584000 for "
-           "50 ms; nothing came instead."_s;
+        << u"No answer to start of configuration: sent 0F1A02C0#A55A, waited 50 ms for identifier "
+           "0F584000, received nothing."_s;
     QTest::newRow("refused") << QStringList{u"connect"_s, u"--fault"_s, u"corrupt@any"_s} << 7
                              << u"The receiver refused start of configuration with code 186."_s;
     QTest::newRow("record refused")
@@ -1036,7 +1034,7 @@ void ShipwrightTest::interruption_tellsTheReceiversState()
     startShipwright(process,
                     {u"send"_s, u"generic"_s, path, u"--fault"_s, u"delay=20000@data:70"_s,
                      u"--timeout"_s, u"20000"_s, u"--log"_s, log});
-    // 74 frames have gone out and three answers have come in when the delay begins.
+    // 74 frames are sent and three answers received when the delay begins.
     QTRY_COMPARE_WITH_TIMEOUT(contentOf(log).count('\n'), 77, 20'000);
     ::kill(pid_t(process.processId()), SIGINT);
     const Outcome outcome = outcomeOf(process);

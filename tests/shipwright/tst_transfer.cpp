@@ -223,8 +223,8 @@ void TransferTest::record_unansweredIsNotSentAgain()
     QCOMPARE(failure.exit, Exit::NoAnswer);
     QCOMPARE(
         failure.message,
-        u"No answer to Record End of record 1 of 1: sent 1B1A3000#2639F4CB, awaited identifier "
-        "1B583000 for 1000 ms; nothing came instead."_s);
+        u"No answer to Record End of record 1 of 1: sent 1B1A3000#2639F4CB, waited 1000 ms for "
+        "identifier 1B583000, received nothing."_s);
     QCOMPARE(fixture.bus.sent.count(u"1B1A3000#2639F4CB"_s), 1);
 }
 
@@ -309,9 +309,8 @@ void TransferTest::complete_contradictionsClaimNothingAboutTheFile_data()
     QTest::addColumn<QString>("state");
     QTest::newRow("success with another CRC-32")
         << 0x1B584000u << QByteArrayLiteral("01020304")
-        << u"The receiver says that it accepted the configuration file, and names the CRC-32 of "
-           "another one: what it holds, or has installed, is not known. Sending the file again "
-           "replaces it."_s;
+        << u"The receiver says that it accepted the configuration file, but reports another "
+           "CRC-32. It is not known what it stored or installed. Sending the file again replaces it."_s;
     QTest::newRow("failure with the CRC-32 that was sent")
         << 0x1B5840BAu << QByteArrayLiteral("2639f4cb")
         << u"The receiver refused the configuration file although it computed the CRC-32 that was "
@@ -396,9 +395,9 @@ void TransferTest::interruption_atInitiateTransferTellsThatTheFileMayBeEmpty()
             f.link.interrupt();
     };
     QCOMPARE(failureOf([&] { f.send(1, pattern(1500)); }).exit, Exit::Interrupted);
-    QCOMPARE(
-        f.peer.receiverState(),
-        u"The receiver may have emptied its menu file already; sending the file again fills it."_s);
+    QCOMPARE(f.peer.receiverState(),
+             u"The receiver may have emptied its menu file already; sending the file again "
+             "replaces it."_s);
 }
 
 void TransferTest::interruption_beforeInitiateTransferLeavesNothingToTell()

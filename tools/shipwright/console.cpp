@@ -17,8 +17,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Bits of a frame with a 29-bit identifier and 8 bytes, interframe space included and no bit
-/// stuffed: the fewest there can be, so that the ceiling is one that no bus exceeds.
+/// Bits of a frame with a 29-bit identifier and 8 bytes, with interframe space and without stuff
+/// bits: the least a frame can take, so that no bus exceeds 100 %.
 constexpr double bitsPerFrame = 131;
 constexpr double bytesPerFrame = 8;
 constexpr int barWidth = 24;
@@ -33,13 +33,13 @@ QString size(double bytes)
     return u"%1 MB"_s.arg(bytes / 1e6, 0, 'f', 2);
 }
 
-/// As \a object would be written, with the control characters escaped that JSON lets pass.
+/// \a object on one line; escapes the control characters that JSON allows.
 QString jsonLine(const QJsonObject &object)
 {
     return printable(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
 }
 
-/// \a text line by line as a terminal may show it.
+/// printable(), line by line.
 QString printableLines(const QString &text)
 {
     QStringList lines = text.split(u'\n');
@@ -155,9 +155,8 @@ QString Console::busShareText(double bytesPerSecond) const
     const std::optional<double> share = busShare(bytesPerSecond);
     if (!share)
         return {};
-    // More than all cannot be.
     if (*share > 1)
-        return u"more than a bus at %1 bit/s carries: is --bitrate right?"_s.arg(*m_bitRate);
+        return u"more than a bus of %1 bit/s can carry: check --bitrate"_s.arg(*m_bitRate);
     return u"%1 % of the bus"_s.arg(*share * 100, 0, 'f', 0);
 }
 
@@ -186,7 +185,7 @@ void Console::progress(const TransferProgress &progress)
         percent = qMin(percent, 99);
     }
 
-    // Asked for each time: windows change their size.
+    // Read each time: the user may resize the window.
     if (const int columns = m_json ? 0 : terminalColumns()) {
         const bool isDue = progress.phase != TransferProgress::Phase::Sending
             || !m_sinceDrawn.isValid() || m_sinceDrawn.elapsed() >= redrawInterval;
@@ -221,8 +220,8 @@ void Console::progress(const TransferProgress &progress)
 
 void Console::drawBar(int percent, QStringList figures, int columns)
 {
-    // The last column stays free, so that no terminal breaks the line; what does not fit is left
-    // out whole, for half a number is another one.
+    // The last column stays free, so that no terminal wraps the line. A figure that does not fit is
+    // left out whole: a part of it would be a wrong number.
     const int room = columns - 1;
     QString line = u"%1 %"_s.arg(percent, 3);
     const int width = qMin(barWidth, room - int(line.size()) - 3);

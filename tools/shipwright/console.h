@@ -20,8 +20,8 @@ public:
     void report(const QString &event, const QString &text, const QJsonObject &fields = {});
     void warn(const QString &text);
     void failure(const Failure &failure, const QString &receiverState);
-    /// Throws a Failure when something reported could not be written. Not part of the reports: what
-    /// a receiver is in the middle of is brought to its end first.
+    /// Throws a Failure if a report could not be written. The reports do not throw: the command
+    /// finishes its work with the receiver first.
     void checkOutput() const;
 
     void startTransfer(const QString &fileName, quint32 fileType, std::optional<quint32> bitRate);
@@ -38,7 +38,7 @@ private:
     QString busShareText(double bytesPerSecond) const;
 
     bool m_json;
-    int m_outputError = 0; ///< why standard output could not be written; 0: it could
+    int m_outputError = 0; ///< of writing standard output; 0: none
     bool m_barDrawn = false;
     QString m_fileName;
     quint32 m_fileType = 0;

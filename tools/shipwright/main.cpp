@@ -51,7 +51,7 @@ QCommandLineOption parserOption(const Option &option)
             QString::fromLatin1(option.value ? option.value : "")};
 }
 
-/// Every option that any command takes, so that their values are not taken for commands.
+/// Adds every command's options, so that no value is mistaken for a command.
 void addHiddenOptions(QCommandLineParser &parser)
 {
     QStringList known;
@@ -67,7 +67,7 @@ void addHiddenOptions(QCommandLineParser &parser)
     }
 }
 
-/// The first argument that is no option and no option's value.
+/// The first argument that is neither an option nor an option's value.
 QString commandName(const QStringList &arguments)
 {
     QCommandLineParser parser;
@@ -86,8 +86,7 @@ void addTable(QCommandLineParser &parser, const Command *command)
             u"Service tool: provisions, tests and watches a Dockhand receiver on a CAN bus."_s
             + commandList());
         parser.addPositionalArgument(
-            u"command"_s,
-            u"What to do; \"shipwright COMMAND --help\" tells more and the options."_s,
+            u"command"_s, u"What to do; \"shipwright COMMAND --help\" lists its options."_s,
             u"COMMAND [OPTIONS] [ARGUMENTS]"_s);
         addHiddenOptions(parser);
         return;
@@ -112,7 +111,7 @@ CommandLine commandLine(const QCommandLineParser &parser, const Command &command
     return {parser.positionalArguments().mid(1), given};
 }
 
-/// Throws a Failure when the arguments are not a command's.
+/// Throws a Failure if the arguments do not fit the command.
 void checkArguments(const QCommandLineParser &parser, bool isParsed, const Command *command)
 {
     const QStringList arguments = parser.positionalArguments();
@@ -139,7 +138,7 @@ void checkArguments(const QCommandLineParser &parser, bool isParsed, const Comma
 
 int main(int argc, char *argv[])
 {
-    // The plugins warn about optional libraries; what matters is in the failures.
+    // The plugins warn about optional libraries. A Failure says what matters.
     QLoggingCategory::setFilterRules(u"qt.canbus*=false\ndefault.warning=false"_s);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(u"shipwright"_s);

@@ -14,13 +14,13 @@ namespace Shipwright {
 struct Option
 {
     const char *name;
-    const char *value; ///< what it takes; null for a switch
+    const char *value; ///< the value's name; null for a switch
     const char *help;
     const char *fallback = ""; ///< its value when it is not given
 };
 
-/// A command's arguments and options. The calls that read a value throw a Failure when it is not
-/// one that the option takes.
+/// A command's arguments and options. The calls that read a value throw a Failure if the option
+/// does not take it.
 class CommandLine
 {
 public:
@@ -42,7 +42,7 @@ private:
     const QHash<QString, QStringList> m_given;
 };
 
-// Options that several commands take, in the groups that they come in.
+// Options that several commands share, in groups.
 inline constexpr Option jsonOption{"json", nullptr, "Print one JSON object per event."};
 
 inline constexpr Option pluginOption{"plugin", "NAME", "Qt CAN bus plugin (default: socketcan).",
@@ -51,25 +51,25 @@ inline constexpr Option interfaceOption{"interface", "NAME", "CAN interface (def
                                         "can0"};
 inline constexpr Option bitRateOption{
     "bitrate", "RATE",
-    "Bit rate of the bus in bit/s: the measure of the throughput shown, and set on the adapter "
-    "where the plugin can; a SocketCAN interface that is up keeps its own."};
-inline constexpr Option logOption{
-    "log", "FILE", "Write all frames to a log that canplayer and \"shipwright decode\" read."};
+    "Bit rate of the bus in bit/s, to show the bus load. The adapter is set to it if the plugin "
+    "can do that; a SocketCAN interface that is up keeps its bit rate."};
+inline constexpr Option logOption{"log", "FILE",
+                                  "Write all frames to FILE, in candump's log format."};
 inline constexpr Option busOptions[] = {pluginOption, interfaceOption, bitRateOption, logOption};
 
 inline constexpr Option timeoutOption{
     "timeout", "MS",
-    "Time limit for an answer in milliseconds (default: the receiver's own limits, 1000 until it "
-    "has told them)."};
+    "Time limit for an answer in milliseconds (default: the receiver's own limits; 1000 until "
+    "they are known)."};
 inline constexpr Option faultOption{
     "fault", "FAULT",
-    "Disturb frames on purpose, ACTION[=MS]@FRAMES[:FIRST[-LAST]]; may be given more than once. "
+    "Inject a fault: ACTION[=MS]@FRAMES[:FIRST[-LAST]]; may be given more than once. "
     "Actions: drop, repeat, swap, corrupt, truncate, delay, abandon, kill. Frames: any, command, "
     "transfer-info, init-transfer, record-start, data, record-end, transfer-complete."};
 inline constexpr Option sendOptions[] = {timeoutOption, faultOption};
 
 inline constexpr Option destinationOption{"destination", "NODE",
-                                          "Node that is addressed, 26 or 14 (default: 26).", "26"};
+                                          "Node to address, 26 or 14 (default: 26).", "26"};
 inline constexpr Option receiverOptions[] = {destinationOption};
 
 inline constexpr Option slotOption{"slot", "SLOT", "Slot of the commands, 0 to 3 (default: 0).",
@@ -77,12 +77,12 @@ inline constexpr Option slotOption{"slot", "SLOT", "Slot of the commands, 0 to 3
 inline constexpr Option slotOptions[] = {slotOption};
 
 inline constexpr Option retriesOption{"retries", "COUNT",
-                                      "Times that a record is sent again (default: 5).", "5"};
+                                      "How often to resend a record (default: 5).", "5"};
 inline constexpr Option forceOption{"force", nullptr,
                                     "Send a configuration file even if it is empty."};
 inline constexpr Option transferOptions[] = {retriesOption, forceOption};
 
-/// What commands on the bus are told about it.
+/// The options of every command that uses the bus.
 struct BusSettings
 {
     explicit BusSettings(const CommandLine &line);
@@ -93,7 +93,7 @@ struct BusSettings
     QString logFile; ///< empty: no log
 };
 
-/// What commands that send are told, beside that.
+/// The options of every command that sends.
 struct SendSettings
 {
     /// Options that the command does not take have their default.

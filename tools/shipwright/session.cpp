@@ -39,7 +39,7 @@ void Session::protect(const Input &input)
     for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
         if (storedFile(output) == identity) {
             throw Failure(Exit::Usage,
-                          u"%1 is read, and the output goes there too."_s.arg(input.shownName()));
+                          u"%1 is both the input and the output."_s.arg(input.shownName()));
         }
     }
 }
@@ -74,7 +74,7 @@ void Session::createDevice(const BusSettings &settings)
     if (!m_device) {
         throw Failure(
             Exit::Interface,
-            u"The CAN plugin \"%1\" gives no interface \"%2\": %3"_s.arg(
+            u"The CAN plugin \"%1\" has no interface \"%2\": %3"_s.arg(
                 settings.plugin, settings.interfaceName, error),
             u"Plugins on this computer: %1."_s.arg(QCanBus::instance()->plugins().join(u", "_s)));
     }
@@ -92,8 +92,8 @@ void Session::lockInterface(const BusSettings &settings)
 {
     const QString serialNumber = m_device->deviceInfo().serialNumber();
     const QByteArray name = settings.interfaceName.toUtf8();
-    // A plugin may stand in for SocketCAN without the kernel having the interface. Which bus that
-    // is tells the serial number; without one, two of the same name need not be the same bus.
+    // A plugin may replace SocketCAN and have interfaces that the kernel does not know. The serial
+    // number then identifies the bus; without one, two buses may have the same name.
     if (settings.plugin == u"socketcan" && serialNumber.isEmpty()
         && if_nametoindex(name.constData()) == 0)
         return;
@@ -111,16 +111,17 @@ void Session::open(const BusSettings &settings)
         u"Check that the adapter is plugged in and that its driver knows the interface "
         "\"%1\"."_s.arg(printable(settings.interfaceName));
     if (settings.plugin == u"socketcan") {
-        advice = u"Check that the kernel has CAN (modprobe can-raw), the interface's name "
-                 "(ip link show type can) and that it is up "
-                 "(ip link set %1 up type can bitrate %2)."_s.arg(printable(settings.interfaceName))
-                     .arg(settings.bitRate.value_or(1'000'000));
+        advice =
+            u"Check that the kernel supports CAN (modprobe can-raw), that the interface exists "
+            "(ip link show type can) and that it is up "
+            "(ip link set %1 up type can bitrate %2)."_s.arg(printable(settings.interfaceName))
+                .arg(settings.bitRate.value_or(1'000'000));
     }
     try {
         m_link->open(advice);
     } catch (const Failure &) {
         // The destructors of some plugins abort the program when their device could not be opened.
-        // Volatile: an optimiser drops what nobody reads, and leak checkers then miss the device.
+        // Volatile: otherwise the optimiser drops the pointer, and leak checkers report the device.
         [[maybe_unused]] static QCanBusDevice *volatile left = nullptr;
         left = m_device.release();
         throw;

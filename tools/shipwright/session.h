@@ -17,7 +17,7 @@ namespace Shipwright {
 
 class Console;
 
-/// What a command works with: files of this computer, the bus, the receiver.
+/// What a command works with: local files, the bus, the receiver.
 class Session
 {
 public:
@@ -25,14 +25,14 @@ public:
 
     Console &console() const { return m_console; }
 
-    /// A file to send, whole.
+    /// The whole content of a file to send.
     QByteArray contentOf(const QString &path);
-    /// Keeps every output away from \a input.
+    /// Refuses every output that would overwrite \a input.
     void protect(const Input &input);
 
     /// Opens the bus for a command that only listens.
     Link &listen(const BusSettings &settings);
-    /// Opens the bus for a command that sends: it has to be the only one.
+    /// Locks and opens the bus for a command that sends.
     Peer &connect(const SendSettings &settings);
 
     Link &link() const { return *m_link; }

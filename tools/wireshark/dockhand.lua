@@ -1,6 +1,6 @@
--- Wireshark dissector for Dockhand's service link (docs/protocol.md). Each frame is taken for
--- itself: nothing is reassembled, and no answer is tied to a command.
--- Install: copy it to the folder of personal Lua plugins (Help, About Wireshark, Folders).
+-- Wireshark dissector for Dockhand's service link (docs/protocol.md). It dissects each frame by
+-- itself: no reassembly, and no link between answer and command. Install: copy it to the folder of
+-- personal Lua plugins (Help, About Wireshark, Folders).
 
 local dockhand = Proto("dockhand", "Dockhand Service Link")
 
@@ -60,7 +60,7 @@ f.p6_payload = ProtoField.bytes("dockhand.p6.payload", "Payload", base.SPACE)
 
 local e_size = ProtoExpert.new("dockhand.size", "Payload of wrong size", expert.group.MALFORMED,
   expert.severity.WARN)
-local e_version = ProtoExpert.new("dockhand.version_unknown", "Another protocol version than 2",
+local e_version = ProtoExpert.new("dockhand.version_unknown", "Protocol version is not 2",
   expert.group.PROTOCOL, expert.severity.WARN)
 local e_code = ProtoExpert.new("dockhand.failure", "The receiver reports a failure",
   expert.group.RESPONSE_CODE, expert.severity.NOTE)
@@ -97,7 +97,7 @@ local function add_code(tree, id)
   return string.format("code %d (%s)", code, CODES[code] or "unknown")
 end
 
--- P3, by operation: fill the tree and return what the Info column says behind the name.
+-- P3, by operation: fill the tree and return the text after the name in the Info column.
 local commands = {
   [0] = function(tvb, tree)
     if size_is(tvb, tree, 2, true) then
@@ -170,7 +170,7 @@ local function crc32(tvb, tree)
   end
 end
 
--- P6, by type: likewise, for messages and for their answers.
+-- P6, by type: the same for messages and for their answers.
 local messages = {
   [0] = function(tvb, tree)
     if size_is(tvb, tree, 6, true) then

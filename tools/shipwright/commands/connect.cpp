@@ -28,7 +28,7 @@ Exit run(Session &session, const CommandLine &line)
 const Command connectCommand{
     .name = "connect",
     .arguments = "",
-    .summary = "Start a configuration session: check that the receiver answers.",
+    .summary = "Start a configuration session and check that the receiver answers.",
     .options = {busOptions, sendOptions, receiverOptions, slotOptions},
     .run = run};
 

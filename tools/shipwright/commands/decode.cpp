@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Prints frames line by line as they come in.
+/// Prints a frame for each line read.
 class LogReader
 {
 public:
@@ -37,7 +37,7 @@ public:
         m_console.checkOutput();
     }
 
-    /// Throws when there were lines that hold no frame.
+    /// Throws a Failure if some lines hold no frame.
     void finish() const
     {
         if (m_undecoded.isEmpty())
@@ -45,7 +45,7 @@ public:
         constexpr qsizetype shown = 10;
         const QString more = m_undecoded.size() > shown ? u", ..."_s : QString();
         throw Failure(Exit::LocalFile,
-                      u"%1 of the lines hold no classic CAN frame in candump's log format: %2%3."_s
+                      u"%1 of the lines hold no classic CAN frame in candump's format: %2%3."_s
                           .arg(m_undecoded.size())
                           .arg(m_undecoded.mid(0, shown).join(u", "_s), more),
                       u"Record with candump -L or with shipwright --log."_s);
@@ -82,7 +82,7 @@ Exit run(Session &session, const CommandLine &line)
 const Command decodeCommand{
     .name = "decode",
     .arguments = "[FILE]",
-    .summary = "Print a candump log, or standard input, one readable line a frame.",
+    .summary = "Print a candump log, or standard input, one readable line per frame.",
     .mostArguments = 1,
     .options = {},
     .run = run};

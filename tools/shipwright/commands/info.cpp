@@ -14,7 +14,7 @@ Exit run(Session &session, const CommandLine &line)
     const ReceiverParameters p = session.connect(SendSettings(line)).receiverParameters();
     QString frames = QString::number(p.recordFrames());
     if (p.frameLimit + 1 > p.recordFrames())
-        frames += u" (the receiver allows %1, the wire numbers no more)"_s.arg(p.frameLimit + 1);
+        frames += u" (the receiver allows %1, the protocol does not)"_s.arg(p.frameLimit + 1);
     session.console().report(u"info"_s,
                              u"Protocol version:             %1\n"
                              "Data frames in a record:      %2\n"

@@ -21,7 +21,7 @@ constexpr Option timeOption{"time", "TIME",
 constexpr Option serialOption{"serial", "TEXT", "Set the serial number."};
 constexpr Option stepOptions[] = {timeOption, serialOption};
 
-/// One for each type, in the order in which they are sent.
+/// In the order in which the files are sent.
 constexpr Option fileOptions[] = {
     {"configuration", "FILE", "Send a configuration file."},
     {"menu", "FILE", "Send a menu file."},
@@ -57,13 +57,13 @@ Provisioning::Provisioning(Session &session, const CommandLine &line)
     }
     if (!time && !serial && files.empty()) {
         throw Failure(Exit::Usage, u"There is nothing to do."_s,
-                      u"Give at least one of --time, --serial and the files."_s);
+                      u"Give at least one of --time, --serial and the file options."_s);
     }
 }
 
 Exit run(Session &session, const CommandLine &line)
 {
-    // Everything that can be refused here is, before the receiver sees the first frame.
+    // Check everything before the receiver sees the first frame.
     const Provisioning provisioning(session, line);
     session.connect(provisioning.settings);
     startConfiguration(session);
@@ -82,7 +82,7 @@ Exit run(Session &session, const CommandLine &line)
 const Command provisionCommand{
     .name = "provision",
     .arguments = "[--time TIME] [--serial TEXT] [--configuration FILE] ...",
-    .summary = "Do a whole session: connect, clock, serial number, files, end.",
+    .summary = "Run a whole session: connect, clock, serial number, files, end.",
     .options = {stepOptions, fileOptions, transferOptions, busOptions, sendOptions, receiverOptions,
                 slotOptions},
     .run = run};

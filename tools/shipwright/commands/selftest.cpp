@@ -19,10 +19,10 @@ using Outcome = ConformanceResult::Outcome;
 
 constexpr Option destructiveOption{
     "destructive", nullptr,
-    "Also run the checks that set the clock and the serial number (to \"TEST12345678\") "
-    "and install a configuration (\"{}\"); menu and package files are replaced too."};
+    "Also run the checks that set the clock and the serial number (to \"TEST12345678\"), "
+    "install a configuration (\"{}\") and replace the menu and package files."};
 constexpr Option onlyOption{"only", "TEXT", "Run the checks whose names contain TEXT."};
-constexpr Option listOption{"list", nullptr, "Print the names of the checks and run none."};
+constexpr Option listOption{"list", nullptr, "Print the names of the checks without running them."};
 constexpr Option ownOptions[] = {destructiveOption, onlyOption, listOption};
 
 ConformanceSettings settingsOf(const CommandLine &line, const SendSettings &options)
@@ -85,7 +85,7 @@ void report(Console &console, const ConformanceResult &result)
         QString sent = u"nothing"_s;
         if (result.cause >= 0)
             sent = meaning(result.frames.at(result.cause).frame);
-        // What came last is what was not due.
+        // The last frame is the wrong one.
         QString came = result.came;
         if (!result.frames.isEmpty() && result.frames.last().direction == Direction::Received)
             came = meaning(result.frames.last().frame);
@@ -101,7 +101,7 @@ void report(Console &console, const ConformanceResult &result)
     console.report(u"check"_s, text, fields);
 }
 
-/// \a reason follows the number of checks that did not run.
+/// \a reason says why checks did not run.
 void summarize(Console &console, const Conformance &conformance, const QString &reason)
 {
     const qsizetype passed = conformance.count(Outcome::Passed);
@@ -132,7 +132,7 @@ Exit run(Session &session, const CommandLine &line)
     const QList<ConformanceCheck> checks = conformanceChecks(settings);
     if (checks.isEmpty()) {
         throw Failure(Exit::Usage, u"No check's name contains \"%1\"."_s.arg(settings.only),
-                      u"\"shipwright selftest --list\" prints them all."_s);
+                      u"\"shipwright selftest --list\" prints all names."_s);
     }
     if (line.isSet(listOption)) {
         list(console, checks);
@@ -141,7 +141,7 @@ Exit run(Session &session, const CommandLine &line)
 
     Peer &peer = session.connect(options);
     Conformance conformance(session.link(), settings);
-    // Nobody there is not a deviation. What fails here tells why.
+    // A missing receiver is not a deviation: receiverParameters() throws with the reason.
     while (!conformance.findReceiver())
         peer.receiverParameters();
     try {
@@ -150,7 +150,7 @@ Exit run(Session &session, const CommandLine &line)
         summarize(console, conformance, {});
         throw;
     }
-    summarize(console, conformance, u": the receiver does not answer any more"_s);
+    summarize(console, conformance, u": the receiver stopped answering"_s);
     return conformance.count(Outcome::Failed) == 0 ? Exit::Success : Exit::Deviation;
 }
 

@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// A configuration goes live as soon as it has arrived.
+/// The receiver installs a configuration at once, so a bad one does damage.
 void checkConfiguration(Session &session, const FileToSend &file, bool force)
 {
     const QString name = printable(file.name);
@@ -26,8 +26,9 @@ void checkConfiguration(Session &session, const FileToSend &file, bool force)
             return;
         throw Failure(
             Exit::LocalFile,
-            u"The configuration %1 is empty, and it would replace the receiver's."_s.arg(name),
-            u"--force sends it nevertheless."_s);
+            u"The configuration %1 is empty; it would replace the receiver's configuration."_s.arg(
+                name),
+            u"--force sends it anyway."_s);
     }
     QJsonParseError error;
     QJsonDocument::fromJson(file.content, &error);

@@ -16,7 +16,7 @@ TimeSetting readTime(const QString &text)
         if (!time->isValid()) {
             throw Failure(
                 Exit::Usage, u"\"%1\" is not a date and time."_s.arg(text),
-                u"Write now, or ISO 8601: 2026-03-05T14:07:09Z, or without the Z for local "
+                u"Use \"now\" or ISO 8601: 2026-03-05T14:07:09Z, or without the Z for local "
                 "time."_s);
         }
     }
@@ -48,7 +48,7 @@ Exit run(Session &session, const CommandLine &line)
 const Command setTimeCommand{
     .name = "set-time",
     .arguments = "[now|DATE-TIME]",
-    .summary = "Set the receiver's clock, to this computer's time or to an ISO 8601 one.",
+    .summary = "Set the receiver's clock to this computer's time or to an ISO 8601 time.",
     .mostArguments = 1,
     .options = {busOptions, sendOptions, receiverOptions, slotOptions},
     .run = run};

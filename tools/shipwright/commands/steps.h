@@ -10,17 +10,17 @@ namespace Shipwright {
 
 class Session;
 
-// Steps of a session that stand alone as commands and together in "provision". The values that they
-// take are read and checked before the bus is opened; what is no good makes the readers throw.
+// The steps of a session. Each is a command; "provision" runs them all. The readers run before the
+// bus is opened, and throw a Failure for a value that cannot be sent.
 
-/// What the receiver's clock is to be set to; nothing: the time when it is set.
+/// The time for the receiver's clock; nothing: the time at which it is set.
 using TimeSetting = std::optional<QDateTime>;
 TimeSetting readTime(const QString &text);
 
 struct FileToSend
 {
     quint32 type;
-    QString name; ///< as it was given
+    QString name; ///< as given on the command line
     QByteArray content;
 };
 /// Reads the file; \a force lets an empty configuration pass.

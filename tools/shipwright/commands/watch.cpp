@@ -38,7 +38,7 @@ Exit run(Session &session, const CommandLine &line)
 const Command watchCommand{
     .name = "watch",
     .arguments = "",
-    .summary = "Print the traffic on the bus, one readable line a frame, until Ctrl-C.",
+    .summary = "Print the traffic on the bus, one readable line per frame, until Ctrl-C.",
     .options = {busOptions},
     .run = run};
 

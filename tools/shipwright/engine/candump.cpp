@@ -12,7 +12,7 @@ namespace {
 /// Marks an error frame in a log; the bits below it are the error's kind.
 constexpr quint32 errorFlag = 0x20000000;
 
-/// What stands in a line, still as text.
+/// The parts of a line, as text.
 struct Line
 {
     QString time;
@@ -23,7 +23,7 @@ struct Line
 
 std::optional<Line> logLine(const QString &text)
 {
-    // A "T" or "R" behind the frame tells its direction in logs of candump -x.
+    // In logs of candump -x a "T" or "R" after the frame gives its direction.
     static const QRegularExpression form(
         uR"(^\(([^)]+)\)\s+(\S+)\s+([0-9A-Fa-f]{3}|[0-9A-Fa-f]{8})#)"
         uR"((R\d?|(?:[0-9A-Fa-f]{2}){0,8})(?:\s+[TR])?\s*$)"_s);
@@ -35,8 +35,8 @@ std::optional<Line> logLine(const QString &text)
 
 std::optional<Line> printedLine(const QString &text)
 {
-    // Between name and identifier candump -x tells direction and flags; behind the bytes may stand
-    // them as text, or the error's name.
+    // candump -x prints direction and flags between name and identifier. After the bytes there may
+    // be the same bytes as text, or the error's name.
     static const QRegularExpression form(
         uR"(^\s*(?:\(([^)]+)\)\s+)?(\S+)\s+(?:[RT]X [B-] [E-]\s+)?)"
         uR"(([0-9A-Fa-f]{3}|[0-9A-Fa-f]{8})\s+\[([0-8])\]\s*(.*)$)"_s);

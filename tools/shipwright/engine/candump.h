@@ -4,9 +4,9 @@
 
 #include <optional>
 
-/// What candump writes: the log format of -L and -l, which canplayer reads too,
+/// candump's two formats: the log format of -L and -l, which canplayer reads too,
 ///     (1436509052.249713) can0 0F1A02C0#A55A
-/// and what it prints without it, with any of its time stamps or none:
+/// and the printed format, with any of its time stamps or none:
 ///     can0  0F1A02C0   [2]  A5 5A
 namespace Shipwright::Candump {
 
@@ -16,9 +16,9 @@ struct Entry
     QCanBusFrame frame; ///< with its time stamp
 };
 
-/// In the log format. Blanks in \a interfaceName, which it cannot have, become underscores.
+/// A line in the log format, which has no blanks in names: those of \a interfaceName become "_".
 QByteArray format(const QString &interfaceName, const QCanBusFrame &frame);
-/// Nothing when \a line is not a classic CAN frame in one of these formats.
+/// Nothing if \a line is not a classic CAN frame in one of these formats.
 std::optional<Entry> parse(const QByteArray &line);
 
 } // namespace Shipwright::Candump

@@ -23,7 +23,7 @@ QByteArray hex(const char *digits)
     return QByteArray::fromHex(digits);
 }
 
-/// Different bytes for each \a seed, so that no content passes for another.
+/// Different bytes for each \a seed, so that no content matches another.
 QByteArray content(qsizetype size, qsizetype seed = 0)
 {
     QByteArray bytes(size, '\0');
@@ -84,8 +84,8 @@ void endIsAnswered(Probe &probe)
     }
 }
 
-// ---- Frames that are not for the receiver. What goes to other nodes would be refused without an
-// effect, so that nobody else on the bus is moved to do anything.
+// ---- Frames that are not for the receiver. A real node would refuse those to other nodes, so that
+// nothing else on the bus is changed.
 
 void commandsOfOtherNodes(Probe &probe)
 {
@@ -100,7 +100,7 @@ void commandsOfOtherNodes(Probe &probe)
     probe.expectLastingSilence();
 }
 
-/// Near to 26 and 14, and the ends of the range.
+/// Near 26 and 14, and the ends of the range.
 constexpr quint32 otherDestinations[] = {0, 10, 15, nodeNobody, 27, 30, 31};
 
 void commandsToOtherNodes(Probe &probe)
@@ -152,7 +152,7 @@ void commandsWithResponseBit(Probe &probe)
 
 void otherProtocols(Probe &probe)
 {
-    // What P3 and P6 would answer.
+    // P3 and P6 would answer these.
     const quint32 start = P3::commandId(nodeShipwright, nodeDockhand, 0, P3::interfaceShipwright,
                                         StartConfiguration::operation);
     const quint32 info = P6::messageId(nodeShipwright, nodeDockhand, TransferInfo::type, 0, 0);
@@ -165,7 +165,7 @@ void otherProtocols(Probe &probe)
     probe.expectLastingSilence();
 }
 
-/// A transfer in whose second record \a interrupt sends what must not leave a trace.
+/// A transfer; \a interrupt sends in its second record and must have no effect.
 void interruptedRecord(Probe &probe, const std::function<void()> &interrupt)
 {
     const QByteArray first = content(16, 39);
@@ -402,7 +402,7 @@ void initiateChoosesFile(Probe &probe)
     probe.transferInfo(FileType::menu, 24);
     probe.expectParameters(resultSuccess);
     probe.close(content(24, 56));
-    // The generic file it was, and none of the two announced.
+    // The bytes went to the generic file, not to the announced types.
     probe.initiate(generic, 1);
     probe.expectInitiated();
     probe.close({});
@@ -470,7 +470,7 @@ void fileWithUnreadBits(Probe &probe)
 
 void fileWithPauses(Probe &probe)
 {
-    // Longer than the receiver's parameters allow the peer to wait.
+    // Longer than the receiver's parameters allow.
     constexpr qint64 pause = 1200;
     const QByteArray data = content(16, 60);
     probe.open(generic, 16, 1);
@@ -500,7 +500,7 @@ void startAndDataUnanswered(Probe &probe)
     probe.close(data);
 }
 
-/// Sends a record that cannot be right as frames \a numbers, then repeats it whole.
+/// Sends only the frames \a numbers of a record, in that order; then the whole record again.
 void refuseThenRecover(Probe &probe, const QList<quint32> &numbers)
 {
     const QByteArray data = content(27, 3);
@@ -571,7 +571,7 @@ void moreFramesAnnounced(Probe &probe)
 
 void bytesThatDidNotArrive(Probe &probe)
 {
-    // Over a record that has left something else at their place.
+    // The record before has left other bytes in their place.
     probe.open(generic, 64, 2);
     probe.record(content(32, 65));
     const QByteArray data = content(16, 66);
@@ -766,7 +766,7 @@ void fileReplaced(Probe &probe)
 {
     probe.transfer(generic, content(100, 21));
     probe.transfer(generic, content(10, 22));
-    // All that it holds, not only what was announced.
+    // Announcing more bytes than the file has checks all of it.
     probe.transferInfo(generic, 1000);
     probe.expectParameters(resultSuccess);
     probe.close(content(10, 22));
@@ -797,9 +797,9 @@ void fileShorterThanAnnounced(Probe &probe)
     probe.close(content(30, 29));
 }
 
-// ---- A transfer that something comes between
+// ---- A transfer with other messages in between
 
-/// Calls \a disturb at each step of a transfer, which must take its course all the same.
+/// Calls \a disturb at each step of a transfer, which must succeed all the same.
 void disturbedTransfer(Probe &probe, const std::function<void()> &disturb)
 {
     const QByteArray first = content(24, 30);
@@ -891,7 +891,7 @@ void unknownDuringTransfer(Probe &probe)
     });
 }
 
-// ---- Only when asked for: these change more than the generic file
+// ---- Destructive: these change more than the generic file
 
 QByteArray presentTime()
 {
@@ -915,7 +915,7 @@ void setPresentTime(Probe &probe)
 
 void setPresentTimeAgain(Probe &probe)
 {
-    // The receiver answers before its clock is set: the right time must not be overtaken.
+    // The receiver answers before its clock is set: the right time must be set last.
     probe.pause(1000);
     setPresentTime(probe);
 }
@@ -986,7 +986,8 @@ void serialInTwoFrames(Probe &probe)
     const QByteArray text = QByteArrayLiteral("TEST12345678901");
     for (qsizetype length = 8; length <= text.size(); ++length)
         setLongSerial(probe, text.left(length), text.mid(7, length - 7));
-    // More bytes than announced, a repeated rest, and more than two frames carry.
+    // More bytes than announced, a repeated second frame, and a longer number than two frames
+    // carry.
     setLongSerial(probe, text.left(9), text.mid(7));
     probe.command(SetSerialExt::operation, text.mid(7));
     probe.expectResponse(resultSuccess);
@@ -1020,7 +1021,7 @@ void serialExtUnasked(Probe &probe)
         probe.command(SetSerialExt::operation, hex(payload), 1);
         probe.expectResponse(resultSuccess, {}, 1);
     }
-    // The number that is told to users.
+    // The number that the help names.
     setLongSerial(probe, QByteArrayLiteral("TEST12345678"), QByteArrayLiteral("45678"));
 }
 
@@ -1035,7 +1036,7 @@ void commandsDuringTransfer(Probe &probe)
 void unknownFileType(Probe &probe)
 {
     for (const quint32 fileType : {4u, 255u}) {
-        // Where the receiver may not write it stays empty, so that both are an empty file.
+        // Empty, because the receiver may not be allowed to write there.
         probe.open(fileType, 0, 0);
         probe.close({});
     }
@@ -1062,62 +1063,62 @@ struct Check
 const Check checks[] = {
     {"start of configuration: answered 5A A5 in every slot", startInEverySlot},
     {"start of configuration: answered at destination 14", startAtSecondDestination},
-    {"start of configuration: more bytes behind the handshake", startWithMoreBytes},
+    {"start of configuration: more bytes after the handshake", startWithMoreBytes},
     {"start of configuration: refused without the handshake", startWithoutHandshake},
     {"start of configuration: bits 15, 13 and 10 not read", startWithUnreadBits},
     {"end of configuration: answered whatever it carries", endIsAnswered},
-    {"silence: commands of other nodes than 24", commandsOfOtherNodes},
-    {"silence: commands to other nodes than 26 and 14", commandsToOtherNodes},
-    {"silence: commands on other interfaces than 11", commandsOnOtherInterfaces},
+    {"silence: commands from nodes other than 24", commandsOfOtherNodes},
+    {"silence: commands to nodes other than 26 and 14", commandsToOtherNodes},
+    {"silence: commands on interfaces other than 11", commandsOnOtherInterfaces},
     {"silence: operations 5 to 63", unknownOperations},
     {"silence: commands with the response bit", commandsWithResponseBit},
-    {"silence: other protocols than 3 and 6", otherProtocols},
-    {"silence: transfer messages of other nodes than 24", transferOfOtherNodes},
-    {"silence: transfer messages to other nodes than 26 and 14", transferToOtherNodes},
+    {"silence: protocols other than 3 and 6", otherProtocols},
+    {"silence: transfer messages from nodes other than 24", transferOfOtherNodes},
+    {"silence: transfer messages to nodes other than 26 and 14", transferToOtherNodes},
     {"silence: message types 5 to 14", unknownTypes},
-    {"silence: nothing comes unasked", nothingUnasked},
+    {"silence: nothing sent without a request", nothingUnasked},
     {"Transfer Info: accepted with 6 bytes and more", infoAccepted},
     {"Transfer Info: every file type accepted", infoOfEveryFileType},
     {"Transfer Info: low bits of the version byte not read", infoLowVersionBits},
     {"Transfer Info: 0 to 5 bytes refused with the parameters", infoOfWrongSize},
-    {"Transfer Info: other versions than 2 refused with the parameters", infoOfOtherVersions},
+    {"Transfer Info: versions other than 2 refused with the parameters", infoOfOtherVersions},
     {"Transfer Info: answered at destination 14", infoAtSecondDestination},
     {"Transfer Info: file size of 4 bytes", sizeOfFourBytes},
-    {"Transfer Info: the last size accepted counts", lastSizeCounts},
+    {"Transfer Info: the last accepted size counts", lastSizeCounts},
     {"Initiate Transfer: accepted, bytes 2 and 3 not read", initiateAccepted},
     {"Initiate Transfer: 0 to 7 bytes refused", initiateOfWrongSize},
-    {"Initiate Transfer: other versions than 2 refused", initiateOfOtherVersions},
+    {"Initiate Transfer: versions other than 2 refused", initiateOfOtherVersions},
     {"Initiate Transfer: empties the file", initiateEmpties},
     {"Initiate Transfer: leaves the file alone when refused", initiateRefused},
     {"Initiate Transfer: a second one starts over", initiatedTwice},
     {"Initiate Transfer: needs no Transfer Info", initiateWithoutInfo},
     {"Initiate Transfer: chooses the file, whatever Transfer Info says", initiateChoosesFile},
-    {"Initiate Transfer: number of records does not bind", recordsNotCounted},
+    {"Initiate Transfer: number of records not enforced", recordsNotCounted},
     {"file: 1 to 1500 bytes in up to 3 records", fileOfEverySize},
     {"file: empty", emptyFile},
     {"file: to destination 14", fileToSecondDestination},
-    {"file: to both destinations by turns", fileToBothDestinations},
-    {"file: bits of the identifiers that are not read", fileWithUnreadBits},
+    {"file: to both destinations alternately", fileToBothDestinations},
+    {"file: unread identifier bits set", fileWithUnreadBits},
     {"file: with pauses of more than a second", fileWithPauses},
     {"record: Record Start and Data Frames unanswered", startAndDataUnanswered},
     {"record: frames out of order refused, then repeated", framesOutOfOrder},
     {"record: frame missing refused, then repeated", frameMissing},
     {"record: last frame missing refused, then repeated", lastFrameMissing},
     {"record: repeated frames dropped", frameRepeated},
-    {"record: frames behind those announced dropped", framesBeyondTheRecord},
+    {"record: frames beyond those announced dropped", framesBeyondTheRecord},
     {"record: 255 frames announced, 64 received", moreFramesAnnounced},
     {"record: bytes that did not arrive count as zero", bytesThatDidNotArrive},
     {"record: wrong CRC-32 refused, then repeated", recordCrcWrong},
     {"record: Record End of wrong size stands for CRC-32 0", recordEndOfWrongSize},
     {"record: repeated Record End appends again", recordEndRepeated},
-    {"record: right Record End behind a refused one", recordEndCorrected},
-    {"record: of no frames", recordOfNoFrames},
+    {"record: right Record End after a refused one", recordEndCorrected},
+    {"record: without frames", recordOfNoFrames},
     {"record: Record Start of wrong size changes nothing", recordStartOfWrongSize},
-    {"record: started anew before its end", recordStartedAnew},
+    {"record: restarted before its end", recordStartedAnew},
     {"record: short frame in the middle", shortFrameInTheMiddle},
     {"record: empty Data Frame", emptyDataFrame},
     {"record: appended in order of arrival, not of number", recordNumbersDoNotPlace},
-    {"record: behind Transfer Complete answered, not stored", recordBehindTheEnd},
+    {"record: after Transfer Complete answered, not stored", recordBehindTheEnd},
     {"completion: wrong CRC-32 answered with the computed one", fileCrcWrong},
     {"completion: Transfer Complete of wrong size stands for CRC-32 0", completeOfWrongSize},
     {"completion: repeated", completeRepeated},
@@ -1131,7 +1132,7 @@ const Check checks[] = {
     {"transfer: undisturbed by another Transfer Info", infoDuringTransfer},
     {"transfer: undisturbed by a refused Transfer Info", refusedInfoDuringTransfer},
     {"transfer: undisturbed by a refused Initiate Transfer", refusedInitiateDuringTransfer},
-    {"transfer: undisturbed by what is unknown", unknownDuringTransfer},
+    {"transfer: undisturbed by unknown messages", unknownDuringTransfer},
     {"transfer: undisturbed by clock and serial number", commandsDuringTransfer, true},
     {"clock: wrong sizes refused", clockOfWrongSize, true},
     {"clock: impossible dates refused", clockOfImpossibleDate, true},
@@ -1142,7 +1143,7 @@ const Check checks[] = {
     {"serial number: in two frames", serialInTwoFrames, true},
     {"serial number: Set Serial too short", serialTooShort, true},
     {"serial number: Set Serial Ext too short", serialExtTooShort, true},
-    {"serial number: Set Serial Ext behind a short number", serialExtUnasked, true},
+    {"serial number: Set Serial Ext after a short number", serialExtUnasked, true},
     {"file: of unknown type", unknownFileType, true},
     {"file: menu and package", menuAndPackage, true},
     {"file: configuration, installed", configurationInstalled, true},
@@ -1212,7 +1213,7 @@ bool Conformance::run(void (*check)(Probe &), ConformanceResult &result)
     m_probe.begin();
     try {
         check(m_probe);
-        // An answer too many shows here, not as a deviation of the next check.
+        // An extra answer shows here, not in the next check.
         m_probe.expectSilence();
     } catch (const Deviation &found) {
         deviation = found;
@@ -1225,7 +1226,7 @@ bool Conformance::run(void (*check)(Probe &), ConformanceResult &result)
     result.due = deviation->due;
     result.came = deviation->came;
     result.cause = m_probe.cause();
-    // What is still under way must not reach the next check.
+    // Late answers must not reach the next check.
     return m_probe.findReceiver() || !deviation->isNoAnswer;
 }
 

@@ -17,7 +17,7 @@ struct ConformanceResult
     enum class Outcome {
         Passed,
         Failed,
-        Skipped, ///< destructive, which was not asked for
+        Skipped, ///< destructive, and not requested
         NotRun,  ///< the checks ended before it
     };
 
@@ -26,7 +26,7 @@ struct ConformanceResult
     QString due;             ///< after a failure: what the receiver had to send
     QString came;            ///< after a failure: what it did send
     QList<Exchanged> frames; ///< sent and received, in order
-    qsizetype cause = -1;    ///< after a failure: index in frames of what was sent before it
+    qsizetype cause = -1;    ///< after a failure: index in frames of the last one sent before it
     qint64 milliseconds = 0; ///< how long the check took
 };
 
@@ -40,25 +40,25 @@ struct ConformanceSettings
 /// The checks that \a settings choose, in the order in which they run.
 QList<ConformanceCheck> conformanceChecks(const ConformanceSettings &settings);
 
-/// Holds a receiver to the protocol, on good paths and bad ones.
+/// Checks a receiver against the protocol, with correct and with wrong messages.
 class Conformance
 {
 public:
     Conformance(Link &link, const ConformanceSettings &settings);
 
-    /// Whether anything answers at all, in whatever way. To be called before run().
+    /// Whether anything answers at all, right or wrong. Call it before run().
     bool findReceiver() { return m_probe.findReceiver(); }
-    /// Runs the checks and hands the result of each to \a report. The others stay in results() as
-    /// not run: when the receiver does not answer any more, and when this throws a Failure.
+    /// Runs the checks and passes each result to \a report. If the receiver stops answering, or
+    /// this throws a Failure, the remaining checks stay in results() as NotRun.
     void run(const std::function<void(const ConformanceResult &)> &report);
 
     const QList<ConformanceResult> &results() const { return m_results; }
     qsizetype count(ConformanceResult::Outcome outcome) const;
-    /// What the receiver has lost to the checks so far, in words.
+    /// What the checks have overwritten on the receiver so far, in words.
     QStringList changes() const { return m_probe.changes(); }
 
 private:
-    /// False when the receiver does not answer any more.
+    /// False if the receiver stopped answering.
     bool run(void (*check)(Probe &), ConformanceResult &result);
 
     ConformanceSettings m_settings;

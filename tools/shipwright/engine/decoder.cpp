@@ -79,7 +79,7 @@ public:
     {
         add(name, qint64(value), text.arg(value));
     }
-    /// A number of things; \a noun is the name of one.
+    /// \a noun is singular.
     void addCount(const QString &name, quint32 value, const QString &noun)
     {
         add(name, qint64(value), countText(value, noun));
@@ -135,7 +135,7 @@ void readDateTime(Reader &reader)
     if (!reader.sizeIs(Wire::SetDateTime::size))
         return;
     const auto part = [&reader](qsizetype offset) { return int(reader.byte(offset)); };
-    // Not a QDateTime: what the frame says is shown, whether or not there is such a day.
+    // Not a QDateTime, which cannot show a date that does not exist.
     const QString text = u"%1-%2-%3 %4:%5:%6 UTC"_s
                              .arg(part(Wire::SetDateTime::year) + Wire::SetDateTime::epoch)
                              .arg(part(Wire::SetDateTime::month), 2, 10, QLatin1Char('0'))

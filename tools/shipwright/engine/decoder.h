@@ -15,7 +15,7 @@ struct Decoded
     {
         QString name;
         QJsonValue value;
-        QString text; ///< the field as it is read out, "file type 2 (generic)"
+        QString text; ///< "file type 2 (generic)"
     };
 
     QString from;
@@ -25,7 +25,7 @@ struct Decoded
     QString fault; ///< what is wrong with the frame; empty when nothing is
 };
 
-/// Looks at the frame alone: an answer does not say which command it is for, and none is guessed.
+/// Decodes the frame alone: an answer does not say which command it is for.
 Decoded decode(const QCanBusFrame &frame);
 
 /// One line; \a start is the time stamp that counts as 0, in microseconds.

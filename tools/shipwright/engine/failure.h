@@ -13,15 +13,15 @@ enum class Exit : int {
     Usage = 2,        ///< the command line or a value on it is wrong
     LocalFile = 3,    ///< a file on this computer cannot be read or written
     Interface = 4,    ///< the CAN interface cannot be opened or went away
-    SendBlocked = 5,  ///< a frame could not be handed to the interface in time
+    SendBlocked = 5,  ///< the interface did not take a frame in time
     NoAnswer = 6,     ///< the receiver did not answer in time
     Refused = 7,      ///< the receiver answered with a failure code
     RecordCrc = 8,    ///< a record's CRC-32 differed in every attempt
     FileCrc = 9,      ///< the CRC-32 of the whole file differs
     BadAnswer = 10,   ///< the receiver's answer is not what the protocol says
     Deviation = 11,   ///< the self-test found a deviation
-    Abandoned = 12,   ///< a fault asked for on the command line ended the session
-    InUse = 13,       ///< another shipwright of this computer works on the interface
+    Abandoned = 12,   ///< a fault of --fault ended the session
+    InUse = 13,       ///< another shipwright on this computer uses the interface
     ForeignTool = 14, ///< another service tool sent frames during the session
     Interrupted = 130 ///< ended by Ctrl-C or a termination signal
 };
@@ -41,7 +41,7 @@ public:
     const char *what() const noexcept override { return m_what.constData(); }
 
     Exit exit;
-    QString message; ///< what was sent, what was awaited, what came instead
+    QString message; ///< what was sent, expected and received
     QString hint;    ///< what to try; may be empty
 
 private:

@@ -87,11 +87,11 @@ void FaultPlan::add(const QString &text)
     const auto *const known = std::find_if(std::begin(actions), std::end(actions),
                                            [&action](const auto &a) { return action == a.first; });
     if (known == std::end(actions))
-        refuse(u"the action is one of %1"_s.arg(actionNames().join(u", "_s)));
+        refuse(u"the action must be one of %1"_s.arg(actionNames().join(u", "_s)));
     if (match.hasCaptured(2) != (known->second == Fault::Action::Delay))
-        refuse(u"delay, and no other action, takes a time in milliseconds"_s);
+        refuse(u"only delay takes a time in milliseconds, and it needs one"_s);
     if (!frameNames().contains(match.captured(3)))
-        refuse(u"the frames are one of %1"_s.arg(frameNames().join(u", "_s)));
+        refuse(u"the frames must be one of %1"_s.arg(frameNames().join(u", "_s)));
 
     Fault fault;
     fault.action = known->second;
@@ -106,7 +106,7 @@ void FaultPlan::add(const QString &text)
             fault.last = std::numeric_limits<quint64>::max();
     }
     if (fault.first < 1 || fault.last < fault.first)
-        refuse(u"frames are counted from 1 and a range goes upwards"_s);
+        refuse(u"frames count from 1, and LAST must not be before FIRST"_s);
     m_entries.push_back({fault, 0});
 }
 

@@ -8,7 +8,7 @@
 
 namespace Shipwright {
 
-/// What to do to a frame on its way out.
+/// What to do to a frame that is sent.
 struct Fault
 {
     enum class Action { Drop, Repeat, Swap, Corrupt, Truncate, Delay, Abandon, Kill };
@@ -20,11 +20,11 @@ struct Fault
     quint64 last = 1;  ///< last one affected
 };
 
-/// The faults that a command line asks for, and the count of the frames that went by.
+/// The faults to inject, and the count of the frames so far.
 class FaultPlan
 {
 public:
-    /// Adds a fault written ACTION[=MS]@FRAMES[:FIRST[-LAST]]; throws a Failure when it is not one.
+    /// Adds a fault written ACTION[=MS]@FRAMES[:FIRST[-LAST]]; throws a Failure if it is not one.
     void add(const QString &text);
     /// The fault that hits \a frame, the next one to go out.
     std::optional<Fault> next(const QCanBusFrame &frame);

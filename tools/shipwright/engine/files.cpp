@@ -63,10 +63,10 @@ Input::Input(const QString &name)
         struct stat status = {};
         if (stat(path.constData(), &status) != 0)
             fail(errno);
-        // Looked at before it is opened: some devices act when they are.
+        // Checked before it is opened: opening some devices has effects.
         if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode))
             throw Failure(Exit::LocalFile, u"%1 is a device, not a file."_s.arg(m_shownName));
-        // Without blocking, so that a pipe that nobody writes to can be waited for with a signal.
+        // Without blocking: a signal must be able to end the wait for a pipe without a writer.
         m_descriptor = open(path.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
         if (m_descriptor < 0)
             fail(errno);
@@ -116,7 +116,7 @@ QByteArray Input::readAll(qint64 most)
     }
     if (S_ISREG(before.st_mode) && before.st_size > most) {
         throw Failure(Exit::LocalFile,
-                      u"%1 has %2 bytes; the wire carries sizes up to %3."_s.arg(m_shownName)
+                      u"%1 has %2 bytes; the protocol allows %3."_s.arg(m_shownName)
                           .arg(before.st_size)
                           .arg(most));
     }
@@ -126,7 +126,7 @@ QByteArray Input::readAll(qint64 most)
         if (all.size() > most) {
             throw Failure(
                 Exit::LocalFile,
-                u"%1 has more than %2 bytes; the wire carries sizes up to that."_s.arg(m_shownName)
+                u"%1 has more than the %2 bytes that the protocol allows."_s.arg(m_shownName)
                     .arg(most));
         }
     }
@@ -135,7 +135,7 @@ QByteArray Input::readAll(qint64 most)
         fail(errno);
     if (S_ISREG(before.st_mode) && !isUnchanged(before, after)) {
         throw Failure(Exit::LocalFile, u"%1 changed while it was read."_s.arg(m_shownName),
-                      u"Wait until it is written completely, then start again."_s);
+                      u"Wait until the file is complete, then start again."_s);
     }
     return all;
 }
@@ -167,7 +167,7 @@ Output::Output(const QString &what, const QString &path, const std::vector<FileI
     if (identity && std::find(inputs.begin(), inputs.end(), *identity) != inputs.end()) {
         close(m_descriptor);
         throw Failure(Exit::Usage,
-                      u"%1 is a file that is read: it would be overwritten."_s.arg(m_shownName));
+                      u"%1 is also an input: it would be overwritten."_s.arg(m_shownName));
     }
 }
 

@@ -8,11 +8,10 @@
 #include <sys/types.h>
 #include <vector>
 
-// The files of this computer. All calls throw a Failure that names the file, and end with one when
-// a signal comes while they wait.
+// Local files. All calls throw a Failure that names the file, also when a signal interrupts them.
 namespace Shipwright {
 
-/// A file whatever it is called: symbolic links and hard links lead to the same one.
+/// Identifies a file: all its links compare equal.
 struct FileIdentity
 {
     dev_t device;
@@ -21,10 +20,10 @@ struct FileIdentity
     bool operator==(const FileIdentity &) const = default;
 };
 
-/// The identity of what \a descriptor has open, if it keeps what is written: a file or a pipe.
+/// The identity of the file or pipe open in \a descriptor; nothing for a terminal or a device.
 std::optional<FileIdentity> storedFile(int descriptor);
 
-/// Something to read: a file, a pipe, or standard input, which is called "-" or /dev/stdin.
+/// A file, a pipe, or standard input ("-" or /dev/stdin) to read.
 class Input
 {
 public:
@@ -32,13 +31,13 @@ public:
     ~Input();
     Q_DISABLE_COPY_MOVE(Input)
 
-    /// The next bytes, as soon as there are some; nothing at the end.
+    /// Waits for the next bytes; empty at the end.
     QByteArray read();
-    /// All of it, as it was at one moment. Refuses directories, devices, files that change while
-    /// they are read, and more than \a most bytes: the wire's sizes have 32 bits.
+    /// The whole content. Refuses directories, devices, files that change while
+    /// they are read, and more than \a most bytes: the protocol's file size has 32 bits.
     QByteArray readAll(qint64 most = std::numeric_limits<quint32>::max());
 
-    /// How messages call it.
+    /// Its name in messages.
     QString shownName() const { return m_shownName; }
     bool isStandardInput() const { return m_isStandardInput; }
     std::optional<FileIdentity> identity() const { return storedFile(m_descriptor); }
@@ -51,8 +50,8 @@ private:
     bool m_isStandardInput;
 };
 
-/// Writes all of \a bytes, however long that takes; returns 0 or the number of the error, EINTR when
-/// a signal came while it waited. Throws nothing.
+/// Writes all of \a bytes, however long that takes. Returns 0 or errno, EINTR if a signal
+/// interrupted it. Throws nothing.
 int writeAll(int descriptor, const QByteArray &bytes);
 
 /// A file to write.
@@ -64,7 +63,7 @@ public:
     ~Output();
     Q_DISABLE_COPY_MOVE(Output)
 
-    /// Empties the file, which until then is as it was.
+    /// Empties the file; until then it keeps its content.
     void start();
     void write(const QByteArray &bytes);
 

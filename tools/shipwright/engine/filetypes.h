@@ -6,7 +6,7 @@
 
 namespace Shipwright {
 
-/// The names that file types have on the command line and in print.
+/// The names of the file types on the command line and in messages.
 QString fileTypeName(quint32 fileType);
 std::optional<quint32> fileTypeFromName(const QString &name);
 

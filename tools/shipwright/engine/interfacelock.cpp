@@ -18,7 +18,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The process that listens at \a address; 0 when it does not show.
+/// The process that listens at \a address; 0 if unknown.
 pid_t ownerOf(const sockaddr *address, socklen_t size)
 {
     ucred owner = {};
@@ -36,8 +36,7 @@ pid_t ownerOf(const sockaddr *address, socklen_t size)
 InterfaceLock::InterfaceLock(const QByteArray &name, const QString &interfaceName)
     : m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    // An abstract address lies in no folder, so that no user's rights are in another's way, and it
-    // is gone with the socket.
+    // An abstract address needs no folder and no permissions, and disappears with the socket.
     const QByteArray abstractName = '\0' + QByteArrayLiteral("shipwright-")
         + QCryptographicHash::hash(name, QCryptographicHash::Sha256).toHex();
     sockaddr_un address = {};
@@ -59,9 +58,9 @@ InterfaceLock::InterfaceLock(const QByteArray &name, const QString &interfaceNam
     }
     throw Failure(
         Exit::InUse,
-        u"Another shipwright%1 works on the interface \"%2\"; nothing was sent."_s.arg(
+        u"Another shipwright%1 uses the interface \"%2\"; nothing was sent."_s.arg(
             owner > 0 ? u" (process %1)"_s.arg(owner) : QString(), printable(interfaceName)),
-        u"Wait until it has ended: two tools at once would mix what they send."_s);
+        u"Wait until it ends: two tools at once would mix their frames."_s);
 }
 
 InterfaceLock::~InterfaceLock()

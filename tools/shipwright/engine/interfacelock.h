@@ -4,13 +4,13 @@
 
 namespace Shipwright {
 
-/// Keeps a CAN interface for one process of this computer, whoever started it. The kernel releases
-/// it when the process ends, in whatever way.
+/// Reserves a CAN interface for one process of this computer, across users. The kernel releases it
+/// when the process ends, even by a crash.
 class InterfaceLock
 {
 public:
-    /// Throws a Failure when another process has the lock called \a name. Like the interfaces of
-    /// the kernel, names are a network namespace's own.
+    /// Throws a Failure if another process holds the lock \a name. Like the kernel's interfaces,
+    /// each network namespace has its own names.
     InterfaceLock(const QByteArray &name, const QString &interfaceName);
     ~InterfaceLock();
     Q_DISABLE_COPY_MOVE(InterfaceLock)

@@ -50,9 +50,9 @@ void Link::open(const QString &advice)
         return;
     QString reason = m_device.errorString();
     if (m_device.state() == QCanBusDevice::ConnectingState)
-        reason = u"it does not connect within %1 ms"_s.arg(openTimeout);
+        reason = u"no connection within %1 ms"_s.arg(openTimeout);
     else if (reason.isEmpty())
-        reason = u"its driver gives no reason"_s;
+        reason = u"the driver gives no reason"_s;
     throw Failure(Exit::Interface, u"The CAN interface cannot be opened: %1."_s.arg(reason),
                   advice);
 }
@@ -67,15 +67,15 @@ void Link::checkUsable() const
     if (m_interrupted)
         throw Failure(Exit::Interrupted, u"Interrupted."_s);
     if (m_device.state() != QCanBusDevice::ConnectedState) {
-        // Closing a device can leave errors behind that tell nothing about the cause.
+        // Closing a device can leave errors that do not give the cause.
         const QCanBusDevice::CanBusError error = m_device.error();
         const bool tellsCause = error == QCanBusDevice::ConnectionError
             || error == QCanBusDevice::ReadError || error == QCanBusDevice::WriteError;
         throw Failure(Exit::Interface,
                       u"The CAN interface went away%1."_s.arg(
                           tellsCause ? u": "_s + m_device.errorString() : QString()),
-                      u"Check the adapter's plug and that the interface is up, then start the "
-                      "session again."_s);
+                      u"Check that the adapter is plugged in and that the interface is up, "
+                      "then start the session again."_s);
     }
 }
 
@@ -85,17 +85,16 @@ void Link::checkAlone() const
         return;
     throw Failure(
         Exit::ForeignTool,
-        u"Another service tool works on this bus: node %1 sent %2, which this tool did not. "
+        u"Another service tool uses this bus: node %1 sent %2, which this tool did not send. "
         "The session ended there."_s.arg(Wire::nodeShipwright)
             .arg(frameText(*m_foreign)),
-        u"Find the other tool and let one work at a time; then do this session again from "
-        "its start."_s);
+        u"Stop the other tool, then start this session again."_s);
 }
 
 void Link::send(quint32 frameId, const QByteArray &payload)
 {
     const QCanBusFrame frame(frameId, payload);
-    // A frame that was held back goes out behind this one, whatever happens to this one.
+    // A frame that was held back goes out after this one, whatever happens to this one.
     std::optional<QCanBusFrame> overtaken = std::exchange(m_heldBack, std::nullopt);
 
     const std::optional<Fault> fault = m_faults.next(frame);
@@ -125,7 +124,7 @@ void Link::send(quint32 frameId, const QByteArray &payload)
         case Fault::Action::Abandon:
             flush();
             throw Failure(Exit::Abandoned,
-                          u"Abandoned before sending %1, as asked for."_s.arg(frameText(frame)));
+                          u"Abandoned before sending %1, as --fault says."_s.arg(frameText(frame)));
         case Fault::Action::Kill:
             flush();
             close();
@@ -138,7 +137,7 @@ void Link::send(quint32 frameId, const QByteArray &payload)
 
 void Link::write(const QCanBusFrame &frame)
 {
-    // Qt's socketcan plugin has no queue: it refuses a frame while the interface's own is full.
+    // Qt's socketcan plugin has no queue: it refuses a frame while the interface's queue is full.
     const qint64 start = m_clock.now();
     m_clock.wait(0);
     collectReceived();
@@ -160,12 +159,12 @@ void Link::write(const QCanBusFrame &frame)
 
 void Link::flush()
 {
-    // Plugins other than socketcan queue what is written and send it from the event loop.
+    // Plugins other than socketcan queue frames and send them from the event loop.
     qint64 lastSent = m_clock.now();
     for (qint64 queued = m_device.framesToWrite(); queued > 0;) {
         checkUsable();
         if (m_clock.now() - lastSent >= m_sendTimeout) {
-            failToSend(u"Frames (%1) stay in the send buffer for %2 ms"_s.arg(queued).arg(
+            failToSend(u"Frames (%1) stayed in the send buffer for %2 ms"_s.arg(queued).arg(
                 m_clock.now() - lastSent));
         }
         m_clock.wait(sendBufferPoll);
@@ -185,13 +184,13 @@ void Link::failToSend(const QString &what) const
 
 QString Link::wiringAdvice()
 {
-    return u"Nobody acknowledges frames, or the interface is down: check that the receiver is "
-           "powered and wired, the termination, and that both sides run at the same bit rate."_s;
+    return u"No node acknowledges the frames, or the interface is down: check the receiver's "
+           "power, the wiring, the termination, and that both sides use the same bit rate."_s;
 }
 
 void Link::collectReceived()
 {
-    // A device that is not connected keeps what it has received.
+    // A disconnected device keeps the frames that it has received.
     while (m_device.state() == QCanBusDevice::ConnectedState && m_device.framesAvailable() > 0) {
         const QCanBusFrame frame = m_device.readFrame();
         if (isEcho(frame))
@@ -213,7 +212,7 @@ bool Link::isEcho(const QCanBusFrame &frame)
 {
     if (frame.hasLocalEcho())
         return true;
-    // Not every adapter marks what it echoes. But the echo of a command comes before its answer.
+    // Not every adapter marks its echoes. But the echo of a command comes before its answer.
     const bool isAnswer = Wire::sourceNode.of(frame.frameId()) == Wire::nodeDockhand
         && Wire::destinationNode.of(frame.frameId()) == Wire::nodeShipwright;
     if (isAnswer && !m_unechoed.empty()) {
@@ -237,7 +236,7 @@ std::optional<QCanBusFrame> Link::receive(qint64 deadline)
     for (;;) {
         collectReceived();
         if (!m_received.empty()) {
-            // What came before a foreign frame is still this session's.
+            // Frames before the foreign one still belong to this session.
             if (isForeign(m_received.front()))
                 checkAlone();
             const QCanBusFrame frame = m_received.front();

@@ -18,7 +18,7 @@ struct PeerSettings
     quint32 slot = 0;
     quint32 destination = Wire::nodeDockhand;
     std::optional<qint64> timeout; ///< milliseconds; replaces the receiver's own limits
-    int retries = 5;               ///< times that a record is sent again
+    int retries = 5;               ///< how often to resend a record
 };
 
 /// What the receiver says about itself in its answer to Transfer Info.
@@ -57,8 +57,8 @@ struct TransferResult
     qint64 milliseconds = 0;
 };
 
-/// The service tool's side of the protocols. Every call blocks until the receiver's answer is
-/// there and throws a Failure when it is not the one hoped for.
+/// The service tool's side of the protocols. Every call waits for the receiver's answer and throws
+/// a Failure if there is none or it reports a failure.
 class Peer
 {
 public:
@@ -69,17 +69,17 @@ public:
     void startConfiguration();
     void setDateTime(const QDateTime &dateTime);
     void setSerialNumber(const QString &serialNumber);
-    /// These throw when the wire cannot carry the value.
+    /// These throw if the value cannot be sent.
     static void checkDateTime(const QDateTime &dateTime);
     static void checkSerialNumber(const QString &serialNumber);
     void endConfiguration();
-    /// Asks with an empty Transfer Info: it is refused, which leaves a transfer in progress
-    /// alone, and the refusal carries the parameters all the same.
+    /// Sends an empty Transfer Info. The receiver refuses it, so a transfer in progress is not
+    /// disturbed; the refusal carries the parameters.
     ReceiverParameters receiverParameters();
     TransferResult sendFile(quint32 fileType, const QByteArray &content,
                             const ProgressHandler &onProgress);
 
-    /// What the receiver was left with, for whoever has to go on from here.
+    /// The state that a failed session left the receiver in, for the user.
     QString receiverState() const;
 
 private:
@@ -90,14 +90,14 @@ private:
     };
     struct Expectation
     {
-        quint32 idMask; ///< bits of the identifier that make the answer known
+        quint32 idMask; ///< identifier bits to compare
         quint32 id;
-        QString what; ///< what was sent, for a message
+        QString what; ///< name of what was sent, for messages
         qint64 timeout;
-        QString unanswered; ///< what the receiver may be left with until the answer is there
+        QString unanswered; ///< receiverState() until the answer comes
     };
 
-    /// A file on its way.
+    /// A transfer in progress.
     struct Transfer
     {
         quint32 fileType;
@@ -126,7 +126,7 @@ private:
     Link &m_link;
     PeerSettings m_settings;
     ReceiverParameters m_parameters;
-    QString m_state; ///< of the receiver, where that is not what the user expects
+    QString m_state; ///< of the receiver, if the user would not expect it
     bool m_configuring = false;
 };
 

@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// For answers whose limit the receiver has not told yet.
+/// For answers whose limit the receiver has not sent yet.
 constexpr qint64 defaultTimeout = 1000;
 
 } // namespace
@@ -37,7 +37,7 @@ Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Ex
     m_link.send(frameId, payload);
     if (!expected.unanswered.isEmpty())
         m_state = expected.unanswered;
-    // A whole record may still be queued: the receiver's time begins when it has gone out.
+    // A whole record may still be queued: the time limit starts when it is sent.
     m_link.flush();
     const qint64 deadline = m_link.clock().now() + expected.timeout;
     QStringList others;
@@ -50,24 +50,24 @@ Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Ex
         if (++otherCount <= 3)
             others += frameText(*frame);
     }
-    QString came = u"nothing came instead"_s;
+    QString came = u"received nothing"_s;
     if (otherCount > 0) {
-        came = u"what came instead: %1"_s.arg(others.join(u", "_s));
+        came = u"received instead: %1"_s.arg(others.join(u", "_s));
         if (otherCount > others.size())
             came += u" and %1 more"_s.arg(otherCount - others.size());
     }
     const QString condition = m_link.busCondition();
     if (!condition.isEmpty())
         came += u"; "_s + condition;
-    const QString message = u"No answer to %1: sent %2, awaited identifier %3 for %4 ms; %5."_s
-                                .arg(expected.what, frameText(frameId, payload),
-                                     u"%1"_s.arg(expected.id, 8, 16, QLatin1Char('0')).toUpper())
+    const QString message = u"No answer to %1: sent %2, waited %3 ms for identifier %4, %5."_s
+                                .arg(expected.what, frameText(frameId, payload))
                                 .arg(expected.timeout)
-                                .arg(came);
+                                .arg(u"%1"_s.arg(expected.id, 8, 16, QLatin1Char('0')).toUpper(),
+                                     came);
     if (m_link.reachesNobody())
         throw Failure(Exit::SendBlocked, message, Link::wiringAdvice());
-    QString advice = u"Check that the receiver runs, that it is wired to this bus at the same bit "
-                     "rate, and the --destination"_s;
+    QString advice = u"Check that the receiver runs, that it is on this bus at the same bit rate, "
+                     "and --destination"_s;
     advice += condition.isEmpty()
         ? u"; a busy receiver may need a longer --timeout."_s
         : u"; the bus has errors: check the wiring and the termination."_s;
@@ -99,7 +99,8 @@ void Peer::startConfiguration()
     const QString what = u"start of configuration"_s;
     const Answer answer = command(Wire::StartConfiguration::operation,
                                   QByteArray::fromHex(Wire::StartConfiguration::request), what);
-    expectSuccess(answer, what, u"It does not know the handshake A5 5A: is it a Dockhand?"_s);
+    expectSuccess(answer, what,
+                  u"The receiver does not know the handshake A5 5A: is it a Dockhand?"_s);
     if (answer.payload != QByteArray::fromHex(Wire::StartConfiguration::response)) {
         throw Failure(Exit::BadAnswer,
                       u"The answer to %1 carries %2 where 5AA5 was expected."_s.arg(
@@ -121,7 +122,7 @@ void Peer::checkDateTime(const QDateTime &dateTime)
     const int year = utc.date().year() - Wire::SetDateTime::epoch;
     if (!utc.isValid() || year < 0 || year > 255) {
         throw Failure(Exit::Usage,
-                      u"The date %1 cannot be sent: the wire carries the years 2000 to 2255."_s.arg(
+                      u"The date %1 cannot be sent: the protocol has the years 2000 to 2255."_s.arg(
                           utc.toString(Qt::ISODate)));
     }
 }
@@ -143,7 +144,7 @@ void Peer::setDateTime(const QDateTime &dateTime)
 
     const Answer answer = command(
         Wire::SetDateTime::operation, payload, what,
-        u"Whether the receiver has set its clock is not known; set it again."_s);
+        u"It is not known whether the receiver set its clock; set it again."_s);
     m_state.clear();
     expectSuccess(answer, what,
                   u"The receiver does not take %1 for a date."_s.arg(utc.toString(Qt::ISODate)));
@@ -167,17 +168,16 @@ void Peer::checkSerialNumber(const QString &serialNumber)
     if (text.isEmpty())
         refuse(u"it is empty"_s);
     if (text.size() > longest)
-        refuse(
-            u"it has %1 bytes in UTF-8, and two frames carry %2"_s.arg(text.size()).arg(longest));
+        refuse(u"it has %1 bytes in UTF-8, the maximum is %2"_s.arg(text.size()).arg(longest));
     for (const QChar c : serialNumber) {
         if (c.category() == QChar::Other_Control)
             refuse(u"it contains a control character"_s);
     }
-    // The receiver decodes each frame's bytes by themselves, so a character must not straddle.
+    // The receiver decodes each frame by itself, so no character may be in both.
     if (text.size() > firstPart && (uchar(text.at(firstPart)) & 0xC0) == 0x80) {
         refuse(
-            u"one of its characters would be cut in two between the first frame, which carries "
-            "%1 bytes, and the second, and the receiver decodes each by itself"_s.arg(firstPart));
+            u"a character has bytes in both frames (the first carries %1 bytes), and the receiver "
+            "decodes each frame by itself"_s.arg(firstPart));
     }
 }
 
@@ -189,7 +189,7 @@ void Peer::setSerialNumber(const QString &serialNumber)
 
     QString what = u"set serial number"_s;
     const QString unknown =
-        u"Whether the receiver has stored the serial number is not known; set it again."_s;
+        u"It is not known whether the receiver stored the serial number; set it again."_s;
     const QString half = u"The receiver has the first %1 bytes of the serial number and has stored "
                          "nothing yet; set the whole number again."_s.arg(firstPart);
     const bool isLong = text.size() > firstPart;
@@ -200,9 +200,10 @@ void Peer::setSerialNumber(const QString &serialNumber)
         answer = command(Wire::SetSerialExt::operation, text.mid(firstPart), what, unknown);
     }
     m_state.clear();
-    expectSuccess(answer, what,
-                  u"The receiver could not store it: look for \"File write failed\" in its log and "
-                  "check /media/service/korvane."_s);
+    expectSuccess(
+        answer, what,
+        u"The receiver could not store the number: look for \"File write failed\" in its log and "
+        "check /media/service/korvane."_s);
 }
 
 QString Peer::receiverState() const

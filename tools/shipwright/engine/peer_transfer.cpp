@@ -122,7 +122,7 @@ void Peer::negotiate(Transfer &transfer)
     const Answer answer = transferMessage(
         Wire::InitiateTransfer::type, initiate, what, limit(m_parameters.negotiationTimeout),
         Wire::InitiateTransfer::responseSize,
-        u"The receiver may have emptied its %1 file already; sending the file again fills it."_s
+        u"The receiver may have emptied its %1 file already; sending the file again replaces it."_s
             .arg(fileTypeName(transfer.fileType)));
     m_state.clear();
     expectSuccess(answer, what,
@@ -207,8 +207,8 @@ void Peer::confirm(Transfer &transfer)
     const QString what = u"Transfer Complete"_s;
     const QString type = fileTypeName(transfer.fileType);
     const QString unanswered =
-        u"The receiver has all %1 records of the %2 file; whether it accepted the file is not known. "
-        "Sending the file again replaces it."_s.arg(transfer.progress.totalRecords)
+        u"The receiver has all %1 records of the %2 file; it is not known whether it accepted the "
+        "file. Sending the file again replaces it."_s.arg(transfer.progress.totalRecords)
             .arg(type);
     const Answer answer = transferMessage(Wire::TransferComplete::type, crcPayload(transfer.crc),
                                           what, limit(m_parameters.completeTimeout),
@@ -225,15 +225,15 @@ void Peer::confirm(Transfer &transfer)
 
     if (isAccepted) {
         m_state =
-            u"The receiver says that it accepted the %1 file, and names the CRC-32 of another "
-            "one: what it holds, or has installed, is not known. Sending the file again "
-            "replaces it."_s.arg(type);
+            u"The receiver says that it accepted the %1 file, but reports another CRC-32. It is "
+            "not known what it stored or installed. Sending the file again replaces it."_s.arg(
+                type);
     } else if (isEqual) {
         m_state =
             u"The receiver refused the %1 file although it computed the CRC-32 that was sent, "
             "so it did not install it; sending the file again replaces it."_s.arg(type);
     } else if (answer.code == Wire::resultFailure) {
-        m_state = u"The receiver closed the %1 file with a wrong content and did not install it; "
+        m_state = u"The receiver closed the %1 file with wrong content and did not install it; "
                   "sending the file again replaces it."_s.arg(type);
     }
     if (!isAccepted && answer.code != Wire::resultFailure)
@@ -247,8 +247,8 @@ void Peer::confirm(Transfer &transfer)
     throw Failure(Exit::FileCrc,
                   u"The CRC-32 of the file differs: %1 sent, %2 at the receiver."_s.arg(
                       hexNumber(transfer.crc), hexNumber(receiverCrc)),
-                  u"The receiver could not write all of it, or its storage is full or not "
-                  "writable: its log tells. Then send the file again."_s);
+                  u"The receiver may have failed to write: see its log, and check its storage. "
+                  "Then send the file again."_s);
 }
 
 } // namespace Shipwright

@@ -14,11 +14,11 @@ using namespace Wire;
 
 namespace {
 
-/// Nobody needs a start command in this slot, so that its refusal is known as one's own.
+/// Tools do not use this slot for a start command, so its refusal answers the question.
 constexpr quint32 questionSlot = 3;
-/// How long an answer that nobody asked for may be late, in milliseconds.
+/// How long to wait for a late answer, in milliseconds.
 constexpr qint64 lateness = 500;
-/// For how long nothing may come unasked, in milliseconds.
+/// How long the receiver must stay silent, in milliseconds.
 constexpr qint64 watch = 1000;
 
 quint32 answerId(quint32 type, quint32 code)
@@ -44,7 +44,7 @@ Probe::Probe(Link &link, const ProbeLimits &limits)
 
 bool Probe::findReceiver()
 {
-    // Both are refused and change nothing. A receiver that fails to answer one may answer the other.
+    // The receiver refuses both, so nothing changes. One with a defect may answer only one of them.
     const Message questions[] = {
         {P3::commandId(nodeShipwright, nodeDockhand, questionSlot, P3::interfaceShipwright,
                        StartConfiguration::operation),

@@ -23,7 +23,7 @@ struct Exchanged
     QCanBusFrame frame;
 };
 
-/// Thrown when the receiver does something else than what is due.
+/// Thrown when the receiver does not do what is due.
 struct Deviation
 {
     QString due;
@@ -38,27 +38,27 @@ struct ProbeLimits
     qint64 install = 60'000;  ///< the same, when the receiver installs the file
 };
 
-/// What a check of the self-test says to the receiver, and what is due from it.
+/// What a check of the self-test sends to the receiver, and what is due from it.
 class Probe
 {
 public:
     Probe(Link &link, const ProbeLimits &limits);
 
-    /// Learns what the receiver answers to a harmless question; false when nothing comes.
+    /// Learns how the receiver answers a harmless question; false if it does not.
     bool findReceiver();
     /// Forgets the frames and settings of the check before.
     void begin();
-    /// Lets answers of a check that broke off pass by.
+    /// Waits for late answers of a check that was broken off, and drops them.
     void settle();
 
     const QList<Exchanged> &frames() const { return m_frames; }
-    /// Index in frames() of what was sent last, questions excepted; -1 when nothing was.
+    /// Index in frames() of the last frame sent, except questions; -1 if there is none.
     qsizetype cause() const { return m_cause; }
-    /// What the receiver has lost to all that was sent so far, in words.
+    /// What has been overwritten on the receiver so far, in words.
     QStringList changes() const;
 
     quint32 destination = Wire::nodeDockhand;
-    quint32 unreadBits = 0; ///< set in the identifiers of everything that is sent
+    quint32 unreadBits = 0; ///< set in every identifier that is sent
 
     // ---- What goes out
     void send(quint32 id, const QByteArray &payload);
@@ -76,7 +76,7 @@ public:
 
     // ---- What is due
     void expectResponse(quint32 code, const QByteArray &payload = {}, quint32 slot = 0);
-    /// The receiver's parameters are its own, but they are the same in every answer.
+    /// Any parameters, but the same in every answer.
     void expectParameters(quint32 code);
     void expectInitiated();
     void expectInitiateRefused();
@@ -84,10 +84,10 @@ public:
     void expectRecordRefused();
     void expectFile(quint32 crc);
     void expectFileRefused(quint32 crc);
-    /// Proves silence without waiting: the receiver handles frames in order, so that the answer to
-    /// a harmless question sent afterwards must be the next one to come.
+    /// Checks for silence without waiting. The receiver handles frames in order, so the answer to a
+    /// harmless question sent afterwards must come next.
     void expectSilence();
-    /// The same, and no answer comes late.
+    /// The same, and no answer is late either.
     void expectLastingSilence();
     /// Nothing comes for a second.
     void expectNothing();
@@ -122,8 +122,8 @@ private:
     QByteArray m_parameters;
     QList<Exchanged> m_frames;
     qsizetype m_cause = -1;
-    quint32 m_fileType = Wire::FileType::generic; ///< of the file that was opened last
-    QSet<quint32> m_files;                        ///< types of all files that were opened
+    quint32 m_fileType = Wire::FileType::generic; ///< of the last file opened
+    QSet<quint32> m_files;                        ///< of all files opened
     bool m_clockSet = false;
     bool m_serialNumberSet = false;
 };

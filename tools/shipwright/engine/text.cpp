@@ -10,7 +10,7 @@ bool isHarmless(QChar c)
 {
     switch (c.category()) {
     case QChar::Other_Control:
-    case QChar::Other_Format: // among them those that turn the direction of writing
+    case QChar::Other_Format: // such as those that reverse the text direction
     case QChar::Separator_Line:
     case QChar::Separator_Paragraph:
         return false;

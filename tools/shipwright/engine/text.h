@@ -3,7 +3,7 @@
 #include <QCanBusFrame>
 #include <QString>
 
-// Texts that messages of several sources share.
+// Parts of messages.
 namespace Shipwright {
 
 /// A frame as logs and messages write it: 0F1A02C0#A55A.
@@ -16,11 +16,11 @@ inline QString frameText(const QCanBusFrame &frame)
 /// 0xcbf43926
 QString hexNumber(quint32 number);
 
-/// "1 record", "2 records"; \a noun is the name of one.
+/// "1 record", "2 records"; \a noun is singular.
 QString countText(quint64 number, const QString &noun);
 
-/// \a text with everything escaped that a terminal would obey instead of showing it: it stays on
-/// its line and nobody's escape sequence takes effect.
+/// \a text with its control characters escaped: it stays on one line, and a terminal shows escape
+/// sequences instead of obeying them.
 QString printable(const QString &text);
 
 } // namespace Shipwright
