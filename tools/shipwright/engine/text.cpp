@@ -47,7 +47,7 @@ QString printable(const QString &text)
         else if (c == u'\n')
             result += u"\\n"_s;
         else
-            result += u"\\u%1"_s.arg(c.unicode(), 4, 16, QLatin1Char('0'));
+            result += u"\\u%1"_s.arg(uint(c.unicode()), 4, 16, QLatin1Char('0'));
     }
     return result;
 }
