@@ -122,7 +122,7 @@ void Session::open(const BusSettings &settings)
     } catch (const Failure &) {
         // The destructors of some plugins abort the program when their device could not be opened.
         // Volatile: otherwise the optimiser drops the pointer, and leak checkers report the device.
-        [[maybe_unused]] static QCanBusDevice *volatile left = nullptr;
+        [[maybe_unused]] static const QCanBusDevice *volatile left = nullptr;
         left = m_device.release();
         throw;
     }

@@ -202,7 +202,7 @@ public:
 
 private:
     const Descriptor m_socket;
-    std::array<char, batchSize> m_input;
+    std::array<char, batchSize> m_input{};
     std::size_t m_whole = 0; ///< bytes of m_input that were returned as complete frames
     std::size_t m_rest = 0;  ///< bytes of a frame that is still incomplete, after them
     Queue m_output;
@@ -362,11 +362,11 @@ int main(int argc, char **argv)
                    stderr);
         return 2;
     }
-    const char *path = argv[argc - 1];
     try {
         // Frames follow each other in about 100 us; by default timers are 50 us late.
         ::prctl(PR_SET_TIMERSLACK, 1UL);
         const Descriptor stop(stopSignals());
+        const char *path = argv[argc - 1];
         Bus bus(path, bitRate);
         std::printf("virtualbus: ready on %s\n", path);
         std::fflush(stdout);
