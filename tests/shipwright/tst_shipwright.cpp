@@ -14,6 +14,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -123,6 +124,8 @@ private slots:
     void provision_refusesBeforeTheFirstFrame_data();
     void provision_refusesBeforeTheFirstFrame();
     void provision_ofNothingIsRefused();
+    void provision_reportsEachUnit();
+    void provision_reportThatCannotBeWritten();
     void watch_printsTheTrafficUntilInterrupted();
     void decode_readsWhatLogWrites();
     void decode_followsAPipe();
@@ -654,6 +657,13 @@ void ShipwrightTest::provision_refusesBeforeTheFirstFrame_data()
         << QStringList{u"--time"_s, u"1999-12-31T00:00:00Z"_s} << 2;
     QTest::newRow("log that cannot be written")
         << QStringList{u"--log"_s, u"/nonexistent/log"_s} << 3;
+    QTest::newRow("report that cannot be written")
+        << QStringList{u"--report"_s, u"/nonexistent/report"_s} << 3;
+    QTest::newRow("report that is sent")
+        << QStringList{u"--generic"_s, u"$FILE"_s, u"--report"_s, u"$FILE"_s} << 2;
+    QTest::newRow("report that is the log")
+        << QStringList{u"--report"_s, u"$FILE"_s, u"--log"_s, u"$FILE"_s} << 2;
+    QTest::newRow("report on a full disk") << QStringList{u"--report"_s, u"full/report"_s} << 3;
 }
 
 void ShipwrightTest::provision_refusesBeforeTheFirstFrame()
@@ -663,6 +673,13 @@ void ShipwrightTest::provision_refusesBeforeTheFirstFrame()
     QFile sparse(m_directory->filePath(u"sparse"_s));
     QVERIFY(sparse.open(QIODevice::WriteOnly) && sparse.resize(4'294'967'296));
     options.replaceInStrings(u"$SPARSE"_s, sparse.fileName());
+    options.replaceInStrings(u"$FILE"_s, file(u"sent"_s, "x"));
+    // The test has its mounts to itself.
+    QVERIFY(QDir().mkpath(u"full"_s));
+    QCOMPARE(QProcess::execute(u"mount"_s,
+                               {u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=4k"_s, u"tmpfs"_s, u"full"_s}),
+             0);
+    const auto unmount = qScopeGuard([] { QProcess::execute(u"umount"_s, {u"full"_s}); });
     const QByteArray before = contentOf(serviceTree + u"serialNumber"_s);
     const Outcome outcome = shipwright(QStringList{u"provision"_s, u"--serial"_s, u"NEVER"_s}
                                        + options);
@@ -674,6 +691,66 @@ void ShipwrightTest::provision_refusesBeforeTheFirstFrame()
 void ShipwrightTest::provision_ofNothingIsRefused()
 {
     QCOMPARE(shipwright({u"provision"_s}).status, 2);
+}
+
+void ShipwrightTest::provision_reportsEachUnit()
+{
+    const QString path = file(u"sent"_s, "123456789");
+    const QString report = m_directory->filePath(u"report"_s);
+    const QStringList command{u"provision"_s, u"--serial"_s, u"SN42"_s,     u"--generic"_s, path,
+                              u"--menu"_s,    path,          u"--report"_s, report};
+    QCOMPARE(shipwright(command + QStringList{u"--fault"_s, u"corrupt@data:1"_s}).status, 0);
+    QCOMPARE(shipwright(command + QStringList{u"--fault"_s, u"abandon@data:3"_s}).status, 12);
+    QCOMPARE(shipwright(command + QStringList{u"--slot"_s, u"4"_s}).status, 2);
+    QByteArrayList lines = contentOf(report).split('\n');
+    QCOMPARE(lines.takeLast(), QByteArray());
+    QCOMPARE(lines.size(), 2);
+
+    QJsonObject done = QJsonDocument::fromJson(lines.first()).object();
+    QVERIFY(QDateTime::fromString(done.take(u"time"_s).toString(), Qt::ISODateWithMs).isValid());
+    QVERIFY(done.take(u"milliseconds"_s).toInt() > 0);
+    QVERIFY(!done.take(u"tool"_s).toString().isEmpty());
+    QJsonObject sent{
+        {u"type"_s, u"menu"_s},
+        {u"file"_s, path},
+        {u"bytes"_s, 9},
+        {u"crc"_s, u"cbf43926"_s},
+        {u"sha256"_s, u"15e2b0d3c33891ebb0f1ef609ec419420c20e320ce94c65fbc8c3312448eb225"_s},
+        {u"sent"_s, true}};
+    QJsonObject next = sent;
+    next.insert(u"type"_s, u"generic"_s);
+    QCOMPARE(done,
+             (QJsonObject{{u"interface"_s, u"can0"_s},
+                          {u"serial"_s, u"SN42"_s},
+                          {u"files"_s, QJsonArray{sent, next}},
+                          {u"repeated"_s, 1},
+                          {u"result"_s, u"done"_s},
+                          {u"status"_s, 0},
+                          {u"message"_s, QString()},
+                          {u"receiver"_s, QString()}}));
+    const QJsonObject failed = QJsonDocument::fromJson(lines.last()).object();
+    next.insert(u"sent"_s, false);
+    QCOMPARE(failed.value(u"files"_s).toArray(), (QJsonArray{sent, next}));
+    QCOMPARE(failed.value(u"result"_s).toString(), u"failed"_s);
+    QCOMPARE(failed.value(u"status"_s).toInt(), 12);
+    QVERIFY(failed.value(u"message"_s).toString().startsWith(u"Abandoned before sending 1B1AF0"_s));
+    QVERIFY(failed.value(u"receiver"_s)
+                .toString()
+                .startsWith(u"The receiver holds an incomplete generic file (0 of 1 records)"_s));
+}
+
+void ShipwrightTest::provision_reportThatCannotBeWritten()
+{
+    const QStringList command{u"provision"_s, u"--serial"_s, u"SN43"_s, u"--report"_s,
+                              u"/dev/full"_s};
+    const QString reason = u"The report /dev/full cannot be written: No space left on device.\n"_s;
+    const Outcome done = shipwright(command);
+    QCOMPARE(done.status, 3);
+    QCOMPARE(done.err, u"shipwright: The receiver is provisioned. "_s + reason);
+    QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("SN43\n"));
+    const Outcome failed = shipwright(command + QStringList{u"--fault"_s, u"abandon@command:2"_s});
+    QCOMPARE(failed.status, 12);
+    QVERIFY(failed.err.startsWith(u"shipwright: Warning: "_s + reason));
 }
 
 void ShipwrightTest::watch_printsTheTrafficUntilInterrupted()

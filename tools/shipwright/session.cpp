@@ -16,6 +16,18 @@ namespace Shipwright {
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+void checkStandardOutput(const FileIdentity &identity, const QString &message)
+{
+    for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (storedFile(output) == identity)
+            throw Failure(Exit::Usage, message);
+    }
+}
+
+} // namespace
+
 Session::Session(Console &console)
     : m_console(console)
 {
@@ -32,14 +44,33 @@ void Session::protect(const Input &input)
 {
     if (input.isStandardInput() && std::exchange(m_hasReadStandardInput, true))
         throw Failure(Exit::Usage, u"Standard input can be read only once."_s);
-    const std::optional<FileIdentity> identity = input.identity();
-    if (!identity)
-        return;
-    m_inputs.push_back(*identity);
-    for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
-        if (storedFile(output) == identity) {
-            throw Failure(Exit::Usage,
-                          u"%1 is both the input and the output."_s.arg(input.shownName()));
+    if (const std::optional<FileIdentity> identity = input.identity()) {
+        m_inputs.push_back(*identity);
+        checkStandardOutput(*identity,
+                            u"%1 is both the input and the output."_s.arg(input.shownName()));
+    }
+}
+
+Output &Session::openOutput(const QString &what, const QString &path)
+{
+    // More than what is reported at a time takes, whatever the names in it.
+    constexpr qint64 room = 1 << 15;
+    auto output = std::make_unique<Output>(what, path, m_inputs);
+    if (const std::optional<FileIdentity> identity = output->identity())
+        checkStandardOutput(
+            *identity, u"%1 and standard output are the same file."_s.arg(output->shownName()));
+    checkAlone(*output);
+    output->reserve(room);
+    return *m_outputs.emplace_back(std::move(output));
+}
+
+void Session::checkAlone(const Output &output) const
+{
+    for (const std::unique_ptr<Output> &other : m_outputs) {
+        if (output.identity() && output.identity() == other->identity()) {
+            throw Failure(
+                Exit::Usage,
+                u"%1 and %2 are the same file."_s.arg(other->shownName(), output.shownName()));
         }
     }
 }
@@ -135,6 +166,7 @@ void Session::startLog(const BusSettings &settings)
     if (settings.logFile.isEmpty())
         return;
     m_log = std::make_unique<Output>(u"The log"_s, settings.logFile, m_inputs);
+    checkAlone(*m_log);
     m_link->addObserver(
         [this, name = settings.interfaceName](const QCanBusFrame &frame, Direction) {
             m_log->write(Candump::format(name, frame));

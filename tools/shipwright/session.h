@@ -29,6 +29,9 @@ public:
     QByteArray contentOf(const QString &path);
     /// Refuses every output that would overwrite \a input.
     void protect(const Input &input);
+    /// Opens a file to report to, so that what is wrong with it shows before the first frame; no other
+    /// output may go there. \a what names its purpose in messages.
+    Output &openOutput(const QString &what, const QString &path);
 
     /// Opens the bus for a command that only listens.
     Link &listen(const BusSettings &settings);
@@ -42,6 +45,7 @@ public:
     QString receiverState() const;
 
 private:
+    void checkAlone(const Output &output) const;
     void createDevice(const BusSettings &settings);
     void lockInterface(const BusSettings &settings);
     void startLog(const BusSettings &settings);
@@ -51,6 +55,7 @@ private:
     SystemClock m_clock;
     std::vector<FileIdentity> m_inputs;
     bool m_hasReadStandardInput = false;
+    std::vector<std::unique_ptr<Output>> m_outputs;
     std::unique_ptr<Output> m_log;
     std::unique_ptr<InterfaceLock> m_lock;
     std::unique_ptr<QCanBusDevice> m_device;

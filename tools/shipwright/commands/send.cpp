@@ -49,8 +49,7 @@ Exit run(Session &session, const CommandLine &line)
         throw Failure(Exit::Usage, u"\"%1\" is not a file type."_s.arg(typeName),
                       u"The types are configuration, menu, generic and package."_s);
     }
-    const FileToSend file = readFile(session, *type, line.arguments.last(),
-                                     line.isSet(forceOption));
+    FileToSend file = readFile(session, *type, line.arguments.last(), line.isSet(forceOption));
     session.connect(settings);
     sendFile(session, file, settings.bus.bitRate);
     return Exit::Success;
@@ -66,12 +65,15 @@ FileToSend readFile(Session &session, quint32 type, const QString &path, bool fo
     return file;
 }
 
-void sendFile(Session &session, const FileToSend &file, std::optional<quint32> bitRate)
+void sendFile(Session &session, FileToSend &file, std::optional<quint32> bitRate)
 {
     Console &console = session.console();
     console.startTransfer(file.name, file.type, bitRate);
-    console.finishTransfer(session.peer().sendFile(
-        file.type, file.content, [&console](const TransferProgress &p) { console.progress(p); }));
+    console.finishTransfer(
+        session.peer().sendFile(file.type, file.content, [&](const TransferProgress &progress) {
+            file.progress = progress;
+            console.progress(progress);
+        }));
 }
 
 const Command sendCommand{.name = "send",

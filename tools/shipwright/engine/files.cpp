@@ -160,11 +160,11 @@ Output::Output(const QString &what, const QString &path, const std::vector<FileI
     : m_shownName(what + u' ' + printable(path))
 {
     m_descriptor = open(QFile::encodeName(path).constData(),
-                        O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+                        O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
     if (m_descriptor < 0)
         fail(errno);
-    const std::optional<FileIdentity> identity = storedFile(m_descriptor);
-    if (identity && std::find(inputs.begin(), inputs.end(), *identity) != inputs.end()) {
+    const std::optional<FileIdentity> file = identity();
+    if (file && std::find(inputs.begin(), inputs.end(), *file) != inputs.end()) {
         close(m_descriptor);
         throw Failure(Exit::Usage,
                       u"%1 is also an input: it would be overwritten."_s.arg(m_shownName));
@@ -186,6 +186,23 @@ void Output::start()
 {
     // Pipes and devices have nothing to empty.
     if (ftruncate(m_descriptor, 0) != 0 && errno != EINVAL)
+        fail(errno);
+}
+
+void Output::reserve(qint64 size)
+{
+    struct stat status = {};
+    if (fstat(m_descriptor, &status) == 0 && S_ISREG(status.st_mode)
+        && fallocate(m_descriptor, FALLOC_FL_KEEP_SIZE, status.st_size, size) != 0
+        && errno != EOPNOTSUPP)
+        fail(errno);
+}
+
+void Output::writeLine(const QByteArray &line)
+{
+    write(line + '\n');
+    // Pipes and devices have no disk.
+    if (fdatasync(m_descriptor) != 0 && errno != EINVAL)
         fail(errno);
 }
 

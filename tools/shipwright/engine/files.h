@@ -63,9 +63,17 @@ public:
     ~Output();
     Q_DISABLE_COPY_MOVE(Output)
 
+    /// The name in messages.
+    QString shownName() const { return m_shownName; }
+    std::optional<FileIdentity> identity() const { return storedFile(m_descriptor); }
+
     /// Empties the file; until then it keeps its content.
     void start();
+    /// Makes room for \a size bytes at the end of the file, where the file system can tell.
+    void reserve(qint64 size);
     void write(const QByteArray &bytes);
+    /// Writes a line in one go, whoever else writes there too, and brings it to the disk.
+    void writeLine(const QByteArray &line);
 
 private:
     [[noreturn]] void fail(int error) const;
