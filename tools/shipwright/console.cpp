@@ -242,6 +242,23 @@ void Console::endBar()
     if (m_barDrawn)
         print(u"\n"_s);
     m_barDrawn = false;
+    if (m_linesDrawn > 0)
+        print(u"\x1b[%1A\x1b[J"_s.arg(m_linesDrawn));
+    m_linesDrawn = 0;
+}
+
+bool Console::showLines(const QStringList &lines)
+{
+    const int columns = m_json ? 0 : terminalColumns();
+    if (columns == 0)
+        return false;
+    endBar();
+    QString text;
+    for (const QString &line : lines)
+        text += printable(line).left(columns - 1) + u'\n';
+    print(text);
+    m_linesDrawn = lines.size();
+    return true;
 }
 
 void Console::finishTransfer(const TransferResult &result)

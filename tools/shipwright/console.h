@@ -23,6 +23,9 @@ public:
     /// Throws a Failure if a report could not be written. The reports do not throw: the command
     /// finishes its work with the receiver first.
     void checkOutput() const;
+    /// Draws \a lines below all that was reported, in the place of those drawn before; false where
+    /// that cannot be seen: standard output is no terminal.
+    bool showLines(const QStringList &lines);
 
     void startTransfer(const QString &fileName, quint32 fileType, std::optional<quint32> bitRate);
     void progress(const TransferProgress &progress);
@@ -40,6 +43,7 @@ private:
     bool m_json;
     int m_outputError = 0; ///< of writing standard output; 0: none
     bool m_barDrawn = false;
+    qsizetype m_linesDrawn = 0;
     QString m_fileName;
     quint32 m_fileType = 0;
     std::optional<quint32> m_bitRate;

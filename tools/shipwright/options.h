@@ -55,8 +55,7 @@ inline constexpr Option bitRateOption{
     "can do that; a SocketCAN interface that is up keeps its bit rate."};
 inline constexpr Option logOption{"log", "FILE",
                                   "Write all frames to FILE, in candump's log format."};
-inline constexpr Option reportOption{"report", "FILE",
-                                     "Report to FILE: append one JSON object a unit."};
+inline constexpr Option reportOption{"report", "FILE", "Append one JSON object per unit to FILE."};
 inline constexpr Option busOptions[] = {pluginOption, interfaceOption, bitRateOption, logOption};
 
 inline constexpr Option timeoutOption{

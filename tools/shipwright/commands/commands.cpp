@@ -5,8 +5,9 @@ namespace Shipwright {
 std::span<const Command *const> allCommands()
 {
     static const Command *const commands[] = {
-        &connectCommand, &infoCommand,      &setTimeCommand, &setSerialCommand, &sendCommand,
-        &endCommand,     &provisionCommand, &watchCommand,   &decodeCommand,    &selftestCommand,
+        &connectCommand, &infoCommand,   &setTimeCommand,   &setSerialCommand,
+        &sendCommand,    &endCommand,    &provisionCommand, &lineCommand,
+        &watchCommand,   &decodeCommand, &selftestCommand,
     };
     return commands;
 }

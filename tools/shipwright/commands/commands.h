@@ -30,6 +30,7 @@ extern const Command setSerialCommand;
 extern const Command sendCommand;
 extern const Command endCommand;
 extern const Command provisionCommand;
+extern const Command lineCommand;
 extern const Command watchCommand;
 extern const Command decodeCommand;
 extern const Command selftestCommand;

@@ -23,6 +23,7 @@ enum class Exit : int {
     Abandoned = 12,   ///< a fault of --fault ended the session
     InUse = 13,       ///< another shipwright on this computer uses the interface
     ForeignTool = 14, ///< another service tool sent frames during the session
+    UnitFailed = 15,  ///< a unit of a production line was not provisioned
     Interrupted = 130 ///< ended by Ctrl-C or a termination signal
 };
 
