@@ -36,13 +36,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path root = "/media/service/korvane";
-constexpr std::array directories = {"application/factory/main",
-                                    "application/factory/menu",
-                                    "application/backup/main",
-                                    "application/backup/menu",
-                                    "application/main",
-                                    "application/menu",
-                                    "pendingUpdates"};
 constexpr std::array places = {
     "serialNumber",
     "application/factory/main/systemConfig.json",
@@ -83,14 +76,6 @@ void require(bool holds, const char *promise)
 int openDescriptors()
 {
     return int(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
-}
-
-void resetTree()
-{
-    fs::remove_all(root);
-    fs::remove_all("Unknown");
-    for (const char *directory : directories)
-        fs::create_directories(root / directory);
 }
 
 void changePlace(canid_t event, const can_frame &frame)
@@ -286,7 +271,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     FaultFs::Control &control = FaultFs::control();
     control.watch = false;
     control.at = 0;
-    resetTree();
+    ServiceTree::reset();
+    fs::remove_all("Unknown");
     failedWrites = 0;
     FakeCanDevice::behaviour = {};
 

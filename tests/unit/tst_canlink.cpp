@@ -11,19 +11,6 @@
 using namespace Qt::StringLiterals;
 using EventLog::transcript;
 
-// clang-format off: its releases lay concepts out differently.
-template<typename T>
-concept HasPublicFrameSlot = requires(T object)
-{
-    object.onFramesReceived();
-};
-template<typename T>
-concept HasPublicHandler = requires(T object, QCanBusFrame received)
-{
-    object.processP6CanMessage(received);
-};
-// clang-format on
-
 /// The class as a whole, its device, the send path and the routing of received frames.
 class tst_canlink : public ReceiverTest
 {
@@ -115,12 +102,6 @@ private slots:
                  (QByteArrayList{"actionName1_text actionName1_visible actionName2_text "
                                  "actionName2_visible progressInd_percent progressInd_visible",
                                  "", "framesCount", "error", "state"}));
-    }
-
-    void slotsCannotBeCalledFromOutside()
-    {
-        static_assert(!HasPublicFrameSlot<CanBusManager>);
-        static_assert(!HasPublicHandler<CanBusManager>);
     }
 
     void constructionTouchesNothing()

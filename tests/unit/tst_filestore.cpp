@@ -169,17 +169,6 @@ private slots:
         QCOMPARE(events(), QStringList());
     }
 
-    void bufferCrcAgreesWithTheBitwiseOne()
-    {
-        for (const int size :
-             {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 63, 64, 65, 511, 512, 513, 4097}) {
-            const QByteArray data = someBytes(size);
-            QCOMPARE(manager->CalculateCRC32(data, 0, quint32(size)), bitwiseCrc(data));
-            QCOMPARE(manager->CalculateCRC32(data, size / 3, quint32(size / 2)),
-                     bitwiseCrc(data.mid(size / 3, size / 2)));
-        }
-    }
-
     /// Of a file with "abcdef".
     void fileCrcTakesARange()
     {
