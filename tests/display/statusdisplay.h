@@ -13,8 +13,7 @@
 
 using Qt::StringLiterals::operator""_s;
 
-// Lets the scene graph draw so many frames; a canvas shows in the second what changed before
-// the first.
+// Waits until the scene graph has drawn \a count frames. A canvas shows a change in the second.
 inline void passFrames(QQuickWindow *window, int count = 2)
 {
     QSignalSpy frames(window, &QQuickWindow::frameSwapped);
@@ -45,7 +44,7 @@ public:
         passFrames(window);
     }
 
-    // What carries the id ID in main.qml.
+    // The object with this id in main.qml.
     QObject *object(const QString &id) const { return qmlContext(window)->objectForName(id); }
     QQuickItem *item(const QString &id) const { return qobject_cast<QQuickItem *>(object(id)); }
 
@@ -54,8 +53,8 @@ public:
     QQuickWindow *window = nullptr;
 };
 
-// The colours of row Y of an item, from column FROM up to but without column TO, each named
-// once; "#646464" alone says that the whole stretch has this colour.
+// The colours in row \a y of an item, in the columns from \a from to before \a to, each once.
+// "#646464" alone means that the whole stretch has this colour.
 inline QString colours(const QImage &image, const QPointF &itemTopLeft, int y, int from, int to)
 {
     QStringList names;

@@ -35,7 +35,7 @@ public:
     const QImage image;
 };
 
-// Writes down which property changed when.
+// Records the changes of a property.
 class Recorder : public QObject
 {
     Q_OBJECT
@@ -257,8 +257,7 @@ private slots:
     void clockShowsLocalTimeAfterASecond_data()
     {
         QTest::addColumn<QTime>("time");
-        // Hour and minute of one digit show the zeros, an hour after noon tells 24-hour time from 12-hour
-        // time.
+        // One-digit hours and minutes get a zero; an hour after noon shows the 24-hour format.
         QTest::newRow("morning") << QTime(5, 7);
         QTest::newRow("afternoon") << QTime(15, 30);
     }
@@ -268,10 +267,10 @@ private slots:
         QFETCH(QTime, time);
         const QTime utc = QDateTime::currentDateTimeUtc().time();
         const int ahead = (time.hour() - utc.hour()) * 60 + time.minute() - utc.minute();
-        // The nearer way round the clock: no zone is further from UTC than half a day.
+        // The shorter way round the clock: no zone is more than half a day from UTC.
         const int offset = (ahead + 36 * 60) % (24 * 60) - 12 * 60;
         const int distance = std::abs(offset);
-        // What is ahead of UTC has a minus there.
+        // In TZ, a zone ahead of UTC has a minus.
         qputenv("TZ",
                 u"TEST%1%2:%3"_s.arg(offset > 0 ? u"-"_s : u"+"_s)
                     .arg(distance / 60)
@@ -298,7 +297,7 @@ private slots:
                                               now.addSecs(-2).toString(u"hh:mm"_s)};
         QVERIFY2(thisMinuteOrTheLast.contains(text()), qPrintable(text()));
 
-        // Every further second sets it again.
+        // The clock is set again every second.
         QVERIFY(display.object(u"tb_TimeDisplay"_s)->setProperty("text", u"x"_s));
         QTRY_VERIFY_WITH_TIMEOUT(text() != u"x"_s, 3000);
     }

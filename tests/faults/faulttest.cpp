@@ -15,14 +15,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Longer than any of these processes takes: one that hangs ends here.
+/// A process that hangs ends after this time; none needs it.
 constexpr unsigned patienceSeconds = 60;
 
 } // namespace
 
 StartedReceiver::StartedReceiver()
 {
-    // Thousands of sessions: their traces would cost more than all the rest.
+    // The debug messages of thousands of sessions would take most of the time.
     QLoggingCategory::setFilterRules(u"default.debug=false"_s);
     EventLog::start();
     if (!manager.init())
@@ -81,7 +81,7 @@ bool isKilled(const std::function<void()> &body)
         setpgid(0, 0);
         alarm(patienceSeconds);
         body();
-        // What is to be cleaned up at exit belongs to the other process.
+        // Without the cleanup of exit(): it belongs to the parent process.
         _exit(0);
     }
     int status = 0;

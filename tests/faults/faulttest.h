@@ -9,14 +9,14 @@
 #include <functional>
 #include <memory>
 
-/// A receiver that has been started: connected, and with its log and answers gathered.
+/// A receiver that is connected to its device; collects its log and answers.
 class StartedReceiver
 {
 public:
     StartedReceiver();
 
     /// Delivers \a frames one by one. Returns the answers, as "IDENTIFIER#PAYLOAD", and the log
-    /// messages that are no debug output, as "level |text|", in their order.
+    /// messages except debug messages, as "level |text|", in their order.
     QStringList receive(const ToolFrames::List &frames);
 
     CanBusManager manager;
@@ -32,5 +32,5 @@ QString listed(const QStringList &events);
 /// The answer to a Transfer Complete that found \a content intact.
 QString acceptanceOf(const QByteArray &content);
 
-/// Runs \a body in a process, and process group, of its own; whether SIGKILL has ended it.
+/// Runs \a body in its own process and process group. Returns whether SIGKILL ended it.
 bool isKilled(const std::function<void()> &body);

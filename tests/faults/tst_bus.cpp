@@ -12,7 +12,7 @@ const QByteArray liveConfig = QByteArrayLiteral("application/main/systemConfig.j
 const QByteArray firstConfig = QByteArray(1200, 'a') + "first";
 const QByteArray nextConfig = QByteArray(900, 'b') + "next";
 
-/// The answers to a whole download of nextConfig.
+/// The answers to a complete download of nextConfig.
 QStringList answersToNextConfig()
 {
     return {
@@ -48,7 +48,7 @@ class tst_Bus : public QObject
     Q_OBJECT
 
 private:
-    /// Plays a download, which has to go well \a when this is.
+    /// Plays a download, which must succeed. \a when is for the failure message.
     static void verifyDownload(StartedReceiver &receiver, const QString &when)
     {
         if (QTest::currentTestFailed())
@@ -107,7 +107,7 @@ private slots:
             events.count(
                 u"warning |writeFrame: Failed to write frame: \"No buffer space available\"|"_s),
             8);
-        // What was asked for happened all the same.
+        // The receiver did what the commands asked for.
         QCOMPARE(ServiceTree::read(liveConfig), firstConfig);
         verifyDownload(receiver, u"after the fault"_s);
     }
@@ -133,7 +133,7 @@ private slots:
         }
     }
 
-    /// Nothing reconnects: the deployment has to start the process again.
+    /// The receiver does not reconnect. The deployment has to restart it.
     void deviceThatGoesDownAtEachFrameStaysDown()
     {
         const ToolFrames::List frames = ToolFrames::configurationDownload(firstConfig);
@@ -170,8 +170,8 @@ private slots:
         }
     }
 
-    /// A lost data frame, and a lost bracket around a record, shows as a mismatch somewhere; never is
-    /// a file taken that is not the one sent.
+    /// A lost frame of a transfer leads to a CRC mismatch. The receiver never accepts a file that
+    /// differs from the one sent.
     void serviceToolThatLosesEachFrameInTurn()
     {
         StartedReceiver receiver;
@@ -192,8 +192,8 @@ private slots:
         }
     }
 
-    /// Data frames are taken once. A repeated Record End appends its record again, which the CRC-32
-    /// over the file tells, except after the last record: it ends at the announced size.
+    /// A repeated data frame is dropped. A repeated Record End appends its record again. The file's
+    /// CRC-32 detects that, except after the last record: the CRC-32 ends at the announced size.
     void serviceToolThatSendsEachFrameTwice()
     {
         StartedReceiver receiver;
@@ -233,7 +233,7 @@ private slots:
             ToolFrames::List burst;
             for (int i = 0; i < framesBetween; ++i)
                 burst.append(foreign.at(flooded++ % foreign.size()));
-            // A burst arrives at once: the receiver was busy.
+            // The burst arrives in one go, as after a busy time of the receiver.
             receiver.device->queue(burst);
             answers += answersIn(receiver.receive({frame}));
         }

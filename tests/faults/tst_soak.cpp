@@ -1,6 +1,6 @@
-// Sessions without end in one process: neither memory nor file descriptors grow.
+// Many sessions in one process: memory use and open files do not grow.
 //
-// DOCKHAND_SOAK_SESSIONS and DOCKHAND_SOAK_FRAMES say how many.
+// DOCKHAND_SOAK_SESSIONS and DOCKHAND_SOAK_FRAMES set how many sessions and frames.
 #include "faulttest.h"
 #include "servicetree.h"
 
@@ -61,7 +61,7 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
 
     ServiceTree::reset();
     StartedReceiver receiver;
-    // Every message is made, and kept nowhere.
+    // Every log message is built and thrown away.
     QLoggingCategory::setFilterRules(QString());
     qInstallMessageHandler(
         [](QtMsgType, const QMessageLogContext &, const QString &) { ++messages; });
@@ -72,8 +72,8 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
     qint64 sessionsDone = 0;
     qint64 accepted = 0;
     while (sessionsDone < sessions || framesDone < frames) {
-        // Every session has another length, and on average so many frames that both demands
-        // are met together.
+        // The sessions differ in length. Their average is such that both numbers are reached
+        // at the same time.
         const qint64 size = 400
             + (sessionsDone * 977) % (2 * 8 * std::max<qint64>(frames / sessions, 100));
         const QByteArray content = QByteArray::number(sessionsDone)
@@ -81,7 +81,7 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
         ToolFrames::List session = ToolFrames::configurationDownload(content);
         session += ToolFrames::setSerialNumber("SN1234567890");
         session += ToolFrames::transfer(2, content.first(std::min<qsizetype>(content.size(), 600)));
-        // Every eighth session is abandoned in its middle.
+        // Every eighth session stops halfway.
         const bool abandoned = sessionsDone % 8 == 7;
         if (abandoned)
             session.resize(session.size() / 2);
@@ -93,7 +93,7 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
         }
         framesDone += session.size();
         ++sessionsDone;
-        // Caches are filled, and the largest session has been seen, after a tenth.
+        // After a tenth, the caches are full and the largest session has been played.
         if (sessionsDone == sessions / 10 + 1)
             settled = used();
     }

@@ -1,5 +1,5 @@
-// Storage that fails: every file operation of every session fails in turn, in every way, or is
-// the process's last; then real file systems that are too small, and read-only.
+// Storage that fails: each file operation of a session fails in turn, in several ways, or ends the
+// process. Then real file systems that are full or read-only.
 #include "faultfs.h"
 #include "faulttest.h"
 #include "servicetree.h"
@@ -23,7 +23,7 @@ const QByteArray firstConfig = QByteArray(1200, 'a') + "first";
 const QByteArray nextConfig = QByteArray(900, 'b') + "next";
 const QByteArray oldConfig = "what was there before";
 
-/// What the service tool does, and how to tell that it went by the book.
+/// What the service tool does, and checks of the result.
 struct Session
 {
     void (*prepare)();
@@ -75,7 +75,7 @@ QString judgeConfig(const QStringList &events)
 {
     const QStringList answers = answersIn(events);
     const QString complete = answers.value(6);
-    // Storage never shows in the answers to the negotiation and the records.
+    // A storage fault does not change the answers to the negotiation and the records.
     const QStringList others{
         u"0F584000#5AA5"_s,
         u"1B580000#0A3FE803E80360EA"_s,
@@ -168,7 +168,7 @@ QString repeatSerial(StartedReceiver &receiver)
     return withEvents(complaint, events);
 }
 
-/// The file is written in place: a cut leaves the old number or the beginning of the new one.
+/// The file is written in place: a kill leaves the old number or the beginning of the new one.
 QString serialLeftBehind()
 {
     const QByteArray content = ServiceTree::read(serialNumber);
@@ -230,7 +230,7 @@ QString repeatMenu(StartedReceiver &receiver)
     return withEvents(complaint, events);
 }
 
-/// The installer clears the directories first: a cut can leave anything that is not complete.
+/// The installer clears the directories first: a kill can leave any part of the files.
 QString menuLeftBehind()
 {
     return {};
@@ -254,7 +254,7 @@ void heal()
     FaultFs::control().at = 0;
 }
 
-/// The number of file operations of \a session without a fault, which has to go well.
+/// The number of file operations of \a session, which must succeed without a fault.
 uint32_t operationsOf(const Session &session)
 {
     session.prepare();
@@ -391,7 +391,7 @@ private slots:
             ToolFrames::configurationDownload(QByteArray(20000, 'l')));
         QVERIFY2(answersIn(events).value(43).startsWith(answer), qPrintable(listed(events)));
         QVERIFY(complainsIn(events));
-        // Half a copy is none.
+        // No part of a copy is left.
         if (place != "application/factory/main")
             QCOMPARE(ServiceTree::list(place), QStringList());
         QCOMPARE(repeatConfig(receiver), QString());
@@ -403,7 +403,7 @@ private slots:
         QTest::addColumn<QString>("answer");
         QTest::addColumn<QString>("serialAnswer");
         const QString stored = u"0F584000#"_s;
-        // What cannot be opened for writing keeps its content, which has another CRC.
+        // A file that cannot be opened for writing keeps its content, whose CRC differs.
         QTest::newRow("for what is received")
             << QByteArray("application/factory/main") << u"1B5840BA#"_s << stored;
         QTest::newRow("for the backup")

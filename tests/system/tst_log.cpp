@@ -39,7 +39,7 @@ private:
         QVERIFY(file.commit());
     }
 
-    /// A configuration of two frames, clock and serial number, and what has no answer.
+    /// A configuration of two frames, clock and serial number, and frames that get no answer.
     void playSession()
     {
         ServiceTree::write("application/main/stats.db", "");
@@ -91,7 +91,7 @@ private slots:
         QCOMPARE(log.size(), expected.size());
     }
 
-    /// Frames that one signal tells of are handled in their order.
+    /// The device signals several frames at once; they are handled in order.
     void recordThatArrivesAtOnceIsLoggedTheSame()
     {
         setFaults("batch 4");
@@ -166,7 +166,7 @@ private slots:
         QVERIFY(m_receiver->log().contains(
             "critical|default|canFrameError: CAN Error QCanBusDevice::WriteError"));
         QVERIFY(m_tool->isSilent());
-        // The frame is lost; what comes later is answered again.
+        // The answer is lost. Later commands are answered again.
         setFaults("");
         QTRY_COMPARE(m_tool->request("0F1A0AC0#A55A"), "0F584800#5AA5");
     }

@@ -23,7 +23,7 @@ const QByteArray connectionError =
 const QByteArray notInitialized = "critical|default|Moorline: Failed to initialize CAN device.";
 } // namespace
 
-/// How the receiver starts, and how it ends where it cannot.
+/// How the receiver starts, and how it ends if it cannot start.
 class TestStartup : public QObject
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ private:
         receiver.setVariable(u"VIRTUALBUS_FAULTS"_s, name);
     }
 
-    /// Qt Quick says so when it prepares to draw.
+    /// Qt Quick logs this category when it prepares to draw.
     static bool showsWindow(const QByteArrayList &log)
     {
         return std::any_of(log.begin(), log.end(), [](const QByteArray &line) {
@@ -46,8 +46,8 @@ private:
         });
     }
 
-    /// Runs the receiver, and the one whose display logs that it is loaded; both have to fail
-    /// with these log lines and no other: neither loads a display, nor shows a window.
+    /// Runs the receiver, and the variant whose display logs that it is loaded. Both must fail with
+    /// exactly these log lines: neither loads a display or shows a window.
     static void failsToStart(const QByteArrayList &log,
                              const std::function<void(ReceiverProcess &)> &prepare)
     {
@@ -62,7 +62,7 @@ private:
     }
 
 private slots:
-    /// With a catalogue for the language or without one: nothing is said of either.
+    /// Nothing is logged about catalogues, whether there is one for the language or not.
     void logsHowItConnects()
     {
         for (const QString &language : {u"en_US"_s, u"de_DE"_s}) {

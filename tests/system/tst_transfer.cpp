@@ -19,7 +19,7 @@ constexpr char factory[] = "application/factory/main/systemConfig.json";
 constexpr char backup[] = "application/backup/main/systemConfig.json";
 constexpr char live[] = "application/main/systemConfig.json";
 
-/// Bytes in which no record and no frame is like its neighbour.
+/// Bytes in which neighbouring records and frames differ.
 QByteArray contentOf(int size)
 {
     QByteArray result(size, '\0');
@@ -180,7 +180,7 @@ private slots:
                  recordAccepted);
         QCOMPARE(m_tool->request("1B0E4000#37BE0B4B"), "1B584000#37BE0B4B");
         QCOMPARE(ServiceTree::read(live), "\x03");
-        // Nor does anyone else get an answer.
+        // Other nodes get no answer.
         QVERIFY(m_tool->send("0F1902C0#A55A 0EFA02C0#A55A 0F1A0280#A55A 1B190000#000801000000"));
         QVERIFY(m_tool->isSilent());
     }
