@@ -25,7 +25,7 @@ private slots:
         QTest::newRow("quoted") << QByteArray("\"a,b\",\"say \"\"c\"\"\"\n")
                                 << QStringList{u"1:a,b|say \"c\""_s};
         QTest::newRow("a cell of two lines")
-            << QByteArray("\"a\nb\",c\n\nd,e\n") << QStringList{u"1:a\nb|c"_s, u"4:d|e"_s};
+            << QByteArray("\"a\nb\",c\n\nk,l\n") << QStringList{u"1:a\nb|c"_s, u"4:k|l"_s};
         QTest::newRow("empty cells")
             << QByteArray("a,,\n,\"\",\n") << QStringList{u"1:a||"_s, u"2:||"_s};
         QTest::newRow("nothing") << QByteArray() << QStringList();
