@@ -156,7 +156,6 @@ private:
     };
 
     void start(Lane &lane, const QStringList &arguments);
-    void probe(Lane &lane) { start(lane, QStringList{u"info"_s} + m_probeOptions); }
     void readEvents(Lane &lane);
     void processEnded(Lane &lane);
     void probed(Lane &lane, int status);
@@ -171,8 +170,8 @@ private:
     QString m_ledgerPath;
     std::deque<const Unit *> m_waiting; ///< were not given away yet
     std::deque<Lane> m_lanes;
-    QStringList m_probeOptions;
-    QStringList m_options;
+    QStringList m_probe;              ///< arguments that ask whether a unit is there
+    QStringList m_provision;          ///< arguments that provision one, without the row's
     std::optional<Failure> m_failure; ///< why no more units can be given away
 };
 
@@ -198,11 +197,11 @@ ProductionLine::ProductionLine(Session &session, const CommandLine &line)
             m_waiting.push_back(&unit);
     }
 
-    const std::vector<Option> common{pluginOption, bitRateOption, timeoutOption, destinationOption};
-    m_probeOptions = passedOn(line, common);
-    m_options = m_probeOptions
-        + passedOn(line, {slotOption, retriesOption, forceOption, faultOption})
-        + QStringList{u"--report="_s + QFileInfo(report).absoluteFilePath()};
+    const QStringList common = passedOn(
+        line, {pluginOption, bitRateOption, timeoutOption, destinationOption});
+    m_probe = QStringList{u"info"_s} + common;
+    m_provision = QStringList{u"provision"_s, u"--report="_s + QFileInfo(report).absoluteFilePath()}
+        + common + passedOn(line, {slotOption, retriesOption, forceOption, faultOption});
     for (const QString &name : interfaces) {
         Lane &lane = m_lanes.emplace_back();
         lane.interfaceName = name;
@@ -223,7 +222,7 @@ ProductionLine::ProductionLine(Session &session, const CommandLine &line)
                          [this, &lane] { processEnded(lane); });
         lane.nextProbe.setSingleShot(true);
         QObject::connect(&lane.nextProbe, &QTimer::timeout, &lane.process,
-                         [this, &lane] { probe(lane); });
+                         [this, &lane] { start(lane, m_probe); });
     }
 }
 
@@ -233,7 +232,7 @@ void ProductionLine::run()
         return lane.nextProbe.isActive() || lane.process.state() != QProcess::NotRunning;
     };
     if (!m_waiting.empty())
-        std::for_each(m_lanes.begin(), m_lanes.end(), [this](Lane &lane) { probe(lane); });
+        std::for_each(m_lanes.begin(), m_lanes.end(), [this](Lane &lane) { start(lane, m_probe); });
     bool isStopping = false;
     while (std::any_of(m_lanes.begin(), m_lanes.end(), isAtWork)) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
@@ -348,7 +347,7 @@ void ProductionLine::give(Lane &lane)
     m_waiting.pop_front();
     lane.unit = unit;
     show(lane, u"started"_s, u"%1 started."_s.arg(unit->serial));
-    start(lane, QStringList{u"provision"_s} + m_options + unit->options);
+    start(lane, m_provision + unit->options);
 }
 
 void ProductionLine::unitEnded(Lane &lane, int status)
@@ -363,11 +362,11 @@ void ProductionLine::unitEnded(Lane &lane, int status)
         if (cause.isEmpty())
             cause = u"The process crashed; what the unit holds is not known."_s;
     }
-    m_ledger->set(serial, state, lane.interfaceName, cause);
     lane.hasServedUnit = true;
     lane.unanswered = 0;
     lane.result = u"%1 %2%3"_s.arg(serial, state, cause.isEmpty() ? u"."_s : u": "_s + cause);
     show(lane, state, lane.result, true);
+    m_ledger->set(serial, state, lane.interfaceName, cause);
     if (!m_failure && !m_waiting.empty())
         lane.nextProbe.start(probeInterval);
 }
