@@ -131,7 +131,7 @@ void DecoderTest::line_startsWithTimeIdentifierAndBytes()
 void DecoderTest::object_carriesTheFields()
 {
     const QJsonObject expected{
-        {u"time"_s, 1.0},
+        {u"timestamp"_s, 1.0},
         {u"id"_s, u"1B1A2000"_s},
         {u"data"_s, u"4105000000"_s},
         {u"from"_s, u"Shipwright"_s},

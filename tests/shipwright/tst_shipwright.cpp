@@ -5,6 +5,7 @@
 
 #include <QCanBus>
 #include <QCanBusDevice>
+#include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -238,6 +239,8 @@ void ShipwrightTest::setTime_setsTheClock()
                                  .contains("timedatectl\tset-time\t2024-03-05 14:07:09 UTC\n"),
                              20'000);
     QCOMPARE(shipwright({u"set-time"_s}).status, 0);
+    // As it is printed.
+    QCOMPARE(shipwright({u"set-time"_s, u"2024-03-05 14:07:09 UTC"_s}).out, outcome.out);
 }
 
 void ShipwrightTest::setSerial_storesTheNumber()
@@ -633,8 +636,8 @@ void ShipwrightTest::provision_doesAWholeSession()
             events += event;
     }
     QCOMPARE(events,
-             (QStringList{u"connected"_s, u"time"_s, u"serial"_s, u"sent"_s, u"sent"_s, u"sent"_s,
-                          u"sent"_s, u"ended"_s}));
+             (QStringList{u"start"_s, u"connected"_s, u"clock"_s, u"serial"_s, u"sent"_s, u"sent"_s,
+                          u"sent"_s, u"sent"_s, u"ended"_s}));
     QCOMPARE(contentOf(serviceTree + u"serialNumber"_s), QByteArrayLiteral("SN42\n"));
     QCOMPARE(contentOf(serviceTree + u"application/main/systemConfig.json"_s),
              QByteArrayLiteral("{\"a\": 1}\n"));
@@ -894,10 +897,16 @@ void ShipwrightTest::json_isOneObjectPerLine()
     const Outcome outcome = shipwright({u"send"_s, u"generic"_s, path, u"--json"_s});
     const QStringList lines = outcome.out.split(u'\n', Qt::SkipEmptyParts);
     QVERIFY(lines.size() > 5);
+    const QJsonObject first = QJsonDocument::fromJson(lines.first().toUtf8()).object();
+    QCOMPARE(first.value(u"event"_s).toString(), u"start"_s);
+    QCOMPARE(first.value(u"version"_s).toInt(), 1);
+    QCOMPARE(first.value(u"command"_s).toString(), u"send"_s);
     int percent = -1;
     for (const QString &line : lines) {
         const QJsonObject object = QJsonDocument::fromJson(line.toUtf8()).object();
-        QVERIFY2(!object.isEmpty(), qPrintable(line));
+        QCOMPARE(object.value(u"interface"_s).toString(), u"can0"_s);
+        const auto time = QDateTime::fromString(object.value(u"time"_s).toString(), Qt::ISODate);
+        QVERIFY2(qAbs(time.msecsTo(QDateTime::currentDateTimeUtc())) < 60'000, qPrintable(line));
         if (object.value(u"event"_s) == u"progress"_s) {
             QVERIFY(object.value(u"percent"_s).toInt() >= percent);
             percent = object.value(u"percent"_s).toInt();
@@ -976,7 +985,7 @@ void ShipwrightTest::selftest_namesTheFrameBehindADeviation()
              "0 passed, 1 failed, 0 skipped.\nOverwritten on the receiver: nothing.\n"_s);
     QCOMPARE(outcome.status, 11);
     const QJsonObject check =
-        QJsonDocument::fromJson(json.out.section(u'\n', 0, 0).toUtf8()).object();
+        QJsonDocument::fromJson(json.out.section(u'\n', 1, 1).toUtf8()).object();
     QCOMPARE(check.value(u"outcome"_s).toString(), u"fail"_s);
     QCOMPARE(check.value(u"frames"_s).toArray().size(), 2);
 }

@@ -4,6 +4,8 @@
 #include "filetypes.h"
 #include "text.h"
 
+#include <QCoreApplication>
+#include <QDateTime>
 #include <QJsonDocument>
 
 #include <cerrno>
@@ -23,6 +25,8 @@ constexpr double bitsPerFrame = 131;
 constexpr double bytesPerFrame = 8;
 constexpr int barWidth = 24;
 constexpr qint64 redrawInterval = 100;
+/// Counts up when a program that reads the events has to change.
+constexpr int jsonVersion = 1;
 
 QString size(double bytes)
 {
@@ -67,9 +71,16 @@ QString duration(double seconds)
 
 } // namespace
 
-Console::Console(bool json)
-    : m_json(json)
+Console::Console(bool json, const QString &command, const QString &interfaceName)
+    : m_json(json),
+      m_interface(interfaceName)
 {
+    if (m_json) {
+        report(u"start"_s, {},
+               {{u"version"_s, jsonVersion},
+                {u"tool"_s, QCoreApplication::applicationVersion()},
+                {u"command"_s, command}});
+    }
 }
 
 void Console::print(const QString &text)
@@ -88,6 +99,11 @@ void Console::report(const QString &event, const QString &text, const QJsonObjec
     }
     QJsonObject object = fields;
     object.insert(u"event"_s, event);
+    object.insert(u"time"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
+    if (!object.contains(u"interface"_s)) {
+        object.insert(u"interface"_s,
+                      m_interface.isEmpty() ? QJsonValue() : QJsonValue(m_interface));
+    }
     print(jsonLine(object) + u'\n');
 }
 

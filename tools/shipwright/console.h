@@ -14,9 +14,11 @@ namespace Shipwright {
 class Console
 {
 public:
-    explicit Console(bool json);
+    /// \a interfaceName is empty where a command has none, or several.
+    Console(bool json, const QString &command, const QString &interfaceName);
 
-    /// Reports \a event: \a text to people, \a fields to programs.
+    /// Reports \a event: \a text to people, \a fields to programs. An event of another interface
+    /// than the command's has it among its \a fields.
     void report(const QString &event, const QString &text, const QJsonObject &fields = {});
     void warn(const QString &text);
     void failure(const Failure &failure, const QString &receiverState);
@@ -41,6 +43,7 @@ private:
     QString busShareText(double bytesPerSecond) const;
 
     bool m_json;
+    QString m_interface;
     int m_outputError = 0; ///< of writing standard output; 0: none
     bool m_barDrawn = false;
     qsizetype m_linesDrawn = 0;

@@ -37,10 +37,12 @@ const Command *findCommand(const QString &name)
     return nullptr;
 }
 
-std::vector<Option> optionsOf(const Command &command)
+std::vector<Option> optionsOf(const Command *command)
 {
+    if (!command)
+        return {};
     std::vector<Option> options{jsonOption};
-    for (const std::span<const Option> group : command.options)
+    for (const std::span<const Option> group : command->options)
         options.insert(options.end(), group.begin(), group.end());
     return options;
 }
@@ -56,7 +58,7 @@ void addHiddenOptions(QCommandLineParser &parser)
 {
     QStringList known;
     for (const Command *command : allCommands()) {
-        for (const Option &option : optionsOf(*command)) {
+        for (const Option &option : optionsOf(command)) {
             QCommandLineOption hidden = parserOption(option);
             if (known.contains(hidden.names().constFirst()))
                 continue;
@@ -96,11 +98,11 @@ void addTable(QCommandLineParser &parser, const Command *command)
         QString::fromLatin1(command->name), {},
         u"%1 %2"_s.arg(QLatin1StringView(command->name), QLatin1StringView(command->arguments))
             .trimmed());
-    for (const Option &option : optionsOf(*command))
+    for (const Option &option : optionsOf(command))
         parser.addOption(parserOption(option));
 }
 
-CommandLine commandLine(const QCommandLineParser &parser, const Command &command)
+CommandLine commandLine(const QCommandLineParser &parser, const Command *command)
 {
     QHash<QString, QStringList> given;
     for (const Option &option : optionsOf(command)) {
@@ -109,6 +111,16 @@ CommandLine commandLine(const QCommandLineParser &parser, const Command &command
             given.insert(name, parser.values(name));
     }
     return {parser.positionalArguments().mid(1), given};
+}
+
+/// The one interface that \a command works on; empty if it has none, or several.
+QString interfaceOf(const CommandLine &line, const Command *command)
+{
+    for (const Option &option : optionsOf(command)) {
+        if (QLatin1StringView(option.name) == QLatin1StringView(interfaceOption.name))
+            return line.texts(option).size() > 1 ? QString() : line.text(option);
+    }
+    return {};
 }
 
 /// Throws a Failure if the arguments do not fit the command.
@@ -154,7 +166,10 @@ int main(int argc, char *argv[])
     if (parser.isSet(u"help"_s) || parser.isSet(u"help-all"_s))
         parser.showHelp();
 
-    Console console(command && parser.isSet(u"json"_s));
+    const CommandLine line = commandLine(parser, command);
+    Console console(line.isSet(jsonOption),
+                    command ? QString::fromLatin1(command->name) : QString(),
+                    interfaceOf(line, command));
     Session session(console);
     try {
         checkArguments(parser, isParsed, command);
@@ -164,7 +179,7 @@ int main(int argc, char *argv[])
             notifier.setEnabled(false);
             session.interrupt();
         });
-        const Exit exit = command->run(session, commandLine(parser, *command));
+        const Exit exit = command->run(session, line);
         console.checkOutput();
         return int(exit);
     } catch (const Failure &failure) {

@@ -12,7 +12,8 @@ TimeSetting readTime(const QString &text)
 {
     TimeSetting time;
     if (text != u"now") {
-        time = QDateTime::fromString(text, Qt::ISODate).toUTC();
+        // What is printed is taken too.
+        time = QDateTime::fromString(QString(text).replace(u" UTC"_s, u"Z"_s), Qt::ISODate).toUTC();
         if (!time->isValid()) {
             throw Failure(
                 Exit::Usage, u"\"%1\" is not a date and time."_s.arg(text),
@@ -29,7 +30,8 @@ void setTime(Session &session, const TimeSetting &setting)
     const QDateTime time = setting.value_or(QDateTime::currentDateTimeUtc());
     session.peer().setDateTime(time);
     const QString shown = time.toString(u"yyyy-MM-dd hh:mm:ss 'UTC'"_s);
-    session.console().report(u"time"_s, u"Clock set to %1."_s.arg(shown), {{u"time"_s, shown}});
+    session.console().report(u"clock"_s, u"Clock set to %1."_s.arg(shown),
+                             {{u"clock"_s, time.toString(Qt::ISODate)}});
 }
 
 namespace {

@@ -418,7 +418,7 @@ QJsonObject decodedObject(const QCanBusFrame &frame)
     QJsonObject fields;
     for (const Decoded::Field &field : decoded.fields)
         fields.insert(field.name, field.value);
-    QJsonObject object{{u"time"_s, double(microSeconds(frame.timeStamp())) / 1e6},
+    QJsonObject object{{u"timestamp"_s, double(microSeconds(frame.timeStamp())) / 1e6},
                        {u"id"_s,
                         QString::number(frame.frameId(), 16)
                             .toUpper()
