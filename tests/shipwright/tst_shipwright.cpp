@@ -128,9 +128,13 @@ private slots:
     void provision_reportsEachUnit();
     void provision_reportThatCannotBeWritten();
     void watch_printsTheTrafficUntilInterrupted();
+    void watch_tellsInterfacesApart();
     void decode_readsWhatLogWrites();
     void decode_followsAPipe();
     void decode_namesLinesThatAreNoFrames();
+    void decode_namesTheInterfaceWhenThereAreSeveral();
+    void decode_printsDatesOnRequest();
+    void decode_printsOnlyWhatIsAskedFor();
     void recordedSessions_areWhatTheReceiverDoes_data();
     void recordedSessions_areWhatTheReceiverDoes();
     void log_isReadByCanUtils();
@@ -774,12 +778,39 @@ void ShipwrightTest::watch_printsTheTrafficUntilInterrupted()
     const Outcome outcome = outcomeOf(watch);
     QCOMPARE(outcome.status, 0);
     QCOMPARE(outcome.err, QString());
+    QVERIFY2(outcome.out.endsWith(u" s: 1 session, 0 files of 0 bytes at 0 B/s, 0 records sent "
+                                  "again, 0 refusals.\n"_s),
+             qPrintable(outcome.out));
     const QStringList lines = seen.split(u'\n', Qt::SkipEmptyParts);
     QVERIFY(lines.at(lines.size() - 2)
                 .endsWith(u"  0F1A02C0  A5 5A                    Shipwright > Dockhand  P3 Start "
                           "Configuration: slot 0"_s));
     QVERIFY(lines.last().endsWith(u"  0F584000  5A A5                    Dockhand > Shipwright  P3 "
                                   "response: slot 0, code 0 (success), handshake 5A A5"_s));
+}
+
+void ShipwrightTest::watch_tellsInterfacesApart()
+{
+    QProcess watch;
+    startShipwright(watch, {u"watch"_s, u"--interface"_s, u"can0"_s, u"--interface"_s, u"can1"_s});
+    QString seen;
+    const auto hears = [&](const QString &start) {
+        return (seen += QString::fromUtf8(watch.readAllStandardOutput()))
+            .contains(QRegularExpression(u"(^|\n)"_s + start));
+    };
+    // Nobody answers on the other bus, and nothing tells when it is listened to.
+    for (int attempt = 0; attempt < 50 && !hears(u"can1 +[0-9.]+  0F1A02C4"_s); ++attempt)
+        QCOMPARE(
+            shipwright({u"end"_s, u"--interface"_s, u"can1"_s, u"--timeout"_s, u"100"_s}).status,
+            6);
+    QCOMPARE(shipwright({u"end"_s}).status, 0);
+    QTRY_VERIFY_WITH_TIMEOUT(hears(u"can0 +[0-9.]+  0F584000"_s), 20'000);
+    ::kill(pid_t(watch.processId()), SIGINT);
+    const Outcome outcome = outcomeOf(watch);
+    QCOMPARE(outcome.status, 0);
+    QVERIFY2(outcome.out.contains(
+                 QRegularExpression(u"^can0  \\d+ frames in [^\n]*\ncan1  \\d+ frame"_s)),
+             qPrintable(outcome.out));
 }
 
 void ShipwrightTest::decode_readsWhatLogWrites()
@@ -792,6 +823,8 @@ void ShipwrightTest::decode_readsWhatLogWrites()
     QStringList messages;
     for (const QString &line : fromFile.out.split(u'\n', Qt::SkipEmptyParts))
         messages += line.mid(12);
+    QVERIFY2(messages.takeLast().contains(u": 0 sessions, 1 file of 9 bytes at "_s),
+             qPrintable(fromFile.out));
     const QStringList expected{
         u"1B1A0000  02 08 09 00 00 00        Shipwright > Dockhand  P6 Transfer Info: file type 2 "
         "(generic), 9 bytes, version 2"_s,
@@ -837,11 +870,67 @@ void ShipwrightTest::decode_namesLinesThatAreNoFrames()
         {u"decode"_s},
         QByteArrayLiteral("hello\n(1.000000) can0 0F1A02C4#\n\n(2.000000) can0 1##11\n"));
     QCOMPARE(outcome.status, 3);
-    QCOMPARE(outcome.out.count(u'\n'), 1);
+    QCOMPARE(outcome.out.count(u'\n'), 2);
     QVERIFY2(
         outcome.err.startsWith(u"shipwright: 2 of the lines hold no classic CAN frame in candump's "
                                "format: 1, 4.\n"_s),
         qPrintable(outcome.err));
+}
+
+void ShipwrightTest::decode_namesTheInterfaceWhenThereAreSeveral()
+{
+    const QByteArray log = QByteArrayLiteral("(1.000000) can0 0F1A02C4#\n"
+                                             "(2.000000) can1 0F5840BA#\n"
+                                             "(3.000000) can0 0F584000#\n");
+    const Outcome outcome = shipwright({u"decode"_s}, log);
+    QCOMPARE(outcome.out,
+             u"  0.000000  0F1A02C4                           Shipwright > Dockhand  P3 End "
+             "Configuration: slot 0\n"
+             "can1    1.000000  0F5840BA                           Dockhand > Shipwright  P3 "
+             "response: slot 0, code 186 (failure)\n"
+             "can0    2.000000  0F584000                           Dockhand > Shipwright  P3 "
+             "response: slot 0, code 0 (success)\n"
+             "can0  2 frames in 2.0 s: 0 sessions, 0 files of 0 bytes at 0 B/s, 0 records sent "
+             "again, 0 refusals.\n"
+             "can1  1 frame in 0.0 s: 0 sessions, 0 files of 0 bytes at 0 B/s, 0 records sent "
+             "again, 1 refusal.\n"_s);
+    QStringList interfaces;
+    for (const QString &line :
+         shipwright({u"decode"_s, u"--json"_s}, log).out.split(u'\n', Qt::SkipEmptyParts))
+        interfaces +=
+            QJsonDocument::fromJson(line.toUtf8()).object().value(u"interface"_s).toString();
+    QCOMPARE(interfaces,
+             (QStringList{QString(), u"can0"_s, u"can1"_s, u"can0"_s, u"can0"_s, u"can1"_s}));
+}
+
+void ShipwrightTest::decode_printsDatesOnRequest()
+{
+    const Outcome outcome = shipwright(
+        {u"decode"_s, u"--absolute"_s},
+        QByteArrayLiteral("(1795235282.903797) can0 0F1A02C4#\n(-0.5) can0 0F584000#\n"));
+    const QStringList lines = outcome.out.split(u'\n');
+    QVERIFY2(lines.at(0).startsWith(u"2026-11-21T04:28:02.903797Z  0F1A02C4"_s),
+             qPrintable(outcome.out));
+    QVERIFY2(lines.at(1).startsWith(u"1969-12-31T23:59:59.500000Z  0F584000"_s),
+             qPrintable(outcome.out));
+}
+
+void ShipwrightTest::decode_printsOnlyWhatIsAskedFor()
+{
+    const QString log = QStringLiteral(SESSIONS "/record-refused.log");
+    const Outcome outcome = shipwright(
+        {u"decode"_s, log, u"--only"_s, u"message=record-end"_s, u"--only"_s, u"result=failure"_s});
+    QCOMPARE(
+        outcome.out,
+        u"  0.000611  1B5830BA  01                       Dockhand > Shipwright  P6 Record End "
+        "answer: code 186 (failure), CRC-32 differs\n"
+        "19 frames in 0.0 s: 0 sessions, 1 file of 27 bytes at 28.0 kB/s, 1 record sent again, "
+        "1 refusal.\n"_s);
+    const Outcome wrong = shipwright({u"decode"_s, log, u"--only"_s, u"coffee"_s});
+    QCOMPARE(wrong.status, 2);
+    QCOMPARE(wrong.err,
+             u"shipwright: --only cannot choose \"coffee\".\nTry: Write message=TEXT, "
+             "node=NUMBER, result=success, result=failure or result=CODE.\n"_s);
 }
 
 void ShipwrightTest::recordedSessions_areWhatTheReceiverDoes_data()

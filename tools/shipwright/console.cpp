@@ -28,15 +28,6 @@ constexpr qint64 redrawInterval = 100;
 /// Counts up when a program that reads the events has to change.
 constexpr int jsonVersion = 1;
 
-QString size(double bytes)
-{
-    if (bytes < 1000)
-        return u"%1 B"_s.arg(bytes, 0, 'f', 0);
-    if (bytes < 1e6)
-        return u"%1 kB"_s.arg(bytes / 1e3, 0, 'f', 1);
-    return u"%1 MB"_s.arg(bytes / 1e6, 0, 'f', 2);
-}
-
 /// \a object on one line; escapes the control characters that JSON allows.
 QString jsonLine(const QJsonObject &object)
 {
@@ -179,8 +170,9 @@ QString Console::busShareText(double bytesPerSecond) const
 QStringList Console::figures(const TransferProgress &progress) const
 {
     const double rate = bytesPerSecond(progress.bytes);
-    QStringList parts{u"%1 of %2"_s.arg(size(double(progress.bytes)), size(double(progress.total))),
-                      u"%1/s"_s.arg(size(rate))};
+    QStringList parts{
+        u"%1 of %2"_s.arg(sizeText(double(progress.bytes)), sizeText(double(progress.total))),
+        u"%1/s"_s.arg(sizeText(rate))};
     if (const QString share = busShareText(rate); !share.isEmpty() && rate > 0)
         parts += share;
     if (progress.phase == TransferProgress::Phase::Confirming)
@@ -284,7 +276,7 @@ void Console::finishTransfer(const TransferResult &result)
     QString text = u"Sent %1 file %2: %3 in %4, CRC-32 0x%5, %6 s, %7/s"_s.arg(
         fileTypeName(m_fileType), m_fileName, countText(result.bytes, u"byte"_s),
         countText(result.records, u"record"_s), crc,
-        QString::number(double(result.milliseconds) / 1000, 'f', 1), size(rate));
+        QString::number(double(result.milliseconds) / 1000, 'f', 1), sizeText(rate));
     if (m_bitRate)
         text += u" (%1)"_s.arg(busShareText(rate));
     if (result.repeated > 0)

@@ -77,6 +77,8 @@ void Session::checkAlone(const Output &output) const
 
 Link &Session::listen(const BusSettings &settings)
 {
+    if (m_link)
+        m_others.emplace_back(std::move(m_device), std::move(m_link));
     createDevice(settings);
     m_link = std::make_unique<Link>(*m_device, m_clock);
     open(settings);
@@ -137,6 +139,7 @@ void Session::open(const BusSettings &settings)
 {
     if (m_interrupted)
         m_link->interrupt();
+    const bool isFirst = !m_log;
     startLog(settings);
     QString advice =
         u"Check that the adapter is plugged in and that its driver knows the interface "
@@ -157,7 +160,7 @@ void Session::open(const BusSettings &settings)
         left = m_device.release();
         throw;
     }
-    if (m_log)
+    if (m_log && isFirst)
         m_log->start();
 }
 
@@ -165,8 +168,10 @@ void Session::startLog(const BusSettings &settings)
 {
     if (settings.logFile.isEmpty())
         return;
-    m_log = std::make_unique<Output>(u"The log"_s, settings.logFile, m_inputs);
-    checkAlone(*m_log);
+    if (!m_log) {
+        m_log = std::make_unique<Output>(u"The log"_s, settings.logFile, m_inputs);
+        checkAlone(*m_log);
+    }
     m_link->addObserver(
         [this, name = settings.interfaceName](const QCanBusFrame &frame, Direction) {
             m_log->write(Candump::format(name, frame));
@@ -176,6 +181,8 @@ void Session::startLog(const BusSettings &settings)
 void Session::interrupt()
 {
     m_interrupted = true;
+    for (const auto &[device, link] : m_others)
+        link->interrupt();
     if (m_link)
         m_link->interrupt();
 }

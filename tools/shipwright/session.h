@@ -11,6 +11,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace Shipwright {
@@ -38,6 +39,7 @@ public:
     /// Locks and opens the bus for a command that sends.
     Peer &connect(const SendSettings &settings);
 
+    Clock &clock() { return m_clock; }
     Link &link() const { return *m_link; }
     Peer &peer() const { return *m_peer; }
 
@@ -60,6 +62,7 @@ private:
     std::unique_ptr<InterfaceLock> m_lock;
     std::unique_ptr<QCanBusDevice> m_device;
     std::unique_ptr<Link> m_link;
+    std::vector<std::pair<std::unique_ptr<QCanBusDevice>, std::unique_ptr<Link>>> m_others;
     std::unique_ptr<Peer> m_peer;
     bool m_interrupted = false;
 };

@@ -1,10 +1,11 @@
 #include "commands.h"
 
-#include "console.h"
 #include "session.h"
+#include "trafficprinter.h"
 
 #include "candump.h"
-#include "decoder.h"
+
+#include <QScopeGuard>
 
 namespace Shipwright {
 
@@ -16,8 +17,8 @@ namespace {
 class LogReader
 {
 public:
-    explicit LogReader(Console &console)
-        : m_console(console)
+    explicit LogReader(TrafficPrinter &printer)
+        : m_printer(printer)
     {
     }
 
@@ -30,11 +31,7 @@ public:
                 m_undecoded += QString::number(m_number);
             return;
         }
-        if (!m_start)
-            m_start = microSeconds(entry->frame.timeStamp());
-        m_console.report(u"frame"_s, decodedLine(entry->frame, *m_start),
-                         decodedObject(entry->frame));
-        m_console.checkOutput();
+        m_printer.print(entry->interfaceName, entry->frame);
     }
 
     /// Throws a Failure if some lines hold no frame.
@@ -52,9 +49,8 @@ public:
     }
 
 private:
-    Console &m_console;
+    TrafficPrinter &m_printer;
     qint64 m_number = 0;
-    std::optional<qint64> m_start;
     QStringList m_undecoded;
 };
 
@@ -62,7 +58,9 @@ Exit run(Session &session, const CommandLine &line)
 {
     Input input(line.arguments.value(0, u"-"_s));
     session.protect(input);
-    LogReader reader(session.console());
+    TrafficPrinter printer(session.console(), line);
+    const auto atTheEnd = qScopeGuard([&printer] { printer.summarize(); });
+    LogReader reader(printer);
     QByteArray pending;
     for (QByteArray bytes = input.read(); !bytes.isEmpty(); bytes = input.read()) {
         pending += bytes;
@@ -84,7 +82,7 @@ const Command decodeCommand{
     .arguments = "[FILE]",
     .summary = "Print a candump log, or standard input, one readable line per frame.",
     .mostArguments = 1,
-    .options = {},
+    .options = {trafficOptions},
     .run = run};
 
 } // namespace Shipwright

@@ -1,11 +1,12 @@
 #include "commands.h"
 
-#include "console.h"
 #include "session.h"
+#include "trafficprinter.h"
 
-#include "decoder.h"
+#include <QScopeGuard>
 
 #include <limits>
+#include <vector>
 
 namespace Shipwright {
 
@@ -15,22 +16,32 @@ namespace {
 
 Exit run(Session &session, const CommandLine &line)
 {
-    std::optional<qint64> start;
-    Link &link = session.listen(BusSettings(line));
-    link.addObserver([&start, &session](const QCanBusFrame &frame, Direction) {
-        if (!start)
-            start = microSeconds(frame.timeStamp());
-        session.console().report(u"frame"_s, decodedLine(frame, *start), decodedObject(frame));
-        session.console().checkOutput();
-    });
+    BusSettings bus(line);
+    QStringList names = line.texts(interfaceOption);
+    if (names.isEmpty())
+        names += bus.interfaceName;
+    names.removeDuplicates();
+    TrafficPrinter printer(session.console(), line, names);
+    std::vector<Link *> links;
+    for (const QString &name : names) {
+        bus.interfaceName = name;
+        links.push_back(&session.listen(bus));
+        links.back()->addObserver(
+            [&printer, name](const QCanBusFrame &frame, Direction) { printer.print(name, frame); });
+    }
+    const auto atTheEnd = qScopeGuard([&printer] { printer.summarize(); });
     try {
-        while (link.receive(std::numeric_limits<qint64>::max())) {}
+        for (;; session.clock().wait(std::numeric_limits<qint64>::max())) {
+            for (Link *link : links) {
+                while (link->receive(0)) {}
+            }
+        }
     } catch (const Failure &failure) {
         // Ctrl-C is how watching ends.
         if (failure.exit != Exit::Interrupted)
             throw;
+        return Exit::Success;
     }
-    return Exit::Success;
 }
 
 } // namespace
@@ -39,7 +50,7 @@ const Command watchCommand{
     .name = "watch",
     .arguments = "",
     .summary = "Print the traffic on the bus, one readable line per frame, until Ctrl-C.",
-    .options = {busOptions},
+    .options = {trafficOptions, busOptions},
     .run = run};
 
 } // namespace Shipwright

@@ -334,6 +334,13 @@ void decodeTransferAnswer(Decoded &decoded, Reader &reader, quint32 id)
     }
 }
 
+QString dateTime(qint64 stamp)
+{
+    const auto time = QDateTime::fromMSecsSinceEpoch(stamp / 1000).toUTC();
+    return u"%1%2Z"_s.arg(time.toString(u"yyyy-MM-ddThh:mm:ss.zzz"_s))
+        .arg(qAbs(stamp % 1000), 3, 10, QLatin1Char('0'));
+}
+
 Decoded decodeBusError(const QCanBusFrame &frame)
 {
     Decoded decoded;
@@ -389,14 +396,25 @@ Decoded decode(const QCanBusFrame &frame)
     return decoded;
 }
 
-QString decodedLine(const QCanBusFrame &frame, qint64 start)
+QJsonValue Decoded::field(const QString &name) const
+{
+    for (const Field &field : fields) {
+        if (field.name == name)
+            return field.value;
+    }
+    return QJsonValue::Undefined;
+}
+
+QString decodedLine(const QCanBusFrame &frame, std::optional<qint64> start)
 {
     const Decoded decoded = decode(frame);
     QStringList texts;
     for (const Decoded::Field &field : decoded.fields)
         texts += field.text;
+    const qint64 stamp = microSeconds(frame.timeStamp());
     QString line = u"%1  %2  %3  "_s
-                       .arg(double(microSeconds(frame.timeStamp()) - start) / 1e6, 10, 'f', 6)
+                       .arg(start ? u"%1"_s.arg(double(stamp - *start) / 1e6, 10, 'f', 6)
+                                  : dateTime(stamp))
                        .arg(QString::number(frame.frameId(), 16)
                                 .toUpper()
                                 .rightJustified(frame.hasExtendedFrameFormat() ? 8 : 3, u'0'),

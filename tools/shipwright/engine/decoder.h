@@ -6,6 +6,8 @@
 #include <QList>
 #include <QString>
 
+#include <optional>
+
 namespace Shipwright {
 
 /// A frame in the protocol's own terms.
@@ -23,13 +25,17 @@ struct Decoded
     QString message; ///< "P6 Transfer Info"
     QList<Field> fields;
     QString fault; ///< what is wrong with the frame; empty when nothing is
+
+    /// The value of the field \a name; undefined when there is none.
+    QJsonValue field(const QString &name) const;
 };
 
 /// Decodes the frame alone: an answer does not say which command it is for.
 Decoded decode(const QCanBusFrame &frame);
 
-/// One line; \a start is the time stamp that counts as 0, in microseconds.
-QString decodedLine(const QCanBusFrame &frame, qint64 start);
+/// One line; \a start is the time stamp that counts as 0, in microseconds. Without it, the line
+/// begins with the date and time in UTC.
+QString decodedLine(const QCanBusFrame &frame, std::optional<qint64> start);
 QJsonObject decodedObject(const QCanBusFrame &frame);
 
 qint64 microSeconds(const QCanBusFrame::TimeStamp &stamp);

@@ -33,6 +33,15 @@ QString hexNumber(quint32 number)
     return u"0x%1"_s.arg(number, 8, 16, QLatin1Char('0'));
 }
 
+QString sizeText(double bytes)
+{
+    if (bytes < 1000)
+        return u"%1 B"_s.arg(bytes, 0, 'f', 0);
+    if (bytes < 1e6)
+        return u"%1 kB"_s.arg(bytes / 1e3, 0, 'f', 1);
+    return u"%1 MB"_s.arg(bytes / 1e6, 0, 'f', 2);
+}
+
 QString countText(quint64 number, const QString &noun)
 {
     return u"%1 %2%3"_s.arg(QString::number(number), noun, number == 1 ? QString() : u"s"_s);

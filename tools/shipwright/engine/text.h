@@ -16,6 +16,9 @@ inline QString frameText(const QCanBusFrame &frame)
 /// 0xcbf43926
 QString hexNumber(quint32 number);
 
+/// "512 B", "157.1 kB"
+QString sizeText(double bytes);
+
 /// "1 record", "2 records"; \a noun is singular.
 QString countText(quint64 number, const QString &noun);
 
