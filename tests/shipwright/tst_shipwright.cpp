@@ -71,7 +71,8 @@ Outcome outcomeOf(QProcess &process)
 Outcome shipwright(QStringList arguments, const QByteArray &input = {})
 {
     // The receiver's own limits are for a board, not for a busy computer.
-    const bool takesTimeout = !arguments.contains(u"decode"_s) && !arguments.contains(u"watch"_s);
+    const bool takesTimeout = !arguments.contains(u"decode"_s) && !arguments.contains(u"watch"_s)
+        && !qEnvironmentVariableIsSet("SHIPWRIGHT_TIMEOUT");
     if (takesTimeout && !arguments.contains(u"--timeout"_s))
         arguments << u"--timeout"_s << u"20000"_s;
     QProcess process;
@@ -114,6 +115,10 @@ private slots:
     void foreignTool_endsTheSession();
     void options_thatACommandDoesNotTakeAreRefused_data();
     void options_thatACommandDoesNotTakeAreRefused();
+    void options_haveDefaultsInTheEnvironment_data();
+    void options_haveDefaultsInTheEnvironment();
+    void completion_offersWhatFits_data();
+    void completion_offersWhatFits();
     void help_namesEveryFault();
     void bitRate_tooLowIsRemarkedOn();
     void progress_fitsTheTerminalAsItIs_data();
@@ -524,6 +529,87 @@ void ShipwrightTest::options_thatACommandDoesNotTakeAreRefused()
     QCOMPARE(outcome.err,
              u"shipwright: Unknown option '%1'.\nTry: shipwright %2 --help\n"_s.arg(
                  command.at(1).mid(2), command.first()));
+}
+
+void ShipwrightTest::options_haveDefaultsInTheEnvironment_data()
+{
+    QTest::addColumn<QByteArray>("variable");
+    QTest::addColumn<QByteArray>("value");
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("message");
+    const auto row = [](const char *variable, const char *value, const QStringList &arguments,
+                        int status, const QString &message) {
+        QTest::addRow("%s %s", variable, qPrintable(arguments.join(u' ')))
+            << QByteArray(variable) << QByteArray(value) << arguments << status << message;
+    };
+    row("SHIPWRIGHT_PLUGIN", "semaphore", {u"connect"_s}, 4,
+        u"The CAN plugin \"semaphore\" has no interface \"can0\""_s);
+    row("SHIPWRIGHT_INTERFACE", "can7", {u"connect"_s, u"--plugin"_s, u"semaphore"_s}, 4,
+        u"The CAN plugin \"semaphore\" has no interface \"can7\""_s);
+    row("SHIPWRIGHT_BITRATE", "1", {u"info"_s}, 2,
+        u"SHIPWRIGHT_BITRATE takes a number from 10000 to 1000000, not \"1\"."_s);
+    row("SHIPWRIGHT_DESTINATION", "1", {u"info"_s}, 2,
+        u"SHIPWRIGHT_DESTINATION takes 26 or 14, not \"1\"."_s);
+    row("SHIPWRIGHT_SLOT", "4", {u"connect"_s}, 2,
+        u"SHIPWRIGHT_SLOT takes a number from 0 to 3, not \"4\"."_s);
+    row("SHIPWRIGHT_RETRIES", "x", {u"provision"_s}, 2,
+        u"SHIPWRIGHT_RETRIES takes a number from 0 to 1000, not \"x\"."_s);
+    row("SHIPWRIGHT_TIMEOUT", "0", {u"info"_s}, 2,
+        u"SHIPWRIGHT_TIMEOUT takes a number from 1 to 2147483647, not \"0\"."_s);
+    row("SHIPWRIGHT_SLOT", "4", {u"connect"_s, u"--slot"_s, u"3"_s}, 0, {});
+    row("SHIPWRIGHT_SLOT", "", {u"connect"_s}, 0, {});
+}
+
+void ShipwrightTest::options_haveDefaultsInTheEnvironment()
+{
+    QFETCH(QByteArray, variable);
+    QFETCH(QByteArray, value);
+    QFETCH(QStringList, arguments);
+    QFETCH(int, status);
+    QFETCH(QString, message);
+    qputenv(variable, value);
+    const Outcome outcome = shipwright(arguments);
+    qunsetenv(variable);
+    QVERIFY2(outcome.err.startsWith(message.isEmpty() ? QString() : u"shipwright: "_s + message),
+             qPrintable(outcome.err));
+    QCOMPARE(outcome.status, status);
+}
+
+void ShipwrightTest::completion_offersWhatFits_data()
+{
+    QTest::addColumn<QString>("words");
+    QTest::addColumn<QString>("offered");
+    QTest::newRow("commands") << u"se"_s << u"set-time set-serial send selftest"_s;
+    QTest::newRow("commands behind an option") << u"--interface can1 dec"_s << u"decode"_s;
+    QTest::newRow("options of a command")
+        << u"selftest --"_s
+        << u"--help --version --json --destructive --only --list --plugin --interface --bitrate "
+           "--log --timeout --fault"_s;
+    QTest::newRow("an option") << u"set-time --sl"_s << u"--slot"_s;
+    QTest::newRow("words of an argument") << u"send m"_s << u"menu"_s;
+    QTest::newRow("an argument that may be left out") << u"set-time ''"_s << u"now"_s;
+    QTest::newRow("nothing") << u"connect ''"_s << u""_s;
+    QTest::newRow("file names") << u"send menu ''"_s << u""_s;
+    QTest::newRow("an option's value") << u"connect --log ''"_s << u""_s;
+}
+
+void ShipwrightTest::completion_offersWhatFits()
+{
+    QFETCH(QString, words);
+    QFETCH(QString, offered);
+    // As bash does for the Tab key.
+    const QString script =
+        u"PATH=$(dirname '%1'):$PATH; . '%2'; COMP_WORDS=(shipwright %3); "
+        "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
+        "$(complete -p shipwright | sed 's/.* -F \\([^ ]*\\).*/\\1/') shipwright; "
+        "echo \"${COMPREPLY[*]}\""_s.arg(QStringLiteral(SHIPWRIGHT), QStringLiteral(COMPLETION),
+                                         words);
+    QProcess process;
+    process.start(u"bash"_s, {u"-c"_s, script});
+    const Outcome outcome = outcomeOf(process);
+    QCOMPARE(outcome.err, QString());
+    QCOMPARE(outcome.out, offered + u'\n');
 }
 
 void ShipwrightTest::help_namesEveryFault()

@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "console.h"
+#include "files.h"
 #include "interruption.h"
 #include "options.h"
 #include "session.h"
@@ -10,6 +11,7 @@
 #include <QSocketNotifier>
 
 #include <span>
+#include <unistd.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -49,7 +51,10 @@ std::vector<Option> optionsOf(const Command *command)
 
 QCommandLineOption parserOption(const Option &option)
 {
-    return {QString::fromLatin1(option.name), QString::fromLatin1(option.help),
+    QString help = QString::fromLatin1(option.help);
+    if (option.variable)
+        help += u" [%1]"_s.arg(QLatin1StringView(option.variable));
+    return {QString::fromLatin1(option.name), help,
             QString::fromLatin1(option.value ? option.value : "")};
 }
 
@@ -69,13 +74,13 @@ void addHiddenOptions(QCommandLineParser &parser)
     }
 }
 
-/// The first argument that is neither an option nor an option's value.
-QString commandName(const QStringList &arguments)
+/// What is neither an option nor an option's value: the command and its arguments.
+QStringList positionalArguments(const QStringList &arguments)
 {
     QCommandLineParser parser;
     addHiddenOptions(parser);
     parser.parse(arguments);
-    return parser.positionalArguments().value(0);
+    return parser.positionalArguments();
 }
 
 /// Prepares the parser for \a command, or for the help alone when there is none.
@@ -100,6 +105,37 @@ void addTable(QCommandLineParser &parser, const Command *command)
             .trimmed());
     for (const Option &option : optionsOf(command))
         parser.addOption(parserOption(option));
+}
+
+/// What a shell offers for the last of \a words; nothing where the user gives a name or a value.
+QStringList completions(QStringList words)
+{
+    const QString begun = words.isEmpty() ? QString() : words.takeLast();
+    const QStringList positional = positionalArguments(QStringList{u"shipwright"_s} + words);
+    const Command *command = findCommand(positional.value(0));
+    QStringList offered{u"--help"_s, u"--version"_s};
+    for (const Option &option : optionsOf(command)) {
+        offered += u"--"_s + QLatin1StringView(option.name);
+        if (option.value && !words.isEmpty() && words.constLast() == offered.constLast())
+            return {};
+    }
+    if (positional.isEmpty()) {
+        for (const Command *known : allCommands())
+            offered += QString::fromLatin1(known->name);
+    } else if (command) {
+        // Words that are typed as they stand in "configuration|menu|generic|package FILE".
+        QString argument = QString::fromLatin1(command->arguments)
+                               .section(u' ', positional.size() - 1, positional.size() - 1);
+        for (const QString &word :
+             argument.remove(u'[').remove(u']').split(u'|', Qt::SkipEmptyParts)) {
+            if (word == word.toLower() && !word.startsWith(u'-'))
+                offered += word;
+        }
+    }
+    offered.removeIf([&begun](const QString &word) {
+        return !word.startsWith(begun) || word.startsWith(u'-') != begun.startsWith(u'-');
+    });
+    return offered;
 }
 
 CommandLine commandLine(const QCommandLineParser &parser, const Command *command)
@@ -157,7 +193,12 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral(SHIPWRIGHT_VERSION));
 
     const QStringList given = QCoreApplication::arguments();
-    const Command *command = findCommand(commandName(given));
+    if (given.value(1) == u"--complete") {
+        for (const QString &word : completions(given.mid(2)))
+            writeAll(STDOUT_FILENO, (word + u'\n').toUtf8());
+        return 0;
+    }
+    const Command *command = findCommand(positionalArguments(given).value(0));
     QCommandLineParser parser;
     addTable(parser, command);
     const bool isParsed = parser.parse(given);

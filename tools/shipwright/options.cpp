@@ -12,17 +12,28 @@ using namespace Qt::StringLiterals;
 
 bool CommandLine::isSet(const Option &option) const
 {
-    return m_given.contains(QString::fromLatin1(option.name));
+    return m_given.contains(QString::fromLatin1(option.name)) || !texts(option).isEmpty();
 }
 
 QString CommandLine::text(const Option &option) const
 {
-    return isSet(option) ? texts(option).constLast() : QString::fromLatin1(option.fallback);
+    const QStringList values = texts(option);
+    return values.isEmpty() ? QString::fromLatin1(option.fallback) : values.constLast();
 }
 
 QStringList CommandLine::texts(const Option &option) const
 {
-    return m_given.value(QString::fromLatin1(option.name));
+    const QString name = QString::fromLatin1(option.name);
+    if (option.variable && !m_given.contains(name) && !qEnvironmentVariableIsEmpty(option.variable))
+        return {qEnvironmentVariable(option.variable)};
+    return m_given.value(name);
+}
+
+QString CommandLine::sourceOf(const Option &option) const
+{
+    const QString name = QString::fromLatin1(option.name);
+    const bool isVariable = !m_given.contains(name) && !texts(option).isEmpty();
+    return isVariable ? QString::fromLatin1(option.variable) : u"--"_s + name;
 }
 
 qint64 CommandLine::number(const Option &option, qint64 least, qint64 most) const
@@ -31,12 +42,11 @@ qint64 CommandLine::number(const Option &option, qint64 least, qint64 most) cons
     const QString given = text(option);
     const qint64 value = given.toLongLong(&ok);
     if (!ok || value < least || value > most) {
-        throw Failure(
-            Exit::Usage,
-            u"--%1 takes a number from %2 to %3, not \"%4\"."_s.arg(QLatin1StringView(option.name))
-                .arg(least)
-                .arg(most)
-                .arg(given));
+        throw Failure(Exit::Usage,
+                      u"%1 takes a number from %2 to %3, not \"%4\"."_s.arg(sourceOf(option))
+                          .arg(least)
+                          .arg(most)
+                          .arg(given));
     }
     return value;
 }
@@ -57,7 +67,8 @@ SendSettings::SendSettings(const CommandLine &line)
     peer.destination = line.text(destinationOption).toUInt();
     if (peer.destination != Wire::nodeDockhand && peer.destination != Wire::nodeDockhandAlt) {
         throw Failure(Exit::Usage,
-                      u"--destination takes %1 or %2, not \"%3\"."_s.arg(Wire::nodeDockhand)
+                      u"%1 takes %2 or %3, not \"%4\"."_s.arg(line.sourceOf(destinationOption))
+                          .arg(Wire::nodeDockhand)
                           .arg(Wire::nodeDockhandAlt)
                           .arg(line.text(destinationOption)));
     }
