@@ -58,13 +58,19 @@ void startShipwright(QProcess &process, const QStringList &arguments)
     QVERIFY(process.waitForStarted());
 }
 
+/// All that --json has printed, for the schema.
+QByteArray printedEvents;
+
 Outcome outcomeOf(QProcess &process)
 {
     const bool isRunning = process.state() != QProcess::NotRunning;
     if ((isRunning && !process.waitForFinished(60'000))
         || process.exitStatus() != QProcess::NormalExit)
         return {};
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+    const QByteArray out = process.readAllStandardOutput();
+    if (process.arguments().contains(u"--json"_s))
+        printedEvents += out;
+    return {process.exitCode(), QString::fromUtf8(out),
             QString::fromUtf8(process.readAllStandardError())};
 }
 
@@ -91,6 +97,7 @@ class ShipwrightTest : public QObject
 private slots:
     void init();
     void cleanup();
+    void cleanupTestCase();
 
     void connect_saysThatItIsConnected();
     void info_printsTheParameters();
@@ -144,6 +151,8 @@ private slots:
     void recordedSessions_areWhatTheReceiverDoes();
     void log_isReadByCanUtils();
     void json_isOneObjectPerLine();
+    void json_everyCommandHasIt_data();
+    void json_everyCommandHasIt();
     void selftest_passesOnTheReceiver();
     void selftest_onlyRunsTheChecksAskedFor();
     void selftest_listNeedsNoBus();
@@ -206,6 +215,20 @@ void ShipwrightTest::stopReceiver()
 void ShipwrightTest::cleanup()
 {
     stopReceiver();
+}
+
+/// What was printed is what the schema promises; after all tests, it has promised nothing else.
+void ShipwrightTest::cleanupTestCase()
+{
+    QStringList arguments{QStringLiteral(CHECK_EVENTS), QStringLiteral(SCHEMA)};
+    if (QCoreApplication::arguments().size() == 1)
+        arguments += u"--all"_s;
+    QProcess process;
+    process.start(u"/usr/bin/python3"_s, arguments);
+    process.write(printedEvents);
+    process.closeWriteChannel();
+    const Outcome outcome = outcomeOf(process);
+    QVERIFY2(outcome.status == 0, qPrintable(outcome.out + outcome.err));
 }
 
 QString ShipwrightTest::file(const QString &name, const QByteArray &content) const
@@ -1100,6 +1123,38 @@ void ShipwrightTest::json_isOneObjectPerLine()
     const QJsonObject failure = QJsonDocument::fromJson(failedLines.last().toUtf8()).object();
     QCOMPARE(failure.value(u"event"_s).toString(), u"failure"_s);
     QCOMPARE(failure.value(u"status"_s).toInt(), 8);
+}
+
+void ShipwrightTest::json_everyCommandHasIt_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("event");
+    QTest::newRow("connect") << QStringList{u"connect"_s} << u"connected"_s;
+    QTest::newRow("info") << QStringList{u"info"_s} << u"info"_s;
+    QTest::newRow("set-time") << QStringList{u"set-time"_s} << u"clock"_s;
+    QTest::newRow("set-serial") << QStringList{u"set-serial"_s, u"SN1"_s} << u"serial"_s;
+    QTest::newRow("end") << QStringList{u"end"_s} << u"ended"_s;
+    QTest::newRow("warning") << QStringList{u"send"_s, u"configuration"_s, u"-"_s} << u"warning"_s;
+    QTest::newRow("selftest --list") << QStringList{u"selftest"_s, u"--list"_s} << u"listed"_s;
+    QTest::newRow("selftest") << QStringList{u"selftest"_s, u"--only"_s, u"file: "_s}
+                              << u"selftest"_s;
+    QTest::newRow("line") << QStringList{u"line"_s, u"$UNITS"_s} << u"units"_s;
+    QTest::newRow("usage") << QStringList{u"info"_s, u"coffee"_s} << u"failure"_s;
+    for (const QFileInfo &log : QDir(QStringLiteral(SESSIONS)).entryInfoList({u"*.log"_s}))
+        QTest::addRow("decode %s", qPrintable(log.baseName()))
+            << QStringList{u"decode"_s, log.filePath()} << u"summary"_s;
+    QTest::newRow("decode of odd frames")
+        << QStringList{u"decode"_s, QStringLiteral(ODD_FRAMES)} << u"frame"_s;
+}
+
+void ShipwrightTest::json_everyCommandHasIt()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, event);
+    arguments.replaceInStrings(u"$UNITS"_s,
+                               file(u"units.csv"_s, QByteArrayLiteral("serial\nSN1\n")));
+    const Outcome outcome = shipwright(arguments << u"--json"_s, QByteArrayLiteral("no JSON"));
+    QVERIFY2(outcome.out.contains(u"\"event\":\"%1\""_s.arg(event)), qPrintable(outcome.out));
 }
 
 void ShipwrightTest::selftest_passesOnTheReceiver()

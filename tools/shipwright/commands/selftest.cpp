@@ -38,7 +38,7 @@ ConformanceSettings settingsOf(const CommandLine &line, const SendSettings &opti
 void list(Console &console, const QList<ConformanceCheck> &checks)
 {
     for (const ConformanceCheck &check : checks) {
-        console.report(u"check"_s,
+        console.report(u"listed"_s,
                        check.name + (check.isDestructive ? u" (--destructive)"_s : QString()),
                        {{u"name"_s, check.name}, {u"destructive"_s, check.isDestructive}});
     }
