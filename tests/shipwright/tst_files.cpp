@@ -2,12 +2,15 @@
 
 #include "files.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <atomic>
+#include <csignal>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -34,6 +37,10 @@ private slots:
     void output_isNeverAnInput();
     void output_isEmptiedOnlyWhenItStarts();
     void output_thatCannotBeWrittenNamesTheCause();
+    void wholeOutput_takesItsPlaceAtTheEnd();
+    void wholeOutput_thatCannotBeWrittenLeavesWhatWasThere();
+    void wholeOutput_isNeverAFileInUse();
+    void wholeOutput_mayBeADevice();
 
 private:
     QString path(const QString &name) const { return m_directory.filePath(name); }
@@ -197,6 +204,56 @@ void FilesTest::output_thatCannotBeWrittenNamesTheCause()
     const Failure failure = failureOf([&output] { output.write(QByteArrayLiteral("x")); });
     QCOMPARE(failure.exit, Exit::LocalFile);
     QCOMPARE(failure.message, u"The log /dev/full cannot be written: No space left on device."_s);
+}
+
+void FilesTest::wholeOutput_takesItsPlaceAtTheEnd()
+{
+    const QString name = file(u"whole"_s, QByteArrayLiteral("old"));
+    WholeOutput output(u"The report"_s, name, {});
+    QCOMPARE(Input(name).readAll(), QByteArrayLiteral("old"));
+    output.write(QByteArrayLiteral("new"));
+    QCOMPARE(Input(name).readAll(), QByteArrayLiteral("new"));
+}
+
+void FilesTest::wholeOutput_thatCannotBeWrittenLeavesWhatWasThere()
+{
+    const QString name = file(u"kept"_s, QByteArrayLiteral("old"));
+    const qsizetype files = QDir(m_directory.path()).entryList(QDir::Files).size();
+    {
+        WholeOutput output(u"The report"_s, name, {});
+        rlimit before = {};
+        getrlimit(RLIMIT_FSIZE, &before);
+        const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit tight{5, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &tight);
+        const Failure failure = failureOf([&] { output.write(QByteArrayLiteral("0123456789")); });
+        setrlimit(RLIMIT_FSIZE, &before);
+        std::signal(SIGXFSZ, handler);
+        QCOMPARE(failure.exit, Exit::LocalFile);
+    }
+    QCOMPARE(Input(name).readAll(), QByteArrayLiteral("old"));
+    QCOMPARE(QDir(m_directory.path()).entryList(QDir::Files).size(), files);
+    const Failure failure = failureOf(
+        [] { WholeOutput(u"The report"_s, u"/nonexistent/report"_s, {}); });
+    QCOMPARE(failure.message,
+             u"The report /nonexistent/report cannot be written: No such file or directory."_s);
+}
+
+void FilesTest::wholeOutput_isNeverAFileInUse()
+{
+    const QString name = file(u"used"_s, QByteArrayLiteral("old"));
+    const FileIdentity identity = *Input(name).identity();
+    const Failure failure = failureOf([&] { WholeOutput(u"The report"_s, name, {identity}); });
+    QCOMPARE(failure.exit, Exit::Usage);
+    QCOMPARE(Input(name).readAll(), QByteArrayLiteral("old"));
+}
+
+void FilesTest::wholeOutput_mayBeADevice()
+{
+    WholeOutput(u"The report"_s, u"/dev/null"_s, {}).write(QByteArrayLiteral("new"));
+    WholeOutput full(u"The report"_s, u"/dev/full"_s, {});
+    QCOMPARE(failureOf([&] { full.write(QByteArrayLiteral("new")); }).message,
+             u"The report /dev/full cannot be written: No space left on device."_s);
 }
 
 QTEST_GUILESS_MAIN(FilesTest)

@@ -157,6 +157,7 @@ private slots:
     void selftest_onlyRunsTheChecksAskedFor();
     void selftest_listNeedsNoBus();
     void selftest_namesTheFrameBehindADeviation();
+    void selftest_reportsWhatEndedTheSession();
     void selftest_endsSoonWhenTheReceiverDies();
     void failure_hasItsExitStatus_data();
     void failure_hasItsExitStatus();
@@ -607,7 +608,7 @@ void ShipwrightTest::completion_offersWhatFits_data()
     QTest::newRow("commands behind an option") << u"--interface can1 dec"_s << u"decode"_s;
     QTest::newRow("options of a command")
         << u"selftest --"_s
-        << u"--help --version --json --destructive --only --list --plugin --interface --bitrate "
+        << u"--help --version --json --destructive --only --list --report --plugin --interface --bitrate "
            "--log --timeout --fault"_s;
     QTest::newRow("an option") << u"set-time --sl"_s << u"--slot"_s;
     QTest::newRow("words of an argument") << u"send m"_s << u"menu"_s;
@@ -1202,8 +1203,9 @@ void ShipwrightTest::selftest_namesTheFrameBehindADeviation()
     standIn.start(QStringLiteral(STANDIN), {u"answers an empty Transfer Info with 7 bytes"_s});
     QVERIFY(standIn.waitForReadyRead());
     const Outcome outcome = shipwright({u"selftest"_s, u"--only"_s, u"Transfer Info: 0 to 5"_s});
-    const Outcome json = shipwright(
-        {u"selftest"_s, u"--only"_s, u"Transfer Info: 0 to 5"_s, u"--json"_s});
+    const QString report = m_directory->filePath(u"report.xml"_s);
+    const Outcome json = shipwright({u"selftest"_s, u"--only"_s, u"Transfer Info: 0 to 5"_s,
+                                     u"--json"_s, u"--report"_s, report});
     standIn.kill();
     standIn.waitForFinished();
     QCOMPARE(outcome.out,
@@ -1218,6 +1220,41 @@ void ShipwrightTest::selftest_namesTheFrameBehindADeviation()
         QJsonDocument::fromJson(json.out.section(u'\n', 1, 1).toUtf8()).object();
     QCOMPARE(check.value(u"outcome"_s).toString(), u"fail"_s);
     QCOMPARE(check.value(u"frames"_s).toArray().size(), 2);
+    QString xml = QString::fromUtf8(contentOf(report));
+    xml.replace(QRegularExpression(u"time(stamp)?=\"[-0-9:.T]+\""_s), u"time\\1=\"\""_s);
+    xml.replace(QRegularExpression(u"\n  +\\d\\.\\d{6}  "_s), u"\n(time)  "_s);
+    const QString expected = uR"xml(<?xml version="1.0" encoding="UTF-8"?>
+<testsuites>
+    <testsuite name="shipwright selftest on can0" timestamp="" time="" tests="1" failures="1" errors="0" skipped="0">
+        <testcase classname="shipwright.selftest" name="Transfer Info: 0 to 5 bytes refused with the parameters" time="">
+            <failure message="due 1B58001D# and 8 bytes of parameters for version 2, came 1B58001D#0A3FE803E80360  P6 Transfer Info answer: code 29 (Transfer Info rejected)">sent  1B1A0000#  P6 Transfer Info
+due   1B58001D# and 8 bytes of parameters for version 2
+came  1B58001D#0A3FE803E80360  P6 Transfer Info answer: code 29 (Transfer Info rejected)
+All frames:
+(time)  1B1A0000                           Shipwright &gt; Dockhand  P6 Transfer Info  ! 0 bytes, at least 6 expected
+(time)  1B58001D  0A 3F E8 03 E8 03 60     Dockhand &gt; Shipwright  P6 Transfer Info answer: code 29 (Transfer Info rejected)  ! 7 bytes, 8 expected</failure>
+        </testcase>
+    </testsuite>
+</testsuites>
+)xml"_s;
+    QCOMPARE(xml, expected);
+}
+
+void ShipwrightTest::selftest_reportsWhatEndedTheSession()
+{
+    const QString report = m_directory->filePath(u"report.xml"_s);
+    QCOMPARE(shipwright({u"selftest"_s, u"--report"_s, report, u"--log"_s, report}).status, 2);
+    QCOMPARE(shipwright(
+                 {u"selftest"_s, u"--report"_s, u"/dev/full"_s, u"--only"_s, u"Transfer Info: 0"_s})
+                 .status,
+             3);
+    stopReceiver();
+    const Outcome outcome = shipwright(
+        {u"selftest"_s, u"--report"_s, report, u"--timeout"_s, u"100"_s});
+    QCOMPARE(outcome.status, 6);
+    const QByteArray xml = contentOf(report);
+    QVERIFY2(xml.contains(R"( tests="1" failures="0" errors="1" skipped="0">)"), xml.constData());
+    QVERIFY2(xml.contains("<error message=\"No answer to "), xml.constData());
 }
 
 void ShipwrightTest::selftest_endsSoonWhenTheReceiverDies()

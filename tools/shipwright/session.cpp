@@ -75,6 +75,17 @@ void Session::checkAlone(const Output &output) const
     }
 }
 
+std::unique_ptr<WholeOutput> Session::openReport(const QString &path) const
+{
+    std::vector<FileIdentity> used = m_inputs;
+    for (const auto &identity : {storedFile(STDOUT_FILENO), storedFile(STDERR_FILENO),
+                                 m_log ? m_log->identity() : std::nullopt}) {
+        if (identity)
+            used.push_back(*identity);
+    }
+    return std::make_unique<WholeOutput>(u"The report"_s, path, used);
+}
+
 Link &Session::listen(const BusSettings &settings)
 {
     if (m_link)

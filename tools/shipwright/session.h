@@ -34,7 +34,10 @@ public:
     /// output may go there. \a what names its purpose in messages.
     Output &openOutput(const QString &what, const QString &path);
 
-    /// Opens the bus for a command that only listens.
+    /// A file to report to at the end, apart from all others. To be called when the bus is open.
+    std::unique_ptr<WholeOutput> openReport(const QString &path) const;
+
+    /// Opens a bus for a command that only listens. It may listen to several, which one log is for.
     Link &listen(const BusSettings &settings);
     /// Locks and opens the bus for a command that sends.
     Peer &connect(const SendSettings &settings);

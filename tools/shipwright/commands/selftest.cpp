@@ -1,11 +1,11 @@
 #include "commands.h"
 
 #include "console.h"
+#include "junit.h"
 #include "session.h"
 
 #include "conformance.h"
 #include "decoder.h"
-#include "text.h"
 
 #include <QJsonArray>
 
@@ -23,7 +23,8 @@ constexpr Option destructiveOption{
     "install a configuration (\"{}\") and replace the menu and package files."};
 constexpr Option onlyOption{"only", "TEXT", "Run the checks whose names contain TEXT."};
 constexpr Option listOption{"list", nullptr, "Print the names of the checks without running them."};
-constexpr Option ownOptions[] = {destructiveOption, onlyOption, listOption};
+constexpr Option junitOption{"report", "FILE", "Write a report in JUnit's XML when it is over."};
+constexpr Option ownOptions[] = {destructiveOption, onlyOption, listOption, junitOption};
 
 ConformanceSettings settingsOf(const CommandLine &line, const SendSettings &options)
 {
@@ -59,21 +60,6 @@ QString outcomeName(Outcome outcome)
     return u"not run"_s;
 }
 
-/// A frame with its meaning, as in "1B5830BA#01  P6 Record End answer: code 186 (failure)".
-QString meaning(const QCanBusFrame &frame)
-{
-    const Decoded decoded = decode(frame);
-    QStringList fields;
-    for (const Decoded::Field &field : decoded.fields)
-        fields += field.text;
-    QString text = u"%1#%2  %3"_s.arg(
-        QString::number(frame.frameId(), 16).toUpper().rightJustified(8, u'0'),
-        QString::fromLatin1(frame.payload().toHex()).toUpper(), decoded.message);
-    if (!fields.isEmpty())
-        text += u": "_s + fields.join(u", "_s);
-    return text;
-}
-
 void report(Console &console, const ConformanceResult &result)
 {
     const bool isFailed = result.outcome == Outcome::Failed;
@@ -82,20 +68,15 @@ void report(Console &console, const ConformanceResult &result)
                        {u"outcome"_s, outcomeName(result.outcome)},
                        {u"milliseconds"_s, result.milliseconds}};
     if (isFailed) {
-        QString sent = u"nothing"_s;
-        if (result.cause >= 0)
-            sent = meaning(result.frames.at(result.cause).frame);
-        // The last frame is the wrong one.
-        QString came = result.came;
-        if (!result.frames.isEmpty() && result.frames.last().direction == Direction::Received)
-            came = meaning(result.frames.last().frame);
-        text += u"\n      sent  %1\n      due   %2\n      came  %3"_s.arg(sent, result.due, came);
+        const DeviationText deviation(result);
+        text += u"\n      sent  %1\n      due   %2\n      came  %3"_s.arg(
+            deviation.sent, deviation.due, deviation.came);
         QJsonArray frames;
         for (const Exchanged &exchanged : result.frames)
             frames += decodedObject(exchanged.frame);
-        fields.insert(u"sent"_s, sent);
-        fields.insert(u"due"_s, result.due);
-        fields.insert(u"came"_s, came);
+        fields.insert(u"sent"_s, deviation.sent);
+        fields.insert(u"due"_s, deviation.due);
+        fields.insert(u"came"_s, deviation.came);
         fields.insert(u"frames"_s, frames);
     }
     console.report(u"check"_s, text, fields);
@@ -139,18 +120,28 @@ Exit run(Session &session, const CommandLine &line)
         return Exit::Success;
     }
 
+    const QDateTime start = QDateTime::currentDateTimeUtc();
     Peer &peer = session.connect(options);
+    std::unique_ptr<WholeOutput> output;
+    if (line.isSet(junitOption))
+        output = session.openReport(line.text(junitOption));
     Conformance conformance(session.link(), settings);
-    // A missing receiver is not a deviation: receiverParameters() throws with the reason.
-    while (!conformance.findReceiver())
-        peer.receiverParameters();
+    std::optional<Failure> failure;
     try {
+        // A missing receiver is not a deviation: receiverParameters() throws with the reason.
+        while (!conformance.findReceiver())
+            peer.receiverParameters();
         conformance.run([&console](const ConformanceResult &result) { report(console, result); });
-    } catch (const Failure &) {
-        summarize(console, conformance, {});
-        throw;
+    } catch (const Failure &cause) {
+        failure = cause;
     }
-    summarize(console, conformance, u": the receiver stopped answering"_s);
+    if (!conformance.results().isEmpty())
+        summarize(console, conformance,
+                  failure ? QString() : u": the receiver stopped answering"_s);
+    if (output)
+        output->write(junitReport(conformance, failure, options.bus.interfaceName, start));
+    if (failure)
+        throw Failure(*failure);
     return conformance.count(Outcome::Failed) == 0 ? Exit::Success : Exit::Deviation;
 }
 
@@ -158,7 +149,7 @@ Exit run(Session &session, const CommandLine &line)
 
 const Command selftestCommand{
     .name = "selftest",
-    .arguments = "[--destructive] [--only TEXT] [--list]",
+    .arguments = "[--destructive] [--only TEXT] [--list] [--report FILE]",
     .summary = "Check the receiver against the protocol; replaces its generic file.",
     .options = {ownOptions, busOptions, sendOptions},
     .run = run};

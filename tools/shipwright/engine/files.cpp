@@ -156,6 +156,11 @@ int writeAll(int descriptor, const QByteArray &bytes)
     return 0;
 }
 
+[[noreturn]] static void failToWrite(const QString &name, const QString &reason)
+{
+    throw Failure(Exit::LocalFile, u"%1 cannot be written: %2."_s.arg(name, reason));
+}
+
 Output::Output(const QString &what, const QString &path, const std::vector<FileIdentity> &inputs)
     : m_shownName(what + u' ' + printable(path))
 {
@@ -178,8 +183,7 @@ Output::~Output()
 
 void Output::fail(int error) const
 {
-    throw Failure(Exit::LocalFile,
-                  u"%1 cannot be written: %2."_s.arg(m_shownName, errorText(error)));
+    failToWrite(m_shownName, errorText(error));
 }
 
 void Output::start()
@@ -213,6 +217,32 @@ void Output::write(const QByteArray &bytes)
         Interruption::check();
     if (error != 0)
         fail(error);
+}
+
+WholeOutput::WholeOutput(const QString &what, const QString &path,
+                         const std::vector<FileIdentity> &used)
+    : m_shownName(what + u' ' + printable(path)),
+      m_file(path)
+{
+    struct stat status = {};
+    if (stat(QFile::encodeName(path).constData(), &status) == 0
+        && (!S_ISREG(status.st_mode)
+            || std::find(used.begin(), used.end(), FileIdentity{status.st_dev, status.st_ino})
+                != used.end())) {
+        m_stream.emplace(what, path, used);
+        return;
+    }
+    // Without a buffer, so that each write tells whether it succeeded: commit() does not.
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        failToWrite(m_shownName, m_file.errorString());
+}
+
+void WholeOutput::write(const QByteArray &content)
+{
+    if (m_stream)
+        m_stream->write(content);
+    else if (m_file.write(content) != content.size() || !m_file.commit())
+        failToWrite(m_shownName, m_file.errorString());
 }
 
 } // namespace Shipwright

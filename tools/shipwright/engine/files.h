@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QSaveFile>
 #include <QString>
 
 #include <limits>
@@ -80,6 +81,21 @@ private:
 
     QString m_shownName;
     int m_descriptor = -1;
+};
+
+/// A file that is written whole or not at all. What is there stays until then.
+class WholeOutput
+{
+public:
+    /// Like Output's. A pipe or a device is written as it is.
+    WholeOutput(const QString &what, const QString &path, const std::vector<FileIdentity> &used);
+
+    void write(const QByteArray &content);
+
+private:
+    QString m_shownName;
+    QSaveFile m_file;
+    std::optional<Output> m_stream; ///< in place of the file
 };
 
 } // namespace Shipwright

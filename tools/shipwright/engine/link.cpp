@@ -31,6 +31,17 @@ QCanBusFrame corrupted(const QCanBusFrame &frame)
 
 } // namespace
 
+QCanBusFrame stamped(QCanBusFrame frame)
+{
+    const QCanBusFrame::TimeStamp stamp = frame.timeStamp();
+    if (stamp.seconds() == 0 && stamp.microSeconds() == 0) {
+        using namespace std::chrono;
+        const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch());
+        frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(now.count()));
+    }
+    return frame;
+}
+
 Link::Link(QCanBusDevice &device, Clock &clock)
     : m_device(device),
       m_clock(clock)
@@ -154,7 +165,7 @@ void Link::write(const QCanBusFrame &frame)
     }
     if (m_endsOnForeignFrames && m_mayEcho)
         m_unechoed.push_back(frame);
-    observe(frame, Direction::Sent);
+    observe(stamped(frame), Direction::Sent);
 }
 
 void Link::flush()
@@ -192,7 +203,7 @@ void Link::collectReceived()
 {
     // A disconnected device keeps the frames that it has received.
     while (m_device.state() == QCanBusDevice::ConnectedState && m_device.framesAvailable() > 0) {
-        const QCanBusFrame frame = m_device.readFrame();
+        const QCanBusFrame frame = stamped(m_device.readFrame());
         if (isEcho(frame))
             continue;
         if (frame.frameType() == QCanBusFrame::ErrorFrame) {
@@ -308,14 +319,8 @@ void Link::forgetBusErrors()
     m_busErrors = {};
 }
 
-void Link::observe(QCanBusFrame frame, Direction direction) const
+void Link::observe(const QCanBusFrame &frame, Direction direction) const
 {
-    const QCanBusFrame::TimeStamp stamp = frame.timeStamp();
-    if (stamp.seconds() == 0 && stamp.microSeconds() == 0) {
-        using namespace std::chrono;
-        const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch());
-        frame.setTimeStamp(QCanBusFrame::TimeStamp::fromMicroSeconds(now.count()));
-    }
     for (const Observer &observer : m_observers)
         observer(frame, direction);
 }

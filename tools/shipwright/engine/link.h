@@ -16,6 +16,9 @@ class Clock;
 
 enum class Direction { Sent, Received };
 
+/// \a frame with the time of now, unless it has one.
+QCanBusFrame stamped(QCanBusFrame frame);
+
 /// The bus as the engine uses it: sends frames in order and waits while the send buffer is full,
 /// receives frame by frame until a deadline. Every call may throw a Failure.
 class Link
@@ -68,7 +71,7 @@ private:
     void collectReceived();
     bool isEcho(const QCanBusFrame &frame);
     bool isForeign(const QCanBusFrame &frame) const;
-    void observe(QCanBusFrame frame, Direction direction) const;
+    void observe(const QCanBusFrame &frame, Direction direction) const;
 
     QCanBusDevice &m_device;
     Clock &m_clock;

@@ -101,8 +101,7 @@ QStringList Probe::changes() const
 
 void Probe::put(quint32 id, const QByteArray &payload)
 {
-    const QCanBusFrame frame(id, payload);
-    m_frames += {Direction::Sent, frame};
+    m_frames += {Direction::Sent, stamped(QCanBusFrame(id, payload))};
     m_link.send(id, payload);
 }
 
