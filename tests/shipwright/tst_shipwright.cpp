@@ -583,6 +583,7 @@ void ShipwrightTest::options_haveDefaultsInTheEnvironment_data()
         u"SHIPWRIGHT_TIMEOUT takes a number from 1 to 2147483647, not \"0\"."_s);
     row("SHIPWRIGHT_SLOT", "4", {u"connect"_s, u"--slot"_s, u"3"_s}, 0, {});
     row("SHIPWRIGHT_SLOT", "", {u"connect"_s}, 0, {});
+    row("SHIPWRIGHT_SLOT", "4", {u"info"_s}, 0, {});
 }
 
 void ShipwrightTest::options_haveDefaultsInTheEnvironment()

@@ -141,12 +141,15 @@ QStringList completions(QStringList words)
 CommandLine commandLine(const QCommandLineParser &parser, const Command *command)
 {
     QHash<QString, QStringList> given;
+    QHash<QString, QStringList> environment;
     for (const Option &option : optionsOf(command)) {
         const QString name = QString::fromLatin1(option.name);
         if (parser.isSet(name))
             given.insert(name, parser.values(name));
+        if (option.variable && !qEnvironmentVariableIsEmpty(option.variable))
+            environment.insert(name, {qEnvironmentVariable(option.variable)});
     }
-    return {parser.positionalArguments().mid(1), given};
+    return {parser.positionalArguments().mid(1), given, environment};
 }
 
 /// The one interface that \a command works on; empty if it has none, or several.

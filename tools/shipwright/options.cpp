@@ -12,7 +12,8 @@ using namespace Qt::StringLiterals;
 
 bool CommandLine::isSet(const Option &option) const
 {
-    return m_given.contains(QString::fromLatin1(option.name)) || !texts(option).isEmpty();
+    const QString name = QString::fromLatin1(option.name);
+    return m_given.contains(name) || m_environment.contains(name);
 }
 
 QString CommandLine::text(const Option &option) const
@@ -24,15 +25,13 @@ QString CommandLine::text(const Option &option) const
 QStringList CommandLine::texts(const Option &option) const
 {
     const QString name = QString::fromLatin1(option.name);
-    if (option.variable && !m_given.contains(name) && !qEnvironmentVariableIsEmpty(option.variable))
-        return {qEnvironmentVariable(option.variable)};
-    return m_given.value(name);
+    return m_given.value(name, m_environment.value(name));
 }
 
 QString CommandLine::sourceOf(const Option &option) const
 {
     const QString name = QString::fromLatin1(option.name);
-    const bool isVariable = !m_given.contains(name) && !texts(option).isEmpty();
+    const bool isVariable = !m_given.contains(name) && m_environment.contains(name);
     return isVariable ? QString::fromLatin1(option.variable) : u"--"_s + name;
 }
 

@@ -25,10 +25,13 @@ struct Option
 class CommandLine
 {
 public:
-    /// \a given holds the values of the options that were given, by name.
-    CommandLine(const QStringList &positional, const QHash<QString, QStringList> &given)
+    /// \a given has the options on the command line, \a environment the values of variables, both by
+    /// the option's name.
+    CommandLine(const QStringList &positional, const QHash<QString, QStringList> &given,
+                const QHash<QString, QStringList> &environment)
         : arguments(positional),
-          m_given(given)
+          m_given(given),
+          m_environment(environment)
     {
     }
 
@@ -45,6 +48,7 @@ public:
 
 private:
     const QHash<QString, QStringList> m_given;
+    const QHash<QString, QStringList> m_environment;
 };
 
 // Options that several commands share, in groups.

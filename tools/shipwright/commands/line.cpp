@@ -102,7 +102,7 @@ std::vector<Unit> readUnits(Session &session, const QString &path, bool force)
                 if (files.contains(column))
                     filesRead.insert({column, value});
             }
-            checkProvisioning(session, CommandLine({}, unchecked));
+            checkProvisioning(session, CommandLine({}, unchecked, {}));
             if (lines.contains(unit.serial)) {
                 throw Failure(Exit::Usage,
                               u"The serial number \"%1\" is that of line %2 too."_s.arg(unit.serial)
