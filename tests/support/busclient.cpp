@@ -1,7 +1,7 @@
 #include "busclient.h"
 
+#include <QByteArrayList>
 #include <QElapsedTimer>
-#include <QList>
 
 #include <algorithm>
 #include <cstring>
@@ -82,6 +82,16 @@ QByteArray BusClient::receive(int timeoutMs)
     std::memcpy(&frame, m_input.constData() + m_taken, sizeof frame);
     m_taken += frameSize;
     return format(frame);
+}
+
+QByteArray BusClient::request(const QList<QCanBusFrame> &frames)
+{
+    QByteArrayList texts;
+    for (const QCanBusFrame &frame : frames) {
+        texts.append(QByteArray::number(frame.frameId(), 16).rightJustified(8, '0') + '#'
+                     + frame.payload().toHex());
+    }
+    return request(texts.join(' '));
 }
 
 can_frame BusClient::parse(const QByteArray &text)

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCanBusFrame>
+#include <QList>
 
 #include <linux/can.h>
 
@@ -28,6 +30,9 @@ public:
 
     /// The next frame, or an empty string if none comes in time or the bus is gone.
     QByteArray receive(int timeoutMs = 5000);
+    /// Sends frames and returns the frame that comes in answer.
+    QByteArray request(const QByteArray &frames) { return send(frames) ? receive() : QByteArray(); }
+    QByteArray request(const QList<QCanBusFrame> &frames);
     /// True if no frame comes in a time that is long enough for every frame on its way.
     bool isSilent() { return receive(200).isEmpty(); }
 

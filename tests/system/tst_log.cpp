@@ -1,6 +1,6 @@
 #include "broker.h"
+#include "busclient.h"
 #include "receiverprocess.h"
-#include "servicetool.h"
 #include "servicetree.h"
 
 #include <QFile>
@@ -61,13 +61,13 @@ private:
     }
 
     std::unique_ptr<ReceiverProcess> m_receiver;
-    std::unique_ptr<ServiceTool> m_tool;
+    std::unique_ptr<BusClient> m_tool;
 
 private slots:
     void init()
     {
         ServiceTree::reset();
-        m_tool = std::make_unique<ServiceTool>();
+        m_tool = std::make_unique<BusClient>();
         m_receiver = std::make_unique<ReceiverProcess>();
         m_receiver->setVariable(u"VIRTUALBUS_FAULTS"_s, m_receiver->directory() + u"/faults"_s);
         m_receiver->setVariable(u"DOCKHAND_STAND_IN_LOG"_s, u"/dev/null"_s);

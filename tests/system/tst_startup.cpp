@@ -1,6 +1,6 @@
 #include "broker.h"
+#include "busclient.h"
 #include "receiverprocess.h"
-#include "servicetool.h"
 
 #include <QFile>
 #include <QTest>
@@ -69,7 +69,7 @@ private slots:
             ReceiverProcess receiver;
             receiver.setVariable(u"LANGUAGE"_s, language);
             QVERIFY(receiver.start());
-            ServiceTool tool;
+            BusClient tool;
             QCOMPARE(tool.request("0F1A02C0#A55A"), "0F584000#5AA5"); // the event loop runs
             QCOMPARE(receiver.log().mid(0, 3),
                      (QByteArrayList{connecting, stateConnecting, stateConnected}));
@@ -79,7 +79,7 @@ private slots:
 
     void sendsNothingByItself()
     {
-        ServiceTool tool;
+        BusClient tool;
         ReceiverProcess receiver;
         QVERIFY(receiver.start());
         QVERIFY(tool.receive(1000).isEmpty());
@@ -98,7 +98,7 @@ private slots:
     void framesThatCameWhileTheDisplayWasLoadingAreShownAndAnswered()
     {
         const QByteArray loaded = "debug|qml|no catalogue";
-        ServiceTool tool;
+        BusClient tool;
         bool wasLoading = false;
         for (int attempt = 0; attempt < 20 && !wasLoading; ++attempt) {
             ReceiverProcess receiver(QStringLiteral(LOGGING_DISPLAY_EXECUTABLE), {u"stay"_s});

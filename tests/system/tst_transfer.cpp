@@ -1,6 +1,7 @@
+#include "busclient.h"
 #include "receiverprocess.h"
-#include "servicetool.h"
 #include "servicetree.h"
+#include "toolframes.h"
 
 #include <QTest>
 
@@ -55,7 +56,7 @@ private:
 
     QString clockLog() const { return m_receiver->directory() + u"/clock"_s; }
 
-    std::unique_ptr<ServiceTool> m_tool;
+    std::unique_ptr<BusClient> m_tool;
     std::unique_ptr<ReceiverProcess> m_receiver;
 
 private slots:
@@ -64,7 +65,7 @@ private slots:
     void init()
     {
         ServiceTree::reset();
-        m_tool = std::make_unique<ServiceTool>();
+        m_tool = std::make_unique<BusClient>();
         QVERIFY(m_tool->isConnected());
         m_receiver = std::make_unique<ReceiverProcess>();
         m_receiver->setVariable(u"QT_LOGGING_RULES"_s, u"*.debug=false"_s);
