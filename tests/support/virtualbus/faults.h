@@ -1,22 +1,13 @@
 #pragma once
 
+#include <QByteArrayList>
 #include <QFileSystemWatcher>
 #include <QObject>
 
 #include <memory>
 
-/// The active faults; README.md says what each does.
-struct Faults
-{
-    bool create = false;
-    bool connect = false;
-    bool write = false;
-    bool error = false;
-    bool disconnect = false;
-    qsizetype batch = 0;
-};
-
-/// Watches the file that the environment variable VIRTUALBUS_FAULTS names.
+/// Watches the file that the environment variable VIRTUALBUS_FAULTS names; README.md says what
+/// each line does.
 class FaultFile : public QObject
 {
     Q_OBJECT
@@ -24,16 +15,17 @@ class FaultFile : public QObject
 public:
     FaultFile();
 
-    const Faults &faults() const { return m_faults; }
+    bool has(const char *fault) const { return m_faults.contains(fault); }
+    /// How many received frames make a batch.
+    qsizetype batch() const;
 
 signals:
-    void changed(const Faults &before);
+    void changed(const QByteArrayList &before);
 
 private:
     void read();
-    void reread();
 
     const QString m_path;
     std::unique_ptr<QFileSystemWatcher> m_watcher;
-    Faults m_faults;
+    QByteArrayList m_faults;
 };

@@ -25,7 +25,7 @@ public:
     QCanBusDevice *createDevice(const QString &interfaceName, QString *errorMessage) const override
     {
         auto faults = std::make_unique<FaultFile>();
-        const bool refuse = faults->faults().create;
+        const bool refuse = faults->has("create");
         if (errorMessage)
             *errorMessage = refuse ? u"Bus fault: create"_s : QString();
         return refuse ? nullptr : new VirtualBusDevice(interfaceName, std::move(faults));

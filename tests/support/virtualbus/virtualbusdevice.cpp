@@ -6,16 +6,19 @@
 #include <QVariant>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <utility>
 
+#include <linux/can.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono;
 
 namespace {
 
@@ -27,10 +30,6 @@ QCanBusFrame toQt(const can_frame &frame, QCanBusFrame::TimeStamp timeStamp)
     result.setExtendedFrameFormat(frame.can_id & CAN_EFF_FLAG);
     if (frame.can_id & CAN_RTR_FLAG)
         result.setFrameType(QCanBusFrame::RemoteRequestFrame);
-    if (frame.can_id & CAN_ERR_FLAG) {
-        result.setFrameType(QCanBusFrame::ErrorFrame);
-        result.setError(QCanBusFrame::FrameErrors(frame.can_id & CAN_ERR_MASK));
-    }
     result.setTimeStamp(timeStamp);
     return result;
 }
@@ -43,8 +42,6 @@ can_frame fromQt(const QCanBusFrame &frame)
         result.can_id |= CAN_EFF_FLAG;
     if (frame.frameType() == QCanBusFrame::RemoteRequestFrame)
         result.can_id |= CAN_RTR_FLAG;
-    if (frame.frameType() == QCanBusFrame::ErrorFrame)
-        result.can_id = canid_t(frame.error().toInt()) | CAN_ERR_FLAG;
     const QByteArray payload = frame.payload();
     result.can_dlc = __u8(payload.size());
     std::memcpy(result.data, payload.constData(), std::size_t(payload.size()));
@@ -60,9 +57,19 @@ QString socketOf(const QString &interfaceName)
     return QFileInfo(ofCan0).dir().filePath(interfaceName);
 }
 
-bool wouldBlock()
+/// Whether one of the filters, if there are any, lets the frame pass.
+bool passes(const QCanBusFrame &frame, const QList<QCanBusDevice::Filter> &filters)
 {
-    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+    using Filter = QCanBusDevice::Filter;
+    const auto format = frame.hasExtendedFrameFormat() ? Filter::MatchExtendedFormat
+                                                       : Filter::MatchBaseFormat;
+    return filters.isEmpty()
+        || std::any_of(filters.begin(), filters.end(), [&](const Filter &filter) {
+               return (filter.type == QCanBusFrame::InvalidFrame
+                       || filter.type == frame.frameType())
+                   && (filter.format & format) != 0
+                   && ((frame.frameId() ^ filter.frameId) & filter.frameIdMask) == 0;
+           });
 }
 
 } // namespace
@@ -71,14 +78,6 @@ VirtualBusDevice::VirtualBusDevice(QString interfaceName, std::unique_ptr<FaultF
     : m_interfaceName(std::move(interfaceName)),
       m_faultFile(std::move(faultFile))
 {
-    // What Qt's SocketCAN device starts with.
-    QCanBusDevice::setConfigurationParameter(LoopbackKey, true);
-    QCanBusDevice::setConfigurationParameter(ReceiveOwnKey, false);
-    QCanBusDevice::setConfigurationParameter(
-        ErrorFilterKey, QVariant::fromValue(QCanBusFrame::FrameErrors(QCanBusFrame::AnyError)));
-    QCanBusDevice::setConfigurationParameter(CanFdKey, false);
-    QCanBusDevice::setConfigurationParameter(BitRateKey, 500000);
-
     connect(m_faultFile.get(), &FaultFile::changed, this, &VirtualBusDevice::applyFaults);
 }
 
@@ -99,64 +98,9 @@ QCanBusDeviceInfo VirtualBusDevice::deviceInfo() const
     return deviceInfoOf(m_interfaceName);
 }
 
-void VirtualBusDevice::setConfigurationParameter(ConfigurationKey key, const QVariant &value)
-{
-    if (key == RawFilterKey && !setFilters(value.value<QList<Filter>>()))
-        return;
-    if (key == ErrorFilterKey)
-        m_errorMask = quint32(value.value<QCanBusFrame::FrameErrors>().toInt());
-    if ((key == CanFdKey || key == ReceiveOwnKey) && value.toBool()) {
-        setError(u"The virtual bus knows neither CAN FD nor own frames"_s, ConfigurationError);
-        return;
-    }
-    QCanBusDevice::setConfigurationParameter(key, value);
-}
-
-bool VirtualBusDevice::setFilters(const QList<Filter> &filters)
-{
-    QList<IdFilter> result;
-    for (const Filter &filter : filters) {
-        IdFilter added{filter.frameId, filter.frameIdMask};
-        switch (filter.type) {
-        case QCanBusFrame::InvalidFrame:
-            break;
-        case QCanBusFrame::DataFrame:
-            added.mask |= CAN_RTR_FLAG;
-            break;
-        case QCanBusFrame::RemoteRequestFrame:
-            added.mask |= CAN_RTR_FLAG;
-            added.id |= CAN_RTR_FLAG;
-            break;
-        default: // error frames are chosen by ErrorFilterKey
-            setError(u"Cannot set filter for frame type: %1"_s.arg(filter.type),
-                     ConfigurationError);
-            return false;
-        }
-        const bool base = (filter.format & Filter::MatchBaseFormat) != 0;
-        const bool extended = (filter.format & Filter::MatchExtendedFormat) != 0;
-        if (base != extended)
-            added.mask |= CAN_EFF_FLAG;
-        if (extended && !base)
-            added.id |= CAN_EFF_FLAG;
-        result.append(added);
-    }
-    m_filters = result;
-    return true;
-}
-
-bool VirtualBusDevice::passes(canid_t id) const
-{
-    if (id & CAN_ERR_FLAG)
-        return id & m_errorMask;
-    return m_filters.isEmpty()
-        || std::any_of(m_filters.begin(), m_filters.end(), [id](const IdFilter &filter) {
-               return (id & filter.mask) == (filter.id & filter.mask);
-           });
-}
-
 bool VirtualBusDevice::open()
 {
-    if (m_faultFile->faults().connect) {
+    if (m_faultFile->has("connect")) {
         setError(u"Bus fault: connect"_s, ConnectionError);
         return false;
     }
@@ -212,18 +156,11 @@ void VirtualBusDevice::leave()
         notifier->reset();
     }
     ::close(std::exchange(m_socket, -1));
-    m_inputBytes = m_outputFrames = m_outputSent = 0;
+    m_input.clear();
+    m_output.clear();
     m_received.clear();
     while (hasOutgoingFrames())
         dequeueOutgoingFrame();
-}
-
-/// The bus is gone, from one moment to the next.
-void VirtualBusDevice::lose(const QString &why)
-{
-    leave();
-    setError(why, ConnectionError);
-    setState(UnconnectedState);
 }
 
 bool VirtualBusDevice::writeFrame(const QCanBusFrame &frame)
@@ -232,14 +169,12 @@ bool VirtualBusDevice::writeFrame(const QCanBusFrame &frame)
         setError(u"The device is not connected"_s, OperationError);
         return false;
     }
-    if (m_faultFile->faults().write) {
+    if (m_faultFile->has("write")) {
         setError(u"Bus fault: write"_s, WriteError);
         return false;
     }
-    if (!frame.isValid() || frame.hasFlexibleDataRateFormat()) {
-        setError(frame.isValid() ? u"The virtual bus carries no CAN FD frames"_s
-                                 : u"Cannot write invalid QCanBusFrame"_s,
-                 WriteError);
+    if (!frame.isValid() || frame.payload().size() > CAN_MAX_DLEN) {
+        setError(u"The virtual bus carries no such frame"_s, WriteError);
         return false;
     }
     // It leaves from the event loop, together with all others that are written in this turn.
@@ -251,99 +186,76 @@ bool VirtualBusDevice::writeFrame(const QCanBusFrame &frame)
 /// Sends as much as the socket takes; returns the number of frames that have left completely.
 qint64 VirtualBusDevice::sendSome()
 {
-    while (m_outputFrames < m_output.size() && hasOutgoingFrames())
-        m_output[m_outputFrames++] = fromQt(dequeueOutgoingFrame());
-    const std::size_t size = m_outputFrames * sizeof(can_frame);
-    const auto count = ::send(m_socket,
-                              reinterpret_cast<const char *>(m_output.data()) + m_outputSent,
-                              size - m_outputSent, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (count < 0)
-        return wouldBlock() ? 0 : -1;
-    const std::size_t framesBefore = m_outputSent / sizeof(can_frame);
-    m_outputSent += std::size_t(count);
-    const std::size_t framesSent = m_outputSent / sizeof(can_frame);
-    if (m_outputSent == size)
-        m_outputFrames = m_outputSent = 0;
-    return qint64(framesSent - framesBefore);
+    constexpr qsizetype frameSize = sizeof(can_frame);
+    while (m_output.size() < 1024 * frameSize && hasOutgoingFrames()) {
+        const can_frame frame = fromQt(dequeueOutgoingFrame());
+        m_output.append(reinterpret_cast<const char *>(&frame), frameSize);
+    }
+    const auto count = ::send(m_socket, m_output.constData(), std::size_t(m_output.size()),
+                              MSG_NOSIGNAL);
+    if (count <= 0)
+        return 0; // of a loss receive() learns too, after what there still is to read
+    const auto waiting = [this] { return (m_output.size() + frameSize - 1) / frameSize; };
+    const qsizetype before = waiting();
+    m_output.remove(0, count);
+    return before - waiting();
 }
 
 void VirtualBusDevice::sendQueued()
 {
     const qint64 sent = sendSome();
-    if (sent < 0)
-        return; // receive() learns of it too, after what there still is to read
-    m_writable->setEnabled(m_outputFrames > 0 || hasOutgoingFrames());
+    m_writable->setEnabled(!m_output.isEmpty() || hasOutgoingFrames());
     if (sent > 0)
         emit framesWritten(sent);
 }
 
 void VirtualBusDevice::receive()
 {
-    char *bytes = reinterpret_cast<char *>(m_input.data());
-    const auto count = ::recv(m_socket, bytes + m_inputBytes, sizeof m_input - m_inputBytes, 0);
-    if (count < 0 && wouldBlock())
+    std::array<char, 4096 * sizeof(can_frame)> buffer;
+    const auto count = ::recv(m_socket, buffer.data(), buffer.size(), 0);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return;
     if (count <= 0) {
-        lose(u"The virtual bus is gone"_s);
+        leave();
+        setError(u"The virtual bus is gone"_s, ConnectionError);
+        setState(UnconnectedState);
         return;
     }
-    m_inputBytes += std::size_t(count);
+    m_input.append(buffer.data(), count);
 
-    using namespace std::chrono;
     const auto now = QCanBusFrame::TimeStamp::fromMicroSeconds(
         duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
-    const std::size_t frames = m_inputBytes / sizeof(can_frame);
-    m_received.reserve(m_received.size() + qsizetype(frames));
-    for (std::size_t i = 0; i < frames; ++i) {
-        if (passes(m_input[i].can_id))
-            m_received.append(toQt(m_input[i], now));
+    const auto filters = configurationParameter(RawFilterKey).value<QList<Filter>>();
+    can_frame frame;
+    qsizetype taken = 0;
+    for (; m_input.size() - taken >= qsizetype(sizeof frame); taken += sizeof frame) {
+        std::memcpy(&frame, m_input.constData() + taken, sizeof frame);
+        const QCanBusFrame received = toQt(frame, now);
+        if (passes(received, filters))
+            m_received.append(received);
     }
-    m_inputBytes %= sizeof(can_frame);
-    std::memmove(bytes, bytes + frames * sizeof(can_frame), m_inputBytes);
+    m_input.remove(0, taken);
     deliver();
 }
 
 void VirtualBusDevice::deliver()
 {
-    if (!m_received.isEmpty() && m_received.size() >= m_faultFile->faults().batch)
+    if (!m_received.isEmpty() && m_received.size() >= m_faultFile->batch())
         enqueueReceivedFrames(std::exchange(m_received, {}));
 }
 
-void VirtualBusDevice::applyFaults(const Faults &before)
+void VirtualBusDevice::applyFaults(const QByteArrayList &before)
 {
     if (state() != ConnectedState)
         return;
-    const Faults faults = m_faultFile->faults();
+    const auto isNew = [&](const char *fault) {
+        return m_faultFile->has(fault) && !before.contains(fault);
+    };
     deliver();
-    if (faults.error && !before.error)
+    if (isNew("error"))
         setError(u"Bus fault: error"_s, ReadError);
-    if (faults.disconnect && !before.disconnect) {
+    if (isNew("disconnect")) {
         leave();
         setState(UnconnectedState);
     }
-}
-
-QString VirtualBusDevice::interpretErrorFrame(const QCanBusFrame &errorFrame)
-{
-    if (errorFrame.frameType() != QCanBusFrame::ErrorFrame)
-        return {};
-
-    static constexpr std::pair<QCanBusFrame::FrameError, const char *> texts[] = {
-        {QCanBusFrame::TransmissionTimeoutError, "TX timeout"},
-        {QCanBusFrame::LostArbitrationError, "lost arbitration"},
-        {QCanBusFrame::ControllerError, "controller problem"},
-        {QCanBusFrame::ProtocolViolationError, "protocol violation"},
-        {QCanBusFrame::TransceiverError, "transceiver problem"},
-        {QCanBusFrame::MissingAcknowledgmentError, "no acknowledgement"},
-        {QCanBusFrame::BusOffError, "bus off"},
-        {QCanBusFrame::BusError, "bus error"},
-        {QCanBusFrame::ControllerRestartError, "controller restarted"},
-        {QCanBusFrame::UnknownError, "unknown error"},
-    };
-    QStringList result;
-    for (const auto &[error, text] : texts) {
-        if (errorFrame.error().testFlag(error))
-            result.append(QLatin1StringView(text));
-    }
-    return result.join(u", "_s);
 }

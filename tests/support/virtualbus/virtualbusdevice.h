@@ -7,9 +7,6 @@
 #include <QScopedPointer>
 #include <QSocketNotifier>
 
-#include <linux/can.h>
-
-#include <array>
 #include <memory>
 
 /// A CAN device on a virtual bus. The environment variable VIRTUALBUS_SOCKET names the socket of
@@ -25,47 +22,31 @@ public:
     static QCanBusDeviceInfo deviceInfoOf(const QString &interfaceName);
 
     QCanBusDeviceInfo deviceInfo() const override;
-    void setConfigurationParameter(ConfigurationKey key, const QVariant &value) override;
     bool writeFrame(const QCanBusFrame &frame) override;
-    QString interpretErrorFrame(const QCanBusFrame &errorFrame) override;
+    QString interpretErrorFrame(const QCanBusFrame &) override { return {}; }
 
 protected:
     bool open() override;
     void close() override;
 
 private:
-    /// Passes the identifiers that have, in the mask's bits, what id has there.
-    struct IdFilter
-    {
-        canid_t id;
-        canid_t mask;
-    };
     // A notifier may have to go while it is telling of something.
     using Notifier = std::unique_ptr<QSocketNotifier, QScopedPointerDeleteLater>;
 
-    bool setFilters(const QList<Filter> &filters);
-    bool passes(canid_t id) const;
     bool join();
     void leave();
     void receive();
     void deliver();
     qint64 sendSome();
     void sendQueued();
-    void lose(const QString &why);
-    void applyFaults(const Faults &before);
+    void applyFaults(const QByteArrayList &before);
 
     const QString m_interfaceName;
     const std::unique_ptr<FaultFile> m_faultFile;
-    QList<IdFilter> m_filters;
-    quint32 m_errorMask = CAN_ERR_MASK;
-
     int m_socket = -1;
     Notifier m_readable;
     Notifier m_writable;
-    std::array<can_frame, 4096> m_input;
-    std::size_t m_inputBytes = 0;   ///< bytes in m_input of a frame that is still incomplete
+    QByteArray m_input;             ///< a frame that is still incomplete
     QList<QCanBusFrame> m_received; ///< frames that wait for their batch to be complete
-    std::array<can_frame, 1024> m_output;
-    std::size_t m_outputFrames = 0; ///< frames in m_output
-    std::size_t m_outputSent = 0;   ///< bytes of them that have left
+    QByteArray m_output;            ///< frames that have left the queue, but not the process
 };
