@@ -132,6 +132,25 @@ size_t half(size_t size)
     return std::max<size_t>(size / 2, std::min<size_t>(size, 1));
 }
 
+/// Reads or writes size bytes, or only fewer.
+template<typename Next>
+ssize_t transfer(Next some, size_t size, size_t fewer)
+{
+    switch (count()) {
+    case FaultFs::Action::Error:
+        errno = FaultFs::control().error;
+        return -1;
+    case FaultFs::Action::Short:
+        return some(fewer);
+    case FaultFs::Action::Kill:
+        some(fewer);
+        die();
+    case FaultFs::Action::None:
+        break;
+    }
+    return some(size);
+}
+
 int openedAs(int fd, const std::string &path)
 {
     if (fd >= 0 && size_t(fd) < ours.size())
@@ -243,64 +262,25 @@ int close(int fd)
 ssize_t write(int fd, const void *data, size_t size)
 {
     REAL(write);
-    if (!isOurs(fd))
-        return next(fd, data, size);
-    switch (count()) {
-    case FaultFs::Action::Error:
-        errno = FaultFs::control().error;
-        return -1;
-    case FaultFs::Action::Short:
-        return next(fd, data, half(size));
-    case FaultFs::Action::Kill:
-        next(fd, data, half(size));
-        die();
-    case FaultFs::Action::None:
-        break;
-    }
-    return next(fd, data, size);
+    const auto some = [&](size_t count) { return next(fd, data, count); };
+    return isOurs(fd) ? transfer(some, size, half(size)) : some(size);
 }
 
 ssize_t read(int fd, void *data, size_t size)
 {
     REAL(read);
-    if (!isOurs(fd))
-        return next(fd, data, size);
-    switch (count()) {
-    case FaultFs::Action::Error:
-        errno = FaultFs::control().error;
-        return -1;
-    case FaultFs::Action::Short:
-        return next(fd, data, half(size));
-    case FaultFs::Action::Kill:
-        die();
-    case FaultFs::Action::None:
-        break;
-    }
-    return next(fd, data, size);
+    const auto some = [&](size_t count) { return next(fd, data, count); };
+    return isOurs(fd) ? transfer(some, size, half(size)) : some(size);
 }
 
 ssize_t sendfile(int out, int in, off_t *offset, size_t size)
 {
     REAL(sendfile);
-    if (!isOurs(out))
-        return next(out, in, offset, size);
+    const auto some = [&](size_t count) { return next(out, in, offset, count); };
     struct stat status = {};
-    const auto halfFile = [&] {
-        return fstat(in, &status) == 0 ? half(size_t(status.st_size)) : 1;
-    };
-    switch (count()) {
-    case FaultFs::Action::Error:
-        errno = FaultFs::control().error;
-        return -1;
-    case FaultFs::Action::Short:
-        return next(out, in, offset, halfFile());
-    case FaultFs::Action::Kill:
-        next(out, in, offset, halfFile());
-        die();
-    case FaultFs::Action::None:
-        break;
-    }
-    return next(out, in, offset, size);
+    if (!isOurs(out))
+        return some(size);
+    return transfer(some, size, fstat(in, &status) == 0 ? half(size_t(status.st_size)) : 1);
 }
 
 int ioctl(int fd, unsigned long request, ...)
@@ -347,47 +327,25 @@ int statx(int at, const char *path, int flags, unsigned int mask, struct statx *
     return touches && fails() ? -1 : next(at, path, flags, mask, status);
 }
 
-int unlink(const char *path) noexcept
-{
-    REAL(unlink);
-    watch(AT_FDCWD, path);
-    return fails(AT_FDCWD, path) ? -1 : next(path);
-}
-
-int unlinkat(int at, const char *path, int flags) noexcept
-{
-    REAL(unlinkat);
-    watch(at, path);
-    return fails(at, path) ? -1 : next(at, path, flags);
-}
-
-int rmdir(const char *path) noexcept
-{
-    REAL(rmdir);
-    watch(AT_FDCWD, path);
-    return fails(AT_FDCWD, path) ? -1 : next(path);
-}
-
-int mkdir(const char *path, mode_t mode) noexcept
-{
-    REAL(mkdir);
-    watch(AT_FDCWD, path);
-    return fails(AT_FDCWD, path) ? -1 : next(path, mode);
-}
-
-int mkdirat(int at, const char *path, mode_t mode) noexcept
-{
-    REAL(mkdirat);
-    watch(at, path);
-    return fails(at, path) ? -1 : next(at, path, mode);
-}
-
-int chmod(const char *path, mode_t mode) noexcept
-{
-    REAL(chmod);
-    watch(AT_FDCWD, path);
-    return fails(AT_FDCWD, path) ? -1 : next(path, mode);
-}
+// Those that change the tree; the last two arguments say what is changed.
+#define CHANGING_FUNCTION(name, parameters, arguments, at, changed) \
+    int name parameters noexcept                                    \
+    {                                                               \
+        REAL(name);                                                 \
+        watch(at, changed);                                         \
+        return fails(at, changed) ? -1 : next arguments;            \
+    }
+CHANGING_FUNCTION(unlink, (const char *path), (path), AT_FDCWD, path)
+CHANGING_FUNCTION(unlinkat, (int at, const char *path, int flags), (at, path, flags), at, path)
+CHANGING_FUNCTION(rmdir, (const char *path), (path), AT_FDCWD, path)
+CHANGING_FUNCTION(mkdir, (const char *path, mode_t mode), (path, mode), AT_FDCWD, path)
+CHANGING_FUNCTION(mkdirat, (int at, const char *path, mode_t mode), (at, path, mode), at, path)
+CHANGING_FUNCTION(chmod, (const char *path, mode_t mode), (path, mode), AT_FDCWD, path)
+CHANGING_FUNCTION(link, (const char *from, const char *to), (from, to), AT_FDCWD, to)
+CHANGING_FUNCTION(linkat, (int fromAt, const char *from, int at, const char *to, int flags),
+                  (fromAt, from, at, to, flags), at, to)
+CHANGING_FUNCTION(symlinkat, (const char *target, int at, const char *path), (target, at, path), at,
+                  path)
 
 int rename(const char *from, const char *to) noexcept
 {
@@ -403,27 +361,6 @@ int renameat2(int fromAt, const char *from, int toAt, const char *to, unsigned i
     watch(fromAt, from);
     watch(toAt, to);
     return fails(toAt, to) ? -1 : next(fromAt, from, toAt, to, flags);
-}
-
-int link(const char *from, const char *to) noexcept
-{
-    REAL(link);
-    watch(AT_FDCWD, to);
-    return fails(AT_FDCWD, to) ? -1 : next(from, to);
-}
-
-int linkat(int fromAt, const char *from, int toAt, const char *to, int flags) noexcept
-{
-    REAL(linkat);
-    watch(toAt, to);
-    return fails(toAt, to) ? -1 : next(fromAt, from, toAt, to, flags);
-}
-
-int symlinkat(const char *target, int at, const char *path) noexcept
-{
-    REAL(symlinkat);
-    watch(at, path);
-    return fails(at, path) ? -1 : next(target, at, path);
 }
 
 } // extern "C"

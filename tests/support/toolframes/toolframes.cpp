@@ -2,8 +2,6 @@
 
 #include <QtEndian>
 
-#include <array>
-
 namespace {
 
 constexpr qsizetype recordSize = 512;
@@ -23,26 +21,16 @@ QCanBusFrame extendedFrame(quint32 id, const QByteArray &payload)
     return frame;
 }
 
-constexpr std::array<quint32, 256> crcTable()
-{
-    std::array<quint32, 256> table{};
-    for (quint32 byte = 0; byte < 256; ++byte) {
-        quint32 value = byte;
-        for (int bit = 0; bit < 8; ++bit)
-            value = (value & 1) != 0 ? 0xEDB88320u ^ (value >> 1) : value >> 1;
-        table[byte] = value;
-    }
-    return table;
-}
-
 } // namespace
 
 quint32 ToolFrames::crc32(const QByteArray &data)
 {
-    static constexpr auto table = crcTable();
     quint32 crc = 0xFFFFFFFFu;
-    for (const char byte : data)
-        crc = table[(crc ^ quint8(byte)) & 0xFFu] ^ (crc >> 8);
+    for (const char byte : data) {
+        crc ^= quint8(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & 1) != 0 ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
+    }
     return ~crc;
 }
 
