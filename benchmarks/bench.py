@@ -1,337 +1,378 @@
 #!/usr/bin/env python3
-"""Runs the benchmarks, prints a table with the mark beside each figure and writes JSON.
+"""Runs the benchmarks and prints a table with the mark beside each figure.
 
-    bench.py BUILD_DIR OUTPUT_DIR [--quick] [--document FILE] [ROW...]
+    bench.py BUILD_DIR [--quick] [--document FILE] [ROW...]
 
-Each figure is a ratio of two medians measured in turns in one run, so that it says the same on
-a faster machine and on a busy one. ROW picks rows of the table by the beginning of their names;
---quick measures less often. --document writes the table into FILE, between its two markers.
+scripts/bench runs it in the sandbox, on the virtual bus. Each figure compares two medians measured
+in turns in one run, so that it says the same on a faster machine and on a busy one. ROW picks rows
+of the table by the beginning of their names; --quick measures less often. --document writes the
+table into FILE, between its two markers.
 """
 
 import argparse
+import contextlib
 import datetime
 import json
 import os
 import pathlib
 import platform
+import re
 import statistics
 import subprocess
 import sys
+import time
 
-HERE = pathlib.Path(__file__).resolve().parent
-SANDBOX = HERE.parent / "tests" / "support" / "sandbox"
-
+DEPLOY = pathlib.Path(__file__).resolve().parent.parent / "deploy"
 RECORD_BYTES = 512
-RECORD_FRAMES = 66
 # Extended frames of 8 bytes that a bus at 1 Mbit/s carries at most, at 131 bits each.
 WIRE_FRAMES_PER_SECOND = round(1_000_000 / 131)
 # The cheapest open CAN download stack, a CANopen SDO block download with CRC and write.
 SDO_BLOCK_NANOSECONDS_PER_BYTE = 4.7
 
+CONNECTED = b"ConnectedState"
+FRAME = b"Frame rendered"
+READY_TIMEOUT = 30
 
-def medians(samples):
-    return {side: statistics.median(figures) for side, figures in samples.items()}
-
-
-class Bench:
-    sandbox = SANDBOX
-
-    def __init__(self, build, quick):
-        self.build = build
-        self.quick = quick
-        self.samples = {}
-
-    def functions(self, row):
-        """CPU nanoseconds of each side of one comparison of bench_functions."""
-        if row not in self.samples:
-            runs = []
-            # In some processes memory lies better for one side: several are asked.
-            for _ in range(1 if self.quick else 15):
-                output = subprocess.run(
-                    [
-                        SANDBOX,
-                        "--",
-                        self.build / "benchmarks" / "bench_functions",
-                        f"--benchmark_filter=^{row}$",
-                        "--benchmark_format=json",
-                        "--benchmark_repetitions=5",
-                        "--benchmark_min_time=0.05",
-                    ],
-                    check=True,
-                    stdout=subprocess.PIPE,
-                    stderr=subprocess.DEVNULL,
-                ).stdout
-                runs += [
-                    run
-                    for run in json.loads(output)["benchmarks"]
-                    if run["run_type"] == "iteration"
-                ]
-            if any("error_message" in run for run in runs):
-                raise RuntimeError(
-                    next(run["error_message"] for run in runs if "error_message" in run)
-                )
-            sides = [
-                side for side in ("receiver", "bare", "discarded", "messages") if side in runs[0]
-            ]
-            self.samples[row] = {side: [run[side] for run in runs] for side in sides}
-        return medians(self.samples[row])
-
-    def processes(self, section, runs, *, wire=False):
-        """What processes.py measures in one of its sections."""
-        if section not in self.samples:
-            pace = ["--bitrate", "1000000"] if wire else []
-            output = subprocess.run(
-                [
-                    SANDBOX,
-                    "--virtual-bus",
-                    self.build,
-                    *pace,
-                    "--",
-                    sys.executable,
-                    HERE / "processes.py",
-                    self.build,
-                    section,
-                    str(max(1, runs // 5) if self.quick else runs),
-                ],
-                check=True,
-                stdout=subprocess.PIPE,
-            ).stdout
-            self.samples[section] = json.loads(output)
-        return medians(self.samples[section])
-
-    # ---- The rows: figure and what it is made of
-
-    def data_frame(self):
-        m = self.functions("frame")
-        return m["receiver"] / m["discarded"], "{:.0f} ns against {:.0f} ns a frame".format(
-            m["receiver"] / 64, m["discarded"] / 64
-        )
-
-    def record(self):
-        m = self.functions("record")
-        return m["receiver"] / m["bare"], "{:.0f} ns against {:.0f} ns a frame".format(
-            m["receiver"] / RECORD_FRAMES, m["bare"] / RECORD_FRAMES
-        )
-
-    def own_share(self):
-        m = self.functions("record")
-        share = (m["receiver"] - m["discarded"]) / RECORD_BYTES
-        bare = (m["bare"] - m["discarded"]) / RECORD_BYTES
-        return share / SDO_BLOCK_NANOSECONDS_PER_BYTE, (
-            f"{share:.2f} ns a byte against {SDO_BLOCK_NANOSECONDS_PER_BYTE} ns; "
-            f"bare loop {bare:.2f} ns"
-        )
-
-    def every_level(self):
-        m = self.functions("logged")
-        return m["receiver"] / m["messages"], "{:.0f} ns against {:.0f} ns a frame".format(
-            m["receiver"] / 64, m["messages"] / 64
-        )
-
-    def crc(self):
-        m = self.functions("crc")
-        return m["receiver"] / m["bare"], "{:.0f} ms against {:.0f} ms".format(
-            m["receiver"] / 1e6, m["bare"] / 1e6
-        )
-
-    def crc_memory(self):
-        m = self.processes("crc memory", 5)
-        return (m["receiver"] - m["bare"]) / 1024, "{:.0f} KiB against {:.0f} KiB".format(
-            m["receiver"], m["bare"]
-        )
-
-    def start(self, section, against="bare"):
-        m = self.processes(section, 100)
-        return m["receiver"] / m[against], "{:.1f} ms against {:.1f} ms".format(
-            m["receiver"] * 1000, m[against] * 1000
-        )
-
-    def idle_memory(self, against="bare"):
-        m = self.processes("idle memory", 5)
-        return m["receiver"] / m[against], "{:.1f} MiB against {:.1f} MiB".format(
-            m["receiver"] / 1024, m[against] / 1024
-        )
-
-    def package_memory(self):
-        m = self.processes("package memory", 1)
-        return (m["after"] - m["idle"]) / 1024, "{:.1f} MiB, {:.1f} MiB idle".format(
-            m["after"] / 1024, m["idle"] / 1024
-        )
-
-    def download(self):
-        m = self.processes("download", 10)
-        return m["receiver"] / WIRE_FRAMES_PER_SECOND, "{:,.0f} frames/s against {:,}".format(
-            m["receiver"], WIRE_FRAMES_PER_SECOND
-        )
-
-    def display(self, screen):
-        m = self.processes("display", 5, wire=True)
-        shown = m[screen] - m["handling"]
-        return shown / m["handling"], "{:.1%} of a core against {:.1%}".format(shown, m["handling"])
+build = None
 
 
-def rows(bench):
-    """Name, what it is measured against, unit, mark (and whether it is a least), measurement."""
-    return [
-        ("data frame", "built and discarded", "times", 1.35, bench.data_frame),
-        ("record", "bare loop, CRC, write", "times", 1.2, bench.record),
-        ("own share of a record", "CANopen SDO block", "times", 1.0, bench.own_share),
-        ("data frame, every level", "its five messages", "times", 1.15, bench.every_level),
-        ("CRC of 256 MiB", "plain read loop", "times", 1.1, bench.crc),
-        ("CRC of 256 MiB, memory", "nothing done", "MiB more", 1.0, bench.crc_memory),
-        (
-            "start to connected device",
-            "bare Qt Gui",
-            "times",
-            1.2,
-            lambda: bench.start("connected"),
-        ),
-        (
-            "start to connected device",
-            "bare Gui with engine",
-            "times",
-            None,
-            lambda: bench.start("connected", "engine"),
-        ),
-        (
-            "start to frame, offscreen",
-            "bare window",
-            "times",
-            1.15,
-            lambda: bench.start("first frame, offscreen"),
-        ),
-        (
-            "start to frame, framebuffer",
-            "bare window",
-            "times",
-            1.15,
-            lambda: bench.start("first frame, framebuffer"),
-        ),
-        (
-            "start to frame, offscreen",
-            "bare window with text",
-            "times",
-            None,
-            lambda: bench.start("first frame, offscreen", "text"),
-        ),
-        (
-            "start to frame, framebuffer",
-            "bare window with text",
-            "times",
-            None,
-            lambda: bench.start("first frame, framebuffer", "text"),
-        ),
-        ("idle memory", "bare window", "times", 1.05, bench.idle_memory),
-        ("idle memory", "bare window with text", "times", None, lambda: bench.idle_memory("text")),
-        ("memory after 256 MiB", "idle", "MiB more", 1.0, bench.package_memory),
-        ("download of 1 MB", "1 Mbit/s wire", "times", -20, bench.download),
-        ("display's CPU, offscreen", "handling", "times", None, lambda: bench.display("offscreen")),
-        (
-            "display's CPU, framebuffer",
-            "handling",
-            "times",
-            None,
-            lambda: bench.display("framebuffer"),
-        ),
-    ]
+# ---- Functions: CPU nanoseconds of each side of one comparison of bench_functions
 
 
-def mark_text(mark):
+def functions(row, runs):
+    samples = {}
+    # In some processes memory lies better for one side: several are asked.
+    for _ in range(runs):
+        command = [
+            program("bench_functions"),
+            f"--benchmark_filter=^{row}$",
+            "--benchmark_format=json",
+            "--benchmark_repetitions=5",
+            "--benchmark_min_time=0.05",
+        ]
+        output = subprocess.run(
+            command, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL
+        ).stdout
+        for run in json.loads(output)["benchmarks"]:
+            if "error_message" in run:
+                raise RuntimeError(run["error_message"])
+            if run["run_type"] == "iteration":
+                for side in {"receiver", "bare", "discarded"} & run.keys():
+                    samples.setdefault(side, []).append(run[side])
+    return samples
+
+
+# ---- Processes
+
+
+def program(name):
+    folder = {"dockhand": "src/app", "shipwright": "tools/shipwright"}.get(name, "benchmarks")
+    return str(build / folder / name)
+
+
+def shipped(file, pattern):
+    """What the text of a shipped file says, in each place."""
+    return re.findall(pattern, (DEPLOY / file).read_text(), re.M)
+
+
+def hide_paths():
+    """Keeps from all processes, in the sandbox, what the service keeps from the receiver."""
+    for path in shipped("dockhand.service.in", "^InaccessiblePaths=-(.*)$"):
+        if os.path.isdir(path):
+            subprocess.run(["mount", "-t", "tmpfs", "tmpfs", path], check=True)
+
+
+def environment(screen="offscreen", rules=None):
+    kept = {name: os.environ[name] for name in ("VIRTUALBUS_SOCKET", "HOME", "PATH")}
+    return kept | {
+        "QT_QPA_PLATFORM": screen,
+        "QT_QUICK_BACKEND": "software",
+        "XDG_RUNTIME_DIR": os.getcwd(),
+        "LC_ALL": "C.UTF-8",
+        "FONTCONFIG_FILE": str(DEPLOY / "fonts.conf"),
+        "QT_LOGGING_RULES": rules or shipped("dockhand.default.in", '^QT_LOGGING_RULES="(.*)"')[0],
+    }
+
+
+class Process:
+    """A process whose standard error is read until it holds an awaited text."""
+
+    def __init__(self, name, env):
+        self.output, writing = os.pipe2(os.O_CLOEXEC)
+        actions = [(os.POSIX_SPAWN_DUP2, writing, 2)]
+        self.started = time.perf_counter()
+        self.pid = os.posix_spawn(program(name), [name], env, file_actions=actions)
+        os.close(writing)
+
+    def seconds_until(self, text):
+        seen = b""
+        while text not in seen:
+            part = os.read(self.output, 65536)
+            if not part or time.perf_counter() > self.started + READY_TIMEOUT:
+                raise RuntimeError(f"no {text} in {seen}")
+            seen += part
+        return time.perf_counter() - self.started
+
+    def resident(self):
+        status = pathlib.Path(f"/proc/{self.pid}/status").read_text()
+        return int(re.search(r"^VmRSS:\s+(\d+) kB", status, re.M)[1])
+
+
+@contextlib.contextmanager
+def running(name, **how):
+    process = Process(name, environment(**how))
+    try:
+        yield process
+    finally:
+        os.kill(process.pid, 9)
+        os.waitpid(process.pid, 0)
+        os.close(process.output)
+
+
+def in_turns(runs, programs, measure):
+    """Runs all sides one after the other, again and again; the first turn warms up."""
+    samples = {side: [] for side in programs}
+    for turn in range(runs + 1):
+        for side, name in programs.items():
+            figure = measure(name)
+            if turn > 0:
+                samples[side].append(figure)
+    return samples
+
+
+WINDOWS = {"receiver": "dockhand", "bare": "bare_window", "text": "bare_text"}
+
+
+def start(runs, programs, text, **how):
+    def measure(name):
+        with running(name, **how) as process:
+            return process.seconds_until(text)
+
+    return in_turns(runs, programs, measure)
+
+
+def connected(runs):
+    programs = {"receiver": "dockhand", "bare": "bare_gui", "engine": "bare_engine"}
+    return start(runs, programs, CONNECTED, rules="default.info=true")
+
+
+def first_frame(runs, screen):
+    rules = "*.debug=false;qt.scenegraph.time.renderloop=true"
+    return start(runs, WINDOWS, FRAME, screen=screen, rules=rules)
+
+
+def idle_memory(runs):
+    def measure(name):
+        with running(name) as process:
+            time.sleep(2.5)  # the clock has shown the time by then
+            return process.resident()
+
+    return in_turns(runs, WINDOWS, measure)
+
+
+def package_memory(runs):
+    samples = {"idle": [], "after": []}
+    package = random_file(256 << 20)
+    for _ in range(runs):
+        with running("dockhand") as process:
+            wait_for_answer()
+            time.sleep(2)
+            samples["idle"].append(process.resident())
+            send("package", package)
+            time.sleep(0.5)
+            samples["after"].append(process.resident())
+    return samples
+
+
+def download(runs):
+    """Frames a second of a configuration of 1 MB, from the first message to the last answer."""
+    size = 1_000_000
+    configuration = random_file(size)
+
+    def measure(name):
+        with running(name):
+            wait_for_answer()
+            sent = send("configuration", configuration)
+            return (size // 8 + 2 * sent["records"]) / (sent["milliseconds"] / 1000)
+
+    return in_turns(runs, {"receiver": "dockhand"}, measure)
+
+
+def random_file(size):
+    path = pathlib.Path("sent.bin")
+    with path.open("wb") as file:
+        for _ in range(0, size, 1 << 20):
+            file.write(os.urandom(min(size, 1 << 20)))
+    return path
+
+
+def wait_for_answer():
+    """Until the receiver, just started, reads its frames."""
+    asking = [program("shipwright"), "--timeout", "200", "info"]
+    for _ in range(5 * READY_TIMEOUT):
+        if subprocess.run(asking, capture_output=True, env=environment()).returncode == 0:
+            return
+    raise RuntimeError("the receiver does not answer")
+
+
+def send(kind, path):
+    """Lets shipwright send a file; returns its closing event."""
+    run = subprocess.run(
+        [program("shipwright"), "--json", "--timeout", "20000", "send", kind, path],
+        capture_output=True,
+        text=True,
+        env=environment(),
+    )
+    sent = json.loads(run.stdout.splitlines()[-1])
+    if sent["event"] != "sent" or sent["repeated"]:
+        raise RuntimeError(f"not sent at the first attempt: {sent} {run.stderr}")
+    return sent
+
+
+# ---- The table
+
+
+# What is measured, and how often.
+MEASUREMENTS = {
+    "frame": (15, lambda runs: functions("frame", runs)),
+    "record": (15, lambda runs: functions("record", runs)),
+    "crc": (15, lambda runs: functions("crc", runs)),
+    "connected": (100, connected),
+    "offscreen": (100, lambda runs: first_frame(runs, "offscreen")),
+    "framebuffer": (100, lambda runs: first_frame(runs, "vnc:size=1024x600")),
+    "idle memory": (5, idle_memory),
+    "package memory": (1, package_memory),
+    "download": (10, download),
+}
+
+
+def times(side, unit, scale, digits=0):
+    """The receiver's share of another side, and both."""
+
+    def figure(m):
+        ours, others = (f"{m[name] * scale:.{digits}f}" for name in ("receiver", side))
+        return m["receiver"] / m[side], "times", f"{ours} against {others} {unit}"
+
+    return figure
+
+
+def own_share(m):
+    share, bare = ((m[side] - m["discarded"]) / RECORD_BYTES for side in ("receiver", "bare"))
+    return (
+        share / SDO_BLOCK_NANOSECONDS_PER_BYTE,
+        "times",
+        f"{share:.2f} against {SDO_BLOCK_NANOSECONDS_PER_BYTE} ns a byte; bare loop {bare:.2f} ns",
+    )
+
+
+def growth(m):
+    idle, after = (m[side] / 1024 for side in ("idle", "after"))
+    return after - idle, "MiB more", f"{after:.1f} against {idle:.1f} MiB"
+
+
+def wire_speed(m):
+    rate = m["receiver"]
+    made_of = f"{rate:,.0f} against {WIRE_FRAMES_PER_SECOND:,} frames/s"
+    return rate / WIRE_FRAMES_PER_SECOND, "times", made_of
+
+
+DATA = ("ns a frame", 1 / 64)
+RECORD = ("ns a frame", 1 / 66)
+MS = ("ms", 1e3, 1)
+MIB = ("MiB", 1 / 1024, 1)
+# Name, what it is compared with, mark (a negative one is a least), measurement, figure.
+ROWS = [
+    ("data frame", "built and discarded", 1.35, "frame", times("discarded", *DATA)),
+    ("record", "bare loop, CRC, write", 1.2, "record", times("bare", *RECORD)),
+    ("own share of a record", "CANopen SDO block", 1.0, "record", own_share),
+    ("CRC of 256 MiB", "plain read loop", 1.1, "crc", times("bare", "ms", 1e-6)),
+    ("start to connected device", "bare Qt Gui", 1.2, "connected", times("bare", *MS)),
+    ("start to connected device", "bare Gui with engine", None, "connected", times("engine", *MS)),
+    ("start to frame, offscreen", "bare window", 1.15, "offscreen", times("bare", *MS)),
+    ("start to frame, offscreen", "bare window with text", None, "offscreen", times("text", *MS)),
+    ("start to frame, framebuffer", "bare window", 1.15, "framebuffer", times("bare", *MS)),
+    (
+        "start to frame, framebuffer",
+        "bare window with text",
+        None,
+        "framebuffer",
+        times("text", *MS),
+    ),
+    ("idle memory", "bare window", 1.05, "idle memory", times("bare", *MIB)),
+    ("idle memory", "bare window with text", None, "idle memory", times("text", *MIB)),
+    ("memory after 256 MiB", "idle", 1.0, "package memory", growth),
+    ("download of 1 MB", "1 Mbit/s wire", -20, "download", wire_speed),
+]
+
+
+def judged(figure, mark):
+    """The mark in words, and whether the figure keeps to it."""
     if mark is None:
-        return "reported"
-    return f">= {-mark}" if mark < 0 else f"<= {mark}"
+        return "reported", ""
+    if mark < 0:
+        return f"at least {-mark}", "met" if figure >= -mark else "missed"
+    return f"at most {mark}", "met" if figure <= mark else "missed"
 
 
-def verdict(figure, mark):
-    if mark is None:
-        return ""
-    return "met" if (figure >= -mark if mark < 0 else figure <= mark) else "MISSED"
-
-
-def document(path, results):
+def document(path, table):
     """Replaces what stands between the markers of the document by this run's table."""
     release = platform.freedesktop_os_release()["PRETTY_NAME"]
-    with open("/proc/cpuinfo", encoding="utf-8") as lines:
-        processor = next(
-            line.split(": ")[1].strip() for line in lines if line.startswith("model name")
-        )
-    table = [
-        f"{processor}, {os.cpu_count()} cores, {release}, {datetime.date.today()}:",
-        "",
-        "| what | against | figure | mark | | made of |",
-        "|---|---|---|---|---|---|",
-    ]
-    for row in results:
-        verdict_text = "**missed**" if row["verdict"] == "MISSED" else row["verdict"]
-        table.append(
-            f"| {row['what']} | {row['against']} | {row['figure']:.2f} {row['unit']} | "
-            f"{row['mark']} | {verdict_text} | {row['made of']} |"
-        )
-    text = path.read_text(encoding="utf-8")
+    processor = re.search("^model name.*: (.*)", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
+    lines = [f"{processor[1]}, {os.cpu_count()} cores, {release}, {datetime.date.today()}:", ""]
+    for number, row in enumerate(table):
+        lines.append("| " + " | ".join(row).replace("missed", "**missed**") + " |")
+        if number == 0:
+            lines.append("|---" * len(row) + "|")
     begin, end = "<!-- figures -->\n", "<!-- end of figures -->\n"
-    before, rest = text.split(begin)
+    before, rest = path.read_text().split(begin)
     after = rest.split(end)[1]
-    path.write_text(
-        before + begin + "\n" + "\n".join(table) + "\n\n" + end + after, encoding="utf-8"
-    )
+    path.write_text(before + begin + "\n" + "\n".join(lines) + "\n\n" + end + after)
 
 
 def main():
+    global build
     parser = argparse.ArgumentParser(
         description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
     )
-    parser.add_argument("build", type=lambda path: pathlib.Path(path).resolve())
-    parser.add_argument("output", type=pathlib.Path)
+    parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("--quick", action="store_true")
     parser.add_argument("--document", type=pathlib.Path)
     parser.add_argument("rows", nargs="*")
     arguments = parser.parse_intermixed_args()
-    bench = Bench(arguments.build, arguments.quick)
     for row in arguments.rows:
-        if not any(name.startswith(row) for name, *_ in rows(bench)):
+        if not any(name.startswith(row) for name, *_ in ROWS):
             parser.error(f'no row\'s name begins with "{row}"')
-    if arguments.document and (arguments.quick or arguments.rows):
-        parser.error("--document takes the whole table, measured in full")
-    arguments.output.mkdir(parents=True, exist_ok=True)
+    if arguments.document and arguments.rows:
+        parser.error("--document takes the whole table")
+    build = arguments.build
+    hide_paths()
 
-    results = []
-    failed = False
-    print(f"{'what':29}{'against':24}{'figure':>8} {'unit':10}{'mark':10}{'':8}made of")
-    for name, against, unit, mark, measure in rows(bench):
+    medians, failed = {}, False
+    table = [("what", "against", "figure", "mark", "", "made of")]
+    widths = (29, 24, 16, 15, 8, 0)
+
+    def show(cells):
+        print("".join(f"{cell:{width}}" for cell, width in zip(cells, widths)), flush=True)
+
+    show(table[0])
+    for name, against, mark, measurement, figure_of in ROWS:
         if arguments.rows and not any(name.startswith(row) for row in arguments.rows):
             continue
         try:
-            figure, made_of = measure()
+            if measurement not in medians:
+                runs, measure = MEASUREMENTS[measurement]
+                samples = measure(max(1, runs // 10) if arguments.quick else runs)
+                medians[measurement] = {s: statistics.median(samples[s]) for s in samples}
         except (RuntimeError, subprocess.CalledProcessError) as error:
-            print(f"{name:29}{against:24}not measured: {error}", flush=True)
+            print(f"{name}: not measured: {error}", flush=True)
             failed = True
             continue
-        print(
-            f"{name:29}{against:24}{figure:8.2f} {unit:10}{mark_text(mark):10}"
-            f"{verdict(figure, mark):8}{made_of}",
-            flush=True,
-        )
-        results.append(
-            {
-                "what": name,
-                "against": against,
-                "figure": figure,
-                "unit": unit,
-                "mark": mark_text(mark),
-                "verdict": verdict(figure, mark),
-                "made of": made_of,
-            }
-        )
-    report = {
-        "machine": platform.machine(),
-        "kernel": platform.release(),
-        "time": datetime.datetime.now(datetime.timezone.utc).isoformat(timespec="seconds"),
-        "rows": results,
-        "samples": bench.samples,
-    }
-    (arguments.output / "bench.json").write_text(json.dumps(report, indent=1) + "\n")
+        figure, unit, made_of = figure_of(medians[measurement])
+        row = (name, against, f"{figure:.2f} {unit}", *judged(figure, mark), made_of)
+        show(row)
+        table.append(row)
     if arguments.document and not failed:
-        document(arguments.document, results)
+        document(arguments.document, table)
     return 1 if failed else 0
 
 

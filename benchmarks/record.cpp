@@ -56,25 +56,3 @@ can_frame initiatePackage(unsigned records)
     qToLittleEndian(quint32(records), payload.data() + Wire::InitiateTransfer::numberOfRecords);
     return message(Wire::InitiateTransfer::type, payload);
 }
-
-can_frame announcePackage(unsigned size)
-{
-    std::array<uchar, Wire::TransferInfo::minSize> payload{};
-    payload[Wire::TransferInfo::fileType] = Wire::FileType::package;
-    payload[Wire::TransferInfo::version] = Wire::P6::versionField.pack(Wire::P6::version);
-    qToLittleEndian(quint32(size), payload.data() + Wire::TransferInfo::fileSize);
-    return message(Wire::TransferInfo::type, payload);
-}
-
-can_frame complete(unsigned crc)
-{
-    std::array<uchar, Wire::P6::crcSize> payload;
-    qToLittleEndian(quint32(crc), payload.data());
-    return message(Wire::TransferComplete::type, payload);
-}
-
-can_frame foreign(bool ofItsProtocol)
-{
-    const quint32 protocol = ofItsProtocol ? Wire::protocolP6 : 1;
-    return extended(Wire::nodesId(protocol, 3, 4), std::array<uchar, Wire::DataFrame::size>{});
-}

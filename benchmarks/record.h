@@ -25,10 +25,3 @@ private:
 
 /// Initiate Transfer of a package in \a records records.
 can_frame initiatePackage(unsigned records);
-/// Transfer Complete of a file whose CRC-32 is \a crc.
-can_frame complete(unsigned crc);
-/// Transfer Info of a package of \a size bytes.
-can_frame announcePackage(unsigned size);
-/// A frame that is none of the receiver's business: its own protocol between two other nodes, or
-/// another protocol.
-can_frame foreign(bool ofItsProtocol);
