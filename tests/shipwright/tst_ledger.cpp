@@ -8,6 +8,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 using namespace Qt::StringLiterals;
 using namespace Shipwright;
 
@@ -42,6 +46,25 @@ private slots:
         const Ledger first(m_path);
         const Failure failure = failureOf([this] { const Ledger second(m_path); });
         QCOMPARE(failure.exit, Exit::InUse);
+    }
+
+    void aFullDiskIsToldAndTheOldStateStays()
+    {
+        const QString path = m_directory.filePath(u"full"_s);
+        Ledger ledger(path);
+        ledger.set(u"A"_s, u"done"_s, u"can0"_s);
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit limit = {};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        const rlimit small = {100, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+        const Failure failure = failureOf([&] { ledger.set(u"B"_s, u"started"_s, u"can0"_s); });
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QCOMPARE(failure.exit, Exit::LocalFile);
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(),
+                 "{\"interface\":\"can0\",\"message\":\"\",\"serial\":\"A\",\"state\":\"done\"}\n");
     }
 
     void linesThatAreNoUnitAreNamed()

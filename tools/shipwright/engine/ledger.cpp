@@ -6,7 +6,6 @@
 
 #include <QFileInfo>
 #include <QJsonDocument>
-#include <QSaveFile>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -56,22 +55,15 @@ void Ledger::set(const QString &serial, const QString &state, const QString &int
                     {u"state"_s, state},
                     {u"interface"_s, interfaceName},
                     {u"message"_s, message}});
-    QSaveFile file(m_path);
-    bool isWritten = file.open(QIODevice::WriteOnly);
-    for (const QJsonObject &unit : std::as_const(m_units)) {
-        isWritten = isWritten
-            && file.write(QJsonDocument(unit).toJson(QJsonDocument::Compact) + '\n') > 0;
-    }
-    // Its content is on the disk when it gets its name; the name has to follow.
-    isWritten = isWritten && file.commit();
+    QByteArray content;
+    for (const QJsonObject &unit : std::as_const(m_units))
+        content += QJsonDocument(unit).toJson(QJsonDocument::Compact) + '\n';
+    WholeOutput(u"The state"_s, m_path, {}).write(content);
+    // The content is on the disk when it gets its name; the name has to follow.
     const int folder = open(QFile::encodeName(QFileInfo(m_path).absolutePath()).constData(),
                             O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     fsync(folder);
     close(folder);
-    if (!isWritten) {
-        throw Failure(Exit::LocalFile,
-                      u"%1 cannot be written: %2."_s.arg(printable(m_path), file.errorString()));
-    }
 }
 
 } // namespace Shipwright
