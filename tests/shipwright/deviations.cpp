@@ -3,7 +3,6 @@
 #include <QtEndian>
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 namespace {
@@ -11,298 +10,100 @@ namespace {
 using Model = ReceiverModel;
 using Frame = QCanBusFrame;
 using Answers = Model::Answers;
+using Deviation = Model::Deviation;
 
-// ---- Parts of an identifier
+// ---- Parts of a frame
 
-struct Bits
+struct Part
 {
-    int shift;
-    quint32 mask;
-
-    quint32 of(quint32 id) const { return id >> shift & mask; }
-    void put(quint32 &id, quint32 value) const { id = (id & ~(mask << shift)) | value << shift; }
+    std::function<int(const Frame &)> of;
+    std::function<void(Frame &, int)> put;
 };
 
-constexpr Bits protocol{26, 0x7};
-constexpr Bits source{21, 0x1F};
-constexpr Bits destination{16, 0x1F};
-constexpr Bits responseBit{14, 0x1};
-constexpr Bits slot{11, 0x3};
-constexpr Bits interfaceId{6, 0xF};
-constexpr Bits operation{0, 0x3F};
-constexpr Bits type{12, 0xF};
-constexpr Bits frameNumber{4, 0x3F};
-constexpr Bits code{0, 0x3FF};
-
-// ---- Which frames
-
-class When
+/// Bits of the identifier.
+Part bits(int shift, quint32 mask)
 {
-public:
-    using Predicate = std::function<bool(quint32 id, const QByteArray &payload)>;
-    // Any predicate will do. cppcheck-suppress noExplicitConstructor
-    When(Predicate predicate)
-        : m_predicate(std::move(predicate))
-    {
-    }
-
-    bool operator()(const Frame &frame) const
-    {
-        return m_predicate(frame.frameId(), frame.payload());
-    }
-    When operator&&(const When &other) const
-    {
-        return {[a = m_predicate, b = other.m_predicate](quint32 id, const QByteArray &payload) {
-            return a(id, payload) && b(id, payload);
-        }};
-    }
-    When operator!() const
-    {
-        return {
-            [a = m_predicate](quint32 id, const QByteArray &payload) { return !a(id, payload); }};
-    }
-
-private:
-    Predicate m_predicate;
-};
-
-When has(const Bits &bits, quint32 value)
-{
-    return {[=](quint32 id, const QByteArray &) { return bits.of(id) == value; }};
+    return {[=](const Frame &f) { return static_cast<int>(f.frameId() >> shift & mask); },
+            [=](Frame &f, quint32 value) {
+                f.setFrameId((f.frameId() & ~(mask << shift)) | value << shift);
+            }};
 }
 
-When longerThan(qsizetype size)
+/// A byte of the payload; -1 behind its end.
+Part byte(qsizetype index)
 {
-    return {[=](quint32, const QByteArray &payload) { return payload.size() > size; }};
+    return {[=](const Frame &f) {
+                return index < f.payload().size() ? static_cast<uchar>(f.payload().at(index)) : -1;
+            },
+            [=](Frame &f, int value) {
+                f.setPayload(f.payload().replace(index, 1, QByteArray(1, char(value))));
+            }};
 }
 
-When sized(qsizetype size)
+// ---- Which frames, in which state of the receiver
+
+using When = std::function<bool(const Model &, const Frame &)>;
+
+When operator==(const Part &part, int value)
 {
-    return longerThan(size - 1) && !longerThan(size);
+    return [=](auto &, auto &f) { return part.of(f) == value; };
 }
 
-When command(quint32 number)
+When operator>(const Part &part, int value)
 {
-    return has(protocol, 3) && has(responseBit, 0) && has(operation, number);
+    return [=](auto &, auto &f) { return part.of(f) > value; };
 }
 
-When message(quint32 number)
+When operator!(const When &when)
 {
-    return has(protocol, 6) && has(type, number);
+    return [=](auto &m, auto &f) { return !when(m, f); };
 }
 
-When byteIs(qsizetype index, int value)
+When operator&&(const When &a, const When &b)
 {
-    return {[=](quint32, const QByteArray &payload) {
-        return payload.size() > index && static_cast<uchar>(payload.at(index)) == value;
-    }};
+    return [=](auto &m, auto &f) { return a(m, f) && b(m, f); };
 }
 
-When byteAbove(qsizetype index, int value)
+/// Since the last frame of \a last, none of \a first has come. Comes first in a condition.
+When without(const When &first, const When &last)
 {
-    return {[=](quint32, const QByteArray &payload) {
-        return payload.size() > index && static_cast<uchar>(payload.at(index)) > value;
-    }};
-}
-
-When version(int number)
-{
-    return {[=](quint32, const QByteArray &payload) {
-        return payload.size() > 1 && static_cast<uchar>(payload.at(1)) >> 2 == number;
-    }};
-}
-
-// ---- What the receiver does to them
-
-using Change = std::function<void(quint32 &id, QByteArray &payload)>;
-using Spoil = std::function<void(Model &)>;
-
-Frame changed(const Frame &frame, const Change &change)
-{
-    quint32 id = frame.frameId();
-    QByteArray payload = frame.payload();
-    change(id, payload);
-    return Frame(id, payload);
-}
-
-/// Handles the frames as \a change alters them.
-Model::Deviation takes(const When &when, const Change &change)
-{
-    return [=](Model &model, const Frame &frame) {
-        return model.handle(when(frame) ? changed(frame, change) : frame);
-    };
-}
-
-/// The same, but gives no answer to them.
-Model::Deviation obeys(const When &when, const Change &change)
-{
-    return [=](Model &model, const Frame &frame) {
-        const bool isMeant = when(frame);
-        const Answers given = model.handle(isMeant ? changed(frame, change) : frame);
-        return isMeant ? Answers{} : given;
-    };
-}
-
-/// Changes each answer to the frames.
-Model::Deviation answers(const When &when, const Change &change)
-{
-    return [=](Model &model, const Frame &frame) {
-        Answers given = model.handle(frame);
-        if (when(frame)) {
-            for (Frame &answer : given)
-                answer = changed(answer, change);
-        }
-        return given;
-    };
-}
-
-/// Sends one more answer to the frames, \a delay milliseconds later.
-Model::Deviation speaks(const When &when, quint32 id, qint64 delay = 0)
-{
-    return [=](Model &model, const Frame &frame) {
-        Answers given = model.handle(frame);
-        if (when(frame)) {
-            Frame answer(id, QByteArray());
-            answer.setTimeStamp(Frame::TimeStamp::fromMicroSeconds(delay * 1000));
-            given += answer;
-        }
-        return given;
-    };
-}
-
-Model::Deviation answersTwice(const When &when)
-{
-    return [=](Model &model, const Frame &frame) {
-        const Answers given = model.handle(frame);
-        return when(frame) ? given + given : given;
-    };
-}
-
-Model::Deviation ignores(const When &when)
-{
-    return [=](Model &model, const Frame &frame) {
-        return when(frame) ? Answers{} : model.handle(frame);
-    };
-}
-
-/// Spoils the state before the frames.
-Model::Deviation before(const When &when, const Spoil &spoil)
-{
-    return [=](Model &model, const Frame &frame) {
-        if (when(frame))
-            spoil(model);
-        return model.handle(frame);
-    };
-}
-
-/// Spoils the state after the frames.
-Model::Deviation after(const When &when, const Spoil &spoil)
-{
-    return [=](Model &model, const Frame &frame) {
-        const Answers given = model.handle(frame);
-        if (when(frame))
-            spoil(model);
-        return given;
-    };
-}
-
-/// Changes the answers that \a condition chooses.
-using Judgement = std::function<bool(const Model &, const Frame &frame, const Frame &answer)>;
-Model::Deviation judges(const When &when, const Judgement &condition, const Change &change)
-{
-    return [=](Model &model, const Frame &frame) {
-        Answers given = model.handle(frame);
-        for (Frame &answer : given) {
-            if (when(frame) && condition(model, frame, answer))
-                answer = changed(answer, change);
-        }
-        return given;
-    };
-}
-
-bool isRefused(const Answers &given)
-{
-    return !given.isEmpty() && code.of(given.first().frameId()) != 0;
-}
-
-bool isAccepted(const Answers &given)
-{
-    return !given.isEmpty() && code.of(given.first().frameId()) == 0;
-}
-
-/// Spoils the state after an answer to the frames that matches \a how.
-Model::Deviation afterAnswer(const When &when, bool (*how)(const Answers &), const Spoil &spoil)
-{
-    return [=](Model &model, const Frame &frame) {
-        const Answers given = model.handle(frame);
-        if (when(frame) && how(given))
-            spoil(model);
-        return given;
-    };
-}
-
-/// Ignores the frames while \a condition holds.
-Model::Deviation ignoresWhile(const When &when, const std::function<bool(const Model &)> &condition)
-{
-    return [=](Model &model, const Frame &frame) {
-        return when(frame) && condition(model) ? Answers{} : model.handle(frame);
-    };
-}
-
-/// Keeps \a member as it was before the frames.
-template<typename Member>
-Model::Deviation keeps(const When &when, Member Model::*member)
-{
-    return [=](Model &model, const Frame &frame) {
-        const Member kept = model.*member;
-        const Answers given = model.handle(frame);
-        if (when(frame))
-            model.*member = kept;
-        return given;
+    return [=, isThere = false](auto &m, auto &f) mutable {
+        const bool wasThere = isThere;
+        isThere = first(m, f) || (isThere && !last(m, f));
+        return !wasThere;
     };
 }
 
 // ---- Changes of a frame
 
-Change put(const Bits &bits, quint32 value)
+/// Changes a frame, which may be the answer to \a request.
+using Change = std::function<void(Frame &, const Frame &request)>;
+
+Change put(const Part &part, int value)
 {
-    return [=](quint32 &id, QByteArray &) { bits.put(id, value); };
+    return [=](auto &f, auto &) { part.put(f, value); };
 }
 
 /// \a digits are hexadecimal.
 Change payload(const char *digits)
 {
-    const QByteArray bytes = QByteArray::fromHex(digits);
-    return [=](quint32 &, QByteArray &payload) { payload = bytes; };
+    return [=](auto &f, auto &) { f.setPayload(QByteArray::fromHex(digits)); };
 }
 
-Change resized(qsizetype size)
+Frame changed(Frame frame, const Change &change)
 {
-    return [=](quint32 &, QByteArray &payload) { payload.resize(size, '\0'); };
+    change(frame, frame);
+    return frame;
 }
 
-Change byte(qsizetype index, int value)
+// ---- What the receiver does
+
+using Spoil = std::function<void(Model &)>;
+
+QByteArray &file(Model &model)
 {
-    return [=](quint32 &, QByteArray &payload) {
-        if (payload.size() > index)
-            payload[index] = static_cast<char>(value);
-    };
+    return model.files[model.place];
 }
-
-Change reversed()
-{
-    return [](quint32 &, QByteArray &payload) { std::reverse(payload.begin(), payload.end()); };
-}
-
-Change both(const Change &first, const Change &second)
-{
-    return [=](quint32 &id, QByteArray &payload) {
-        first(id, payload);
-        second(id, payload);
-    };
-}
-
-// ---- Changes of the receiver's state
 
 void loseRecord(Model &model)
 {
@@ -310,36 +111,81 @@ void loseRecord(Model &model)
     model.recordLength = 0;
 }
 
-void startRecordOver(Model &model)
+Answers ignores(Model &, const Frame &)
 {
-    model.expectedFrame = 0;
+    return {};
 }
 
-void closeFile(Model &model)
+Answers answersTwice(Model &m, const Frame &f)
 {
-    model.isOpen = false;
+    return m.handle(f) + m.handle(f);
 }
 
-void emptyFile(Model &model)
+/// Handles the frame as \a change alters it.
+Deviation takes(const Change &change)
 {
-    model.files[model.place].clear();
+    return [=](auto &m, auto &f) { return m.handle(changed(f, change)); };
 }
 
-void losePlace(Model &model)
+/// The same, but gives no answer to it.
+Deviation obeys(const Change &change)
 {
-    model.place = -1;
-    model.isOpen = false;
+    return [=](auto &m, auto &f) {
+        m.handle(changed(f, change));
+        return Answers{};
+    };
 }
 
-/// The bits of the announced size that the receiver keeps.
-Spoil keepSizeBits(quint32 mask)
+/// Changes each answer.
+Deviation answers(const Change &change)
 {
-    return [=](Model &model) { model.fileSize &= mask; };
+    return [=](auto &m, auto &f) {
+        Answers given = m.handle(f);
+        for (Frame &answer : given)
+            change(answer, f);
+        return given;
+    };
 }
 
-Spoil setSize(quint32 size)
+/// Sends one more answer, \a delay milliseconds later.
+Deviation speaks(quint32 id, qint64 delay)
 {
-    return [=](Model &model) { model.fileSize = size; };
+    return [=](auto &m, auto &f) {
+        Frame answer(id, QByteArray());
+        answer.setTimeStamp(Frame::TimeStamp::fromMicroSeconds(delay * 1000));
+        return m.handle(f) + Answers{answer};
+    };
+}
+
+Deviation before(const Spoil &spoil)
+{
+    return [=](auto &m, auto &f) {
+        spoil(m);
+        return m.handle(f);
+    };
+}
+
+/// Spoils the state after frames that were answered with \a code; after all if it is negative.
+Deviation after(const Spoil &spoil, int code = -1)
+{
+    return [=](auto &m, auto &f) {
+        Answers given = m.handle(f);
+        if (code < 0 || (!given.isEmpty() && bits(0, 0x3FF).of(given.first()) == code))
+            spoil(m);
+        return given;
+    };
+}
+
+/// Keeps \a member as it was.
+template<typename Member>
+Deviation keeps(Member Model::*member)
+{
+    return [=](auto &m, auto &f) {
+        const Member kept = m.*member;
+        Answers given = m.handle(f);
+        m.*member = kept;
+        return given;
+    };
 }
 
 QList<PlantedDeviation> makePlantedDeviations()
@@ -349,726 +195,467 @@ QList<PlantedDeviation> makePlantedDeviations()
     const quint32 p5Message = 0x17580000;
     const quint32 p6Failure = 0x1B5820BA;
 
-    const When p3 = has(protocol, 3);
-    const When p6 = has(protocol, 6);
-    const When isCommand = p3 && has(responseBit, 0);
-    const When start = command(0);
-    const When started = start && byteIs(0, 0xA5) && byteIs(1, 0x5A);
-    const When setDateTime = command(1);
-    const When setSerial = command(2);
-    const When setSerialExt = command(3);
-    const When end = command(4);
-    const When unknownOperation = {[isCommand](quint32 id, const QByteArray &payload) {
-        return isCommand(Frame(id, payload)) && operation.of(id) > 4;
-    }};
-    const When transferInfo = message(0);
-    const When initiate = message(1);
-    const When recordStart = message(2);
-    const When recordEnd = message(3);
-    const When complete = message(4);
-    const When dataFrame = message(15);
-    const When unknownType = {[p6](quint32 id, const QByteArray &payload) {
-        return p6(Frame(id, payload)) && type.of(id) > 4 && type.of(id) < 15;
-    }};
-    const When refusedInfo = transferInfo && !(longerThan(5) && version(2));
-    const When refusedInitiate = initiate && !(sized(8) && version(2));
-    const When acceptedInfo = transferInfo && longerThan(5) && version(2);
-    const When acceptedInitiate = initiate && sized(8) && version(2);
+    const Part protocol = bits(26, 0x7);
+    const Part from = bits(21, 0x1F);
+    const Part to = bits(16, 0x1F);
+    const Part responseBit = bits(14, 0x1);
+    const Part slot = bits(11, 0x3);
+    const Part interfaceId = bits(6, 0xF);
+    const Part operation = bits(0, 0x3F);
+    const Part type = bits(12, 0xF);
+    const Part number = bits(4, 0x3F);
+    const Part code = bits(0, 0x3FF);
+    const Part size = {
+        [](const Frame &f) { return static_cast<int>(f.payload().size()); },
+        [](Frame &f, int n) { f.setPayload(f.payload().leftJustified(n, '\0', true)); }};
+    const Part version = {[](const Frame &f) { return byte(1).of(f) >> 2; }, {}};
 
-    return {
-        // ---- Start and end of configuration
-        {"answers in slot 0", "start of configuration: answered 5A A5 in every slot",
-         answers(p3, put(slot, 0))},
-        {"answers a start with what came", "start of configuration: answered 5A A5 in every slot",
-         answers(started, payload("A55A"))},
-        {"answers a start without the handshake",
-         "start of configuration: answered 5A A5 in every slot", answers(started, payload(""))},
-        {"answers a start twice", "start of configuration: answered 5A A5 in every slot",
-         answersTwice(started)},
-        {"answers without the response bit", "start of configuration: answered 5A A5 in every slot",
-         answers(p3, put(responseBit, 0))},
-        {"answers to node 14", "start of configuration: answered 5A A5 in every slot",
-         answers(started, put(destination, 14))},
-        {"answers a command as node 14", "start of configuration: answered at destination 14",
-         answers(p3 && has(destination, 14), put(source, 14))},
-        {"ignores commands to node 14", "start of configuration: answered at destination 14",
-         ignores(p3 && has(destination, 14))},
-        {"refuses bytes behind the handshake",
-         "start of configuration: more bytes after the handshake",
-         takes(start && longerThan(2), payload(""))},
-        {"answers a long handshake with more bytes",
-         "start of configuration: more bytes after the handshake",
-         answers(start && longerThan(2), resized(4))},
-        {"takes no handshake for one", "start of configuration: refused without the handshake",
-         takes(start && sized(0), payload("A55A"))},
-        {"takes half a handshake for one", "start of configuration: refused without the handshake",
-         takes(start && sized(1), payload("A55A"))},
-        {"takes the answer's handshake", "start of configuration: refused without the handshake",
-         takes(start && byteIs(0, 0x5A), payload("A55A"))},
-        {"looks at the handshake's first byte only",
-         "start of configuration: refused without the handshake",
-         takes(start && byteIs(0, 0xA5), payload("A55A"))},
-        {"looks for the handshake anywhere",
-         "start of configuration: refused without the handshake",
-         takes(start && byteIs(0, 0), payload("A55A"))},
-        {"refuses a start with code 1", "start of configuration: refused without the handshake",
-         answers(start && byteIs(0, 0x5A), put(code, 1))},
-        {"refuses a start with a payload", "start of configuration: refused without the handshake",
-         answers(start && byteIs(0, 0x5A), payload("5AA5"))},
-        {"does not answer a refused start", "start of configuration: refused without the handshake",
-         ignores(start && !started)},
-        {"reads bit 15 of a command", "start of configuration: bits 15, 13 and 10 not read",
-         ignores(isCommand && has(Bits{15, 1}, 1))},
-        {"reads bit 13 of a command", "start of configuration: bits 15, 13 and 10 not read",
-         ignores(isCommand && has(Bits{13, 1}, 1))},
-        {"reads bit 10 of a command", "start of configuration: bits 15, 13 and 10 not read",
-         ignores(isCommand && has(Bits{10, 1}, 1))},
-        {"ignores an end with a payload", "end of configuration: answered whatever it carries",
-         ignores(end && longerThan(0))},
-        {"refuses an end of 8 bytes", "end of configuration: answered whatever it carries",
-         answers(end && sized(8), put(code, 186))},
-        {"answers an end with a payload", "end of configuration: answered whatever it carries",
-         answers(end, payload("5AA5"))},
-        {"refuses an end without a start", "end of configuration: answered whatever it carries",
-         [started, end, isStarted = false](Model &model, const Frame &frame) mutable {
-             Answers given = model.handle(frame);
-             if (end(frame) && !isStarted && !given.isEmpty())
-                 given.first() = changed(given.first(), put(code, 186));
-             isStarted = started(frame) || (isStarted && !end(frame));
-             return given;
-         }},
+    const When p3 = protocol == 3;
+    const When p6 = protocol == 6;
+    const When command = p3 && responseBit == 0;
+    const When start = command && operation == 0;
+    const When started = start && byte(0) == 0xA5 && byte(1) == 0x5A;
+    const When setTime = command && operation == 1;
+    const When setSerial = command && operation == 2;
+    const When setExt = command && operation == 3;
+    const When end = command && operation == 4;
+    const When info = p6 && type == 0;
+    const When goodInfo = info && size > 5 && version == 2;
+    const When badInfo = info && !goodInfo;
+    const When initiate = p6 && type == 1;
+    const When goodInitiate = initiate && size == 8 && version == 2;
+    const When badInitiate = initiate && !goodInitiate;
+    const When recordStart = p6 && type == 2;
+    const When recordEnd = p6 && type == 3;
+    const When complete = p6 && type == 4;
+    const When dataFrame = p6 && type == 15;
+    const When unknownType = p6 && type > 4 && !(type == 15);
 
-        // ---- Silence
-        {"answers commands of node 23", "silence: commands from nodes other than 24",
-         takes(p3 && has(source, 23), put(source, 24))},
-        {"answers commands of node 0", "silence: commands from nodes other than 24",
-         takes(p3 && has(source, 0), put(source, 24))},
-        {"answers commands of node 23 late", "silence: commands from nodes other than 24",
-         speaks(p3 && has(source, 23), p3Failure, 300)},
-        {"answers commands to node 25", "silence: commands to nodes other than 26 and 14",
-         takes(p3 && has(destination, 25), put(destination, 26))},
-        {"answers commands to node 30", "silence: commands to nodes other than 26 and 14",
-         takes(p3 && has(destination, 30), put(destination, 26))},
-        {"answers commands to node 31", "silence: commands to nodes other than 26 and 14",
-         takes(p3 && has(destination, 31), put(destination, 26))},
-        {"answers commands to node 25 late", "silence: commands to nodes other than 26 and 14",
-         speaks(p3 && has(destination, 25), p3Failure, 300)},
-        {"answers on every interface", "silence: commands on interfaces other than 11",
-         takes(isCommand, put(interfaceId, 11))},
-        {"answers on interface 3", "silence: commands on interfaces other than 11",
-         takes(isCommand && has(interfaceId, 3), put(interfaceId, 11))},
-        {"refuses late on interface 10", "silence: commands on interfaces other than 11",
-         speaks(isCommand && has(interfaceId, 10), p3Failure, 400)},
-        {"refuses unknown operations", "silence: operations 5 to 63",
-         speaks(unknownOperation, p3Failure)},
-        {"refuses unknown operations late", "silence: operations 5 to 63",
-         speaks(unknownOperation, p3Failure, 200)},
-        {"takes operation 8 for 0", "silence: operations 5 to 63",
-         takes(command(8), put(operation, 0))},
-        {"takes operation 60 for 4", "silence: operations 5 to 63",
-         takes(command(60), put(operation, 4))},
-        {"handles commands with the response bit", "silence: commands with the response bit",
-         takes(p3, put(responseBit, 0))},
-        {"refuses responses", "silence: commands with the response bit",
-         speaks(p3 && has(responseBit, 1), p3Failure)},
-        {"refuses responses late", "silence: commands with the response bit",
-         speaks(p3 && has(responseBit, 1), p3Failure, 250)},
-        {"takes protocol 5 for P6", "silence: protocols other than 3 and 6",
-         takes(has(protocol, 5), put(protocol, 6))},
-        {"takes protocol 7 for P3", "silence: protocols other than 3 and 6",
-         takes(has(protocol, 7), put(protocol, 3))},
-        {"takes protocol 0 for P3", "silence: protocols other than 3 and 6",
-         takes(has(protocol, 0), put(protocol, 3))},
-        {"answers protocol 5", "silence: protocols other than 3 and 6",
-         speaks(has(protocol, 5), p5Message)},
-        {"answers protocol 5 late", "silence: protocols other than 3 and 6",
-         speaks(has(protocol, 5), p5Message, 450)},
-        {"answers transfer messages of node 23",
-         "silence: transfer messages from nodes other than 24",
-         takes(p6 && has(source, 23), put(source, 24))},
-        {"takes Data Frames of node 23", "silence: transfer messages from nodes other than 24",
-         takes(dataFrame && has(source, 23), put(source, 24))},
-        {"takes Record Start of node 23", "silence: transfer messages from nodes other than 24",
-         takes(recordStart && has(source, 23), put(source, 24))},
-        {"obeys Transfer Info of node 23", "silence: transfer messages from nodes other than 24",
-         obeys(transferInfo && has(source, 23), put(source, 24))},
-        {"obeys Initiate Transfer of node 23",
-         "silence: transfer messages from nodes other than 24",
-         obeys(initiate && has(source, 23), put(source, 24))},
-        {"obeys Transfer Complete of node 23",
-         "silence: transfer messages from nodes other than 24",
-         obeys(complete && has(source, 23), put(source, 24))},
-        {"answers transfer messages to node 25",
-         "silence: transfer messages to nodes other than 26 and 14",
-         takes(p6 && has(destination, 25), put(destination, 26))},
-        {"takes Data Frames to node 25", "silence: transfer messages to nodes other than 26 and 14",
-         takes(dataFrame && has(destination, 25), put(destination, 26))},
-        {"answers unknown types", "silence: message types 5 to 14", speaks(unknownType, p6Failure)},
-        {"answers unknown types late", "silence: message types 5 to 14",
-         speaks(unknownType, p6Failure, 350)},
-        {"takes type 8 for Transfer Info", "silence: message types 5 to 14",
-         takes(message(8), put(type, 0))},
-        {"sends an event unasked", "silence: nothing sent without a request",
-         speaks(started, p3Event, 900)},
-        {"answers an end a second time, late", "silence: nothing sent without a request",
-         speaks(end, p3Failure, 800)},
-
-        // ---- Transfer Info
-        {"refuses Transfer Info of 8 bytes", "Transfer Info: accepted with 6 bytes and more",
-         takes(transferInfo && sized(8), payload(""))},
-        {"refuses Transfer Info of 6 bytes", "Transfer Info: accepted with 6 bytes and more",
-         takes(transferInfo && sized(6), payload(""))},
-        {"answers Transfer Info twice", "Transfer Info: accepted with 6 bytes and more",
-         answersTwice(acceptedInfo)},
-        {"answers Transfer Info with 7 bytes", "Transfer Info: accepted with 6 bytes and more",
-         answers(acceptedInfo, resized(7))},
-        {"answers Transfer Info for version 3", "Transfer Info: accepted with 6 bytes and more",
-         answers(transferInfo, byte(0, 0x0E))},
-        {"answers with bit 10 set", "Transfer Info: accepted with 6 bytes and more",
-         answers(p6, put(Bits{10, 1}, 1))},
-        {"refuses packages", "Transfer Info: every file type accepted",
-         answers(acceptedInfo && byteIs(0, 3), put(code, 29))},
-        {"refuses unknown file types", "Transfer Info: every file type accepted",
-         answers(acceptedInfo && byteAbove(0, 3), put(code, 29))},
-        {"reads the low bits of the version byte",
-         "Transfer Info: low bits of the version byte not read",
-         takes(transferInfo && byteIs(1, 0x0B), payload(""))},
-        {"accepts Transfer Info of 5 bytes",
-         "Transfer Info: 0 to 5 bytes refused with the parameters",
-         takes(transferInfo && sized(5), resized(6))},
-        {"answers an empty Transfer Info without parameters",
-         "Transfer Info: 0 to 5 bytes refused with the parameters",
-         answers(transferInfo && sized(0), payload(""))},
-        {"answers an empty Transfer Info with 7 bytes",
-         "Transfer Info: 0 to 5 bytes refused with the parameters",
-         answers(transferInfo && sized(0), resized(7))},
-        {"answers an empty Transfer Info with code 0",
-         "Transfer Info: 0 to 5 bytes refused with the parameters",
-         answers(transferInfo && sized(0), put(code, 0))},
-        {"does not answer an empty Transfer Info",
-         "Transfer Info: 0 to 5 bytes refused with the parameters",
-         ignores(transferInfo && sized(0))},
-        {"refuses Transfer Info with code 30",
-         "Transfer Info: 0 to 5 bytes refused with the parameters",
-         answers(refusedInfo, put(code, 30))},
-        {"refuses Transfer Info with other parameters",
-         "Transfer Info: 0 to 5 bytes refused with the parameters",
-         answers(refusedInfo, byte(2, 0))},
-        {"accepts Transfer Info of version 3",
-         "Transfer Info: versions other than 2 refused with the parameters",
-         takes(transferInfo && version(3), byte(1, 0x08))},
-        {"accepts Transfer Info of version 34",
-         "Transfer Info: versions other than 2 refused with the parameters",
-         takes(transferInfo && version(34), byte(1, 0x08))},
-        {"accepts Transfer Info of version 1",
-         "Transfer Info: versions other than 2 refused with the parameters",
-         takes(transferInfo && version(1), byte(1, 0x08))},
-        {"ignores transfer messages to node 14", "Transfer Info: answered at destination 14",
-         ignores(p6 && has(destination, 14))},
-        {"answers a transfer message as node 14", "Transfer Info: answered at destination 14",
-         answers(p6 && has(destination, 14), put(source, 14))},
-        {"keeps 8 bits of the file size", "Transfer Info: file size of 4 bytes",
-         after(transferInfo, keepSizeBits(0xFF))},
-        {"keeps 16 bits of the file size", "Transfer Info: file size of 4 bytes",
-         after(transferInfo, keepSizeBits(0xFFFF))},
-        {"keeps 24 bits of the file size", "Transfer Info: file size of 4 bytes",
-         after(transferInfo, keepSizeBits(0xFFFFFF))},
-        {"reads the file size with the highest byte first",
-         "completion: file longer than announced",
-         after(acceptedInfo, [](Model &model) { model.fileSize = qbswap(model.fileSize); })},
-        {"keeps the first file size", "Transfer Info: the last accepted size counts",
-         [acceptedInfo](Model &model, const Frame &frame) {
-             const quint32 size = model.fileSize;
-             const Answers given = model.handle(frame);
-             if (acceptedInfo(frame) && model.isOpen)
-                 model.fileSize = size;
-             return given;
-         }},
-
-        // ---- Initiate Transfer
-        {"reads bytes 2 and 3 of Initiate Transfer",
-         "Initiate Transfer: accepted, bytes 2 and 3 not read",
-         takes(initiate && byteIs(2, 0xFF), payload(""))},
-        {"reads the low bits of Initiate Transfer's version byte",
-         "Initiate Transfer: accepted, bytes 2 and 3 not read",
-         takes(initiate && byteIs(1, 0x0B), payload(""))},
-        {"answers Initiate Transfer without a payload",
-         "Initiate Transfer: accepted, bytes 2 and 3 not read", answers(initiate, payload(""))},
-        {"answers Initiate Transfer with what came",
-         "Initiate Transfer: accepted, bytes 2 and 3 not read",
-         answers(initiate, payload("0208000001000000"))},
-        {"accepts Initiate Transfer of 7 bytes", "Initiate Transfer: 0 to 7 bytes refused",
-         takes(initiate && sized(7), resized(8))},
-        {"ignores an empty Initiate Transfer", "Initiate Transfer: 0 to 7 bytes refused",
-         ignores(initiate && sized(0))},
-        {"refuses Initiate Transfer with code 29", "Initiate Transfer: 0 to 7 bytes refused",
-         answers(refusedInitiate, put(code, 29))},
-        {"accepts Initiate Transfer of version 3",
-         "Initiate Transfer: versions other than 2 refused",
-         takes(initiate && version(3), byte(1, 0x08))},
-        {"does not empty the file", "Initiate Transfer: empties the file",
-         keeps(acceptedInitiate, &Model::files)},
-        {"empties the file at a refused Initiate Transfer",
-         "Initiate Transfer: leaves the file alone when refused",
-         before(refusedInitiate, emptyFile)},
-        {"loses the file's place at a refused Initiate Transfer",
-         "Initiate Transfer: leaves the file alone when refused",
-         before(refusedInitiate, losePlace)},
-        {"answers a second Initiate Transfer without starting over",
-         "Initiate Transfer: a second one starts over",
-         [acceptedInitiate](Model &model, const Frame &frame) {
-             const QHash<int, QByteArray> files = model.files;
-             const bool isSecond = acceptedInitiate(frame) && model.isOpen;
-             const Answers given = model.handle(frame);
-             if (isSecond)
-                 model.files = files;
-             return given;
-         }},
-        {"refuses Initiate Transfer without a Transfer Info",
-         "Initiate Transfer: needs no Transfer Info",
-         [=, isAnnounced = false](Model &model, const Frame &frame) mutable {
-             isAnnounced = acceptedInfo(frame) || (isAnnounced && !complete(frame));
-             return acceptedInitiate(frame) && !isAnnounced ? Answers{} : model.handle(frame);
-         }},
-        {"checks the file that Transfer Info says",
-         "Initiate Transfer: chooses the file, whatever Transfer Info says",
-         before(complete, [](Model &model) { model.place = qMin(model.fileType, 4); })},
-        {"refuses file types that differ",
-         "Initiate Transfer: chooses the file, whatever Transfer Info says",
-         [acceptedInitiate](Model &model, const Frame &frame) {
-             const int announced = model.fileType;
-             Answers given = model.handle(frame);
-             if (acceptedInitiate(frame) && announced != model.fileType && !given.isEmpty())
-                 given.first() = changed(given.first(), put(code, 30));
-             return given;
-         }},
-        {"refuses 4294967295 records", "Initiate Transfer: number of records not enforced",
-         takes(initiate && byteIs(7, 0xFF), payload(""))},
-        {"takes no more records than announced",
-         "Initiate Transfer: number of records not enforced",
-         [=, left = 0](Model &model, const Frame &frame) mutable {
-             if (acceptedInitiate(frame))
-                 left = static_cast<uchar>(frame.payload().at(4));
-             return recordStart(frame) && left-- <= 0 ? Answers{} : model.handle(frame);
-         }},
-
-        // ---- Whole files
-        {"stores line feeds as two bytes", "file: 1 to 1500 bytes in up to 3 records",
-         after(recordEnd, [](Model &model) { model.files[model.place].replace("\n", "\r\n"); })},
-        {"stores one byte less", "file: 1 to 1500 bytes in up to 3 records",
-         after(recordEnd, [](Model &model) { model.files[model.place].chop(1); })},
-        {"pads short frames", "file: 1 to 1500 bytes in up to 3 records",
-         after(dataFrame, [](Model &model) { model.recordLength = model.record.size(); })},
-        {"takes 63 frames a record", "file: 1 to 1500 bytes in up to 3 records",
-         ignores(dataFrame && has(frameNumber, 63))},
-        {"keeps the last record only", "file: 1 to 1500 bytes in up to 3 records",
-         before(recordEnd, emptyFile)},
-        {"reads a record's CRC-32 with the highest byte first",
-         "file: 1 to 1500 bytes in up to 3 records", takes(recordEnd && sized(4), reversed())},
-        {"reads a file's CRC-32 with the highest byte first",
-         "file: 1 to 1500 bytes in up to 3 records", takes(complete && sized(4), reversed())},
-        {"answers a file's CRC-32 with the highest byte first",
-         "file: 1 to 1500 bytes in up to 3 records", answers(complete, reversed())},
-        {"answers Record End with 2 bytes", "file: 1 to 1500 bytes in up to 3 records",
-         answers(recordEnd, resized(2))},
-        {"answers Record End with 01 for a right record",
-         "file: 1 to 1500 bytes in up to 3 records", answers(recordEnd, byte(0, 1))},
-        {"does not answer Record End", "file: 1 to 1500 bytes in up to 3 records",
-         obeys(recordEnd, put(type, 3))},
-        {"answers Transfer Complete without the CRC-32", "file: 1 to 1500 bytes in up to 3 records",
-         answers(complete, payload(""))},
-        {"answers Transfer Complete twice", "file: empty", answersTwice(complete)},
-        {"refuses an empty file", "file: empty",
-         answers(complete && byteIs(0, 0) && byteIs(3, 0), put(code, 186))},
-        {"ignores Data Frames to node 14", "file: to destination 14",
-         ignores(dataFrame && has(destination, 14))},
-        {"keeps a transfer for each destination", "file: to both destinations alternately",
-         [=, opened = 0u](Model &model, const Frame &frame) mutable {
-             const quint32 to = destination.of(frame.frameId());
-             if (initiate(frame))
-                 opened = to;
-             return dataFrame(frame) && to != opened ? Answers{} : model.handle(frame);
-         }},
-        {"reads bit 11 of a transfer message", "file: unread identifier bits set",
-         ignores(p6 && has(Bits{11, 1}, 1))},
-        {"takes a set bit 10 for a response", "file: unread identifier bits set",
-         ignores(p6 && has(Bits{10, 1}, 1))},
-        {"reads the result code of a transfer message", "file: unread identifier bits set",
-         ignores(recordEnd && !has(code, 0))},
-        {"reads the low bits of a Data Frame's identifier", "file: unread identifier bits set",
-         ignores(dataFrame && !has(Bits{0, 0xF}, 0))},
-        {"gives up a transfer after a second", "file: with pauses of more than a second",
-         [last = qint64(0)](Model &model, const Frame &frame) mutable {
-             const qint64 now = frame.timeStamp().seconds() * 1000
-                 + frame.timeStamp().microSeconds() / 1000;
-             if (now - std::exchange(last, now) > 1000)
-                 closeFile(model);
-             return model.handle(frame);
-         }},
-        {"gives up a record after a second", "file: with pauses of more than a second",
-         [=, last = qint64(0)](Model &model, const Frame &frame) mutable {
-             const qint64 now = frame.timeStamp().seconds() * 1000
-                 + frame.timeStamp().microSeconds() / 1000;
-             if (now - std::exchange(last, now) > 1000 && dataFrame(frame))
-                 loseRecord(model);
-             return model.handle(frame);
-         }},
-
-        // ---- Records
-        {"answers Record Start", "record: Record Start and Data Frames unanswered",
-         speaks(recordStart, 0x1B582000)},
-        {"answers Record Start late", "record: Record Start and Data Frames unanswered",
-         speaks(recordStart, 0x1B582000, 400)},
-        {"answers Data Frames", "record: Record Start and Data Frames unanswered",
-         speaks(dataFrame, 0x1B58F000)},
-        {"answers Data Frames late", "record: Record Start and Data Frames unanswered",
-         speaks(dataFrame, 0x1B58F000, 300)},
-        {"takes frames in any order", "record: frames out of order refused, then repeated",
-         [dataFrame](Model &model, const Frame &frame) {
-             if (dataFrame(frame))
-                 model.expectedFrame = frameNumber.of(frame.frameId());
-             return model.handle(frame);
-         }},
-        {"fills a gap with the next frame", "record: repeated frames dropped",
-         [dataFrame](Model &model, const Frame &frame) {
-             const auto expected = static_cast<quint32>(model.expectedFrame);
-             return model.handle(dataFrame(frame) ? changed(frame, put(frameNumber, expected))
-                                                  : frame);
-         }},
-        {"accepts any record", "record: last frame missing refused, then repeated",
-         answers(recordEnd, both(put(code, 0), payload("00")))},
-        {"refuses a record without saying 01", "record: frame missing refused, then repeated",
-         answers(recordEnd, payload("00"))},
-        {"refuses a record with code 1", "record: last frame missing refused, then repeated",
-         judges(
-             recordEnd,
-             [](const Model &, const Frame &, const Frame &answer) {
-                 return code.of(answer.frameId()) != 0;
-             },
-             put(code, 1))},
-        {"takes repeated frames", "record: repeated frames dropped",
-         [dataFrame](Model &model, const Frame &frame) {
-             const qsizetype number = frameNumber.of(frame.frameId());
-             if (dataFrame(frame) && number == model.expectedFrame - 1)
-                 model.expectedFrame = number;
-             return model.handle(frame);
-         }},
-        {"refuses a record with a repeated frame", "record: repeated frames dropped",
-         [dataFrame](Model &model, const Frame &frame) {
-             const qsizetype number = frameNumber.of(frame.frameId());
-             if (dataFrame(frame) && number == model.expectedFrame - 1)
-                 loseRecord(model);
-             return model.handle(frame);
-         }},
-        {"takes more frames than announced", "record: frames beyond those announced dropped",
-         [dataFrame](Model &model, const Frame &frame) {
-             if (dataFrame(frame) && frameNumber.of(frame.frameId()) * 8 == model.record.size()) {
-                 model.record.resize(model.record.size() + 8);
-                 model.recordLength += 8;
-             }
-             return model.handle(frame);
-         }},
-        {"announces 64 frames at most", "record: 255 frames announced, 64 received",
-         takes(recordStart && byteAbove(0, 64), byte(0, 64))},
-        {"counts frames from 0 again behind the 64th", "record: 255 frames announced, 64 received",
-         before(dataFrame, [](Model &model) { model.expectedFrame %= 64; })},
-        {"keeps the bytes of the record before", "record: bytes that did not arrive count as zero",
-         [recordStart](Model &model, const Frame &frame) {
-             const QByteArray old = model.record;
-             const Answers given = model.handle(frame);
-             if (recordStart(frame))
-                 model.record.replace(0, qMin(old.size(), model.record.size()),
-                                      old.left(model.record.size()));
-             return given;
-         }},
-        {"ends a record at the last frame that came",
-         "record: bytes that did not arrive count as zero",
-         before(recordEnd,
-                [](Model &model) {
-                    model.recordLength = qMin(model.recordLength, model.expectedFrame * 8);
-                })},
-        {"stores refused records", "record: wrong CRC-32 refused, then repeated",
-         afterAnswer(recordEnd, isRefused,
-                     [](Model &model) { model.files[model.place] += model.record; })},
-        {"ends the transfer at a refused record", "record: wrong CRC-32 refused, then repeated",
-         afterAnswer(recordEnd, isRefused, closeFile)},
-        {"takes Record End of 5 bytes", "record: Record End of wrong size stands for CRC-32 0",
-         takes(recordEnd && sized(5), resized(4))},
-        {"ignores Record End of 3 bytes", "record: Record End of wrong size stands for CRC-32 0",
-         ignores(recordEnd && sized(3))},
-        {"refuses a repeated Record End", "record: repeated Record End appends again",
-         afterAnswer(recordEnd, isAccepted, loseRecord)},
-        {"stores a repeated Record End once", "record: repeated Record End appends again",
-         [=, isStored = false](Model &model, const Frame &frame) mutable {
-             const QHash<int, QByteArray> files = model.files;
-             const Answers given = model.handle(frame);
-             const bool isEnd = recordEnd(frame) && isAccepted(given);
-             if (isEnd && isStored)
-                 model.files = files;
-             isStored = isEnd || (isStored && !recordStart(frame));
-             return given;
-         }},
-        {"loses a refused record", "record: right Record End after a refused one",
-         afterAnswer(recordEnd, isRefused, loseRecord)},
-        {"refuses a Record End of wrong size", "record: without frames",
-         takes(recordEnd && !sized(4), payload("FFFFFFFF"))},
-        {"ignores a record of no frames", "record: without frames",
-         ignoresWhile(recordEnd, [](const Model &model) { return model.record.isEmpty(); })},
-        {"takes Record Start of 4 bytes", "record: Record Start of wrong size changes nothing",
-         takes(recordStart && sized(4), resized(5))},
-        {"takes Record Start of 6 bytes", "record: Record Start of wrong size changes nothing",
-         takes(recordStart && sized(6), resized(5))},
-        {"loses the record at a Record Start of wrong size",
-         "record: Record Start of wrong size changes nothing",
-         before(recordStart && !sized(5), loseRecord)},
-        {"ignores Record Start within a record", "record: restarted before its end",
-         ignoresWhile(recordStart,
-                      [](const Model &model) {
-                          return model.expectedFrame > 0
-                              && model.expectedFrame * 8 < model.record.size();
-                      })},
-        {"does not count anew at Record Start", "record: restarted before its end",
-         keeps(recordStart, &Model::expectedFrame)},
-        {"ends the record at a short frame", "record: short frame in the middle",
-         after(dataFrame && !sized(8), [](Model &model) { model.expectedFrame = 99; })},
-        {"cuts nothing off for a short frame in the middle", "record: short frame in the middle",
-         [=, missing = qsizetype(0)](Model &model, const Frame &frame) mutable {
-             if (recordStart(frame))
-                 missing = 0;
-             const bool follows = dataFrame(frame) && missing > 0;
-             if (dataFrame(frame))
-                 missing = 8 - frame.payload().size();
-             const Answers given = model.handle(frame);
-             if (follows)
-                 model.recordLength = model.record.size();
-             return given;
-         }},
-        {"ignores empty Data Frames", "record: empty Data Frame", ignores(dataFrame && sized(0))},
-        {"drops a record whose number is not the next",
-         "record: appended in order of arrival, not of number",
-         takes(recordStart && byteIs(1, 7), payload(""))},
-        {"puts records at the place of their numbers",
-         "record: appended in order of arrival, not of number",
-         [=, number = 0](Model &model, const Frame &frame) mutable {
-             const QByteArray old = model.files.value(model.place);
-             if (recordStart(frame) && frame.payload().size() == 5)
-                 number = frame.payload().at(1);
-             const Answers given = model.handle(frame);
-             QByteArray &file = model.files[model.place];
-             if (recordEnd(frame) && number > 0 && file != old) {
-                 const QByteArray added = file.mid(old.size());
-                 file = old.leftJustified(number * 512, '\0');
-                 file.insert(number * 512, added);
-             }
-             return given;
-         }},
-        {"stores records behind Transfer Complete",
-         "record: after Transfer Complete answered, not stored",
-         after(complete, [](Model &model) { model.isOpen = true; })},
-        {"ignores records behind Transfer Complete",
-         "record: after Transfer Complete answered, not stored",
-         ignoresWhile(recordEnd, [](const Model &model) { return !model.isOpen; })},
-
-        // ---- Completion
-        {"answers a wrong file with the CRC-32 that came",
-         "completion: wrong CRC-32 answered with the computed one",
-         [complete](Model &model, const Frame &frame) {
-             const Answers given = model.handle(frame);
-             return complete(frame) && !given.isEmpty()
-                 ? Answers{Frame(given.first().frameId(), frame.payload())}
-                 : given;
-         }},
-        {"accepts any file", "completion: wrong CRC-32 answered with the computed one",
-         answers(complete, put(code, 0))},
-        {"compares 16 bits of the CRC-32",
-         "completion: wrong CRC-32 answered with the computed one",
-         judges(
-             complete,
-             [](const Model &, const Frame &frame, const Frame &answer) {
-                 return answer.payload().left(2) == frame.payload().left(2);
-             },
-             put(code, 0))},
-        {"empties a refused file", "completion: wrong CRC-32 answered with the computed one",
-         afterAnswer(complete, isRefused, emptyFile)},
-        {"takes Transfer Complete of 5 bytes",
-         "completion: Transfer Complete of wrong size stands for CRC-32 0",
-         takes(complete && sized(5), resized(4))},
-        {"ignores an empty Transfer Complete",
-         "completion: Transfer Complete of wrong size stands for CRC-32 0",
-         ignores(complete && sized(0))},
-        {"refuses Transfer Complete of wrong size",
-         "completion: Transfer Complete of wrong size stands for CRC-32 0",
-         answers(complete && !sized(4), put(code, 186))},
-        {"answers Transfer Complete once", "completion: repeated",
-         ignoresWhile(complete, [](const Model &model) { return !model.isOpen; })},
-        {"refuses a repeated Transfer Complete", "completion: repeated",
-         after(complete, losePlace)},
-        {"writes over the file without emptying it",
-         "completion: a shorter file replaces a longer one",
-         [=, rest = QByteArray()](Model &model, const Frame &frame) mutable {
-             if (acceptedInitiate(frame))
-                 rest = model.files.value(static_cast<uchar>(frame.payload().at(0)));
-             const Answers given = model.handle(frame);
-             if (complete(frame) && rest.size() > model.files[model.place].size())
-                 model.files[model.place] += rest.mid(model.files[model.place].size());
-             return given;
-         }},
-        {"ignores a new transfer after an abandoned one",
-         "completion: abandoned transfer replaced by a new one",
-         ignoresWhile(initiate,
-                      [](const Model &model) {
-                          return model.expectedFrame > 0
-                              && model.expectedFrame * 8 < model.record.size();
-                      })},
-        {"checks the whole file", "completion: file longer than announced",
-         before(complete, setSize(0xFFFFFFFF))},
-        {"checks the whole file when it is announced as empty",
-         "completion: file longer than announced",
-         before(complete,
-                [](Model &model) {
-                    if (model.fileSize == 0)
-                        model.fileSize = 0xFFFFFFFF;
-                })},
-        {"fills the file up to the size announced", "completion: file shorter than announced",
-         before(complete,
-                [](Model &model) {
-                    QByteArray &file = model.files[model.place];
-                    file = file.leftJustified(qMin(model.fileSize, 5000u), '\0');
-                })},
-        {"refuses a file of another size than announced", "completion: file shorter than announced",
-         judges(
-             complete,
-             [](const Model &model, const Frame &, const Frame &) {
-                 return model.files.value(model.place).size() < model.fileSize;
-             },
-             put(code, 186))},
-
-        // ---- A transfer with other messages in between
-        {"loses the record at a start", "transfer: undisturbed by start of configuration",
-         after(started, loseRecord)},
-        {"closes the file at a start", "transfer: undisturbed by start of configuration",
-         after(started, closeFile)},
-        {"starts the record over at a refused start",
-         "transfer: undisturbed by a refused start of configuration",
-         after(start && !started, startRecordOver)},
-        {"loses the record at an end", "transfer: undisturbed by end of configuration",
-         after(end, loseRecord)},
-        {"closes the file at an end", "transfer: undisturbed by end of configuration",
-         after(end, closeFile)},
-        {"forgets the file at an end", "transfer: undisturbed by end of configuration",
-         after(end, losePlace)},
-        {"forgets the size at an end", "transfer: undisturbed by end of configuration",
-         after(end, setSize(0))},
-        {"empties the file at another Transfer Info",
-         "transfer: undisturbed by another Transfer Info", before(acceptedInfo, emptyFile)},
-        {"loses the record at another Transfer Info",
-         "transfer: undisturbed by another Transfer Info", after(acceptedInfo, loseRecord)},
-        {"closes the file at another Transfer Info",
-         "transfer: undisturbed by another Transfer Info", after(acceptedInfo, closeFile)},
-        {"takes the size of a refused Transfer Info",
-         "transfer: undisturbed by a refused Transfer Info", after(refusedInfo, setSize(5))},
-        {"loses the record at a refused Transfer Info",
-         "transfer: undisturbed by a refused Transfer Info", after(refusedInfo, loseRecord)},
-        {"starts the record over at a refused Transfer Info",
-         "transfer: undisturbed by a refused Transfer Info", after(refusedInfo, startRecordOver)},
-        {"closes the file at a refused Transfer Info",
-         "transfer: undisturbed by a refused Transfer Info", after(refusedInfo, closeFile)},
-        {"loses the record at a refused Initiate Transfer",
-         "transfer: undisturbed by a refused Initiate Transfer",
-         after(refusedInitiate, loseRecord)},
-        {"closes the file at a refused Initiate Transfer",
-         "transfer: undisturbed by a refused Initiate Transfer", after(refusedInitiate, closeFile)},
-        {"loses the record at an unknown type", "transfer: undisturbed by unknown messages",
-         after(unknownType, loseRecord)},
-        {"takes type 7 for a Data Frame", "transfer: undisturbed by unknown messages",
-         takes(message(7), put(type, 15))},
-        {"loses the record at an unknown operation", "transfer: undisturbed by unknown messages",
-         after(unknownOperation, loseRecord)},
-        {"closes the file at protocol 5", "transfer: undisturbed by unknown messages",
-         after(has(protocol, 5), closeFile)},
-        {"loses the record at Set Date Time", "transfer: undisturbed by clock and serial number",
-         after(setDateTime, loseRecord)},
-        {"closes the file at Set Serial", "transfer: undisturbed by clock and serial number",
-         after(setSerial, closeFile)},
-
-        // ---- Clock
-        {"takes 5 bytes for a time", "clock: wrong sizes refused",
-         takes(setDateTime && sized(5), resized(6))},
-        {"takes 7 bytes for a time", "clock: wrong sizes refused",
-         takes(setDateTime && sized(7), resized(6))},
-        {"refuses a time without its payload", "clock: wrong sizes refused",
-         answers(setDateTime && !sized(6), payload(""))},
-        {"does not answer an empty Set Date Time", "clock: wrong sizes refused",
-         ignores(setDateTime && sized(0))},
-        {"accepts every date", "clock: impossible dates refused",
-         answers(setDateTime && sized(6), put(code, 0))},
-        {"accepts month 13", "clock: impossible dates refused",
-         answers(setDateTime && byteIs(1, 13), put(code, 0))},
-        {"accepts day 0", "clock: impossible dates refused",
-         answers(setDateTime && byteIs(2, 0), put(code, 0))},
-        {"accepts 31 April", "clock: impossible dates refused",
-         answers(setDateTime && byteIs(1, 4) && byteIs(2, 31), put(code, 0))},
-        {"accepts 29 February of every year", "clock: impossible dates refused",
-         answers(setDateTime && byteIs(1, 2) && byteIs(2, 29), put(code, 0))},
-        {"takes 2100 for a leap year", "clock: impossible dates refused",
-         answers(setDateTime && byteIs(0, 100), put(code, 0))},
-        {"refuses 29 February", "clock: leap day accepted",
-         answers(setDateTime && byteIs(1, 2) && byteIs(2, 29), put(code, 186))},
-        {"refuses hour 24", "clock: impossible time of day accepted",
-         answers(setDateTime && byteAbove(3, 23), put(code, 186))},
-        {"refuses minute 60", "clock: impossible time of day accepted",
-         answers(setDateTime && byteAbove(4, 59), put(code, 186))},
-        {"refuses second 60", "clock: impossible time of day accepted",
-         answers(setDateTime && byteAbove(5, 59), put(code, 186))},
-        {"accepts a time without its payload", "clock: set to the present time",
-         answers(setDateTime, payload(""))},
-        {"answers a time the other way round", "clock: set to the present time",
-         answers(setDateTime, reversed())},
-
-        // ---- Serial number
-        {"refuses a serial number of 7 bytes", "serial number: in one frame",
-         answers(setSerial && byteIs(0, 7), put(code, 186))},
-        {"refuses an empty serial number", "serial number: in one frame",
-         answers(setSerial && byteIs(0, 0), put(code, 186))},
-        {"answers a serial number with a payload", "serial number: in one frame",
-         answers(setSerial, payload("00"))},
-        {"refuses bytes behind the serial number", "serial number: in one frame",
-         answers(setSerial && byteIs(0, 4) && sized(8), put(code, 186))},
-        {"answers a longer serial number at its second frame only", "serial number: in two frames",
-         obeys(setSerial && byteAbove(0, 7), put(operation, 2))},
-        {"answers Set Serial Ext in slot 0", "serial number: in two frames",
-         answers(setSerialExt, put(slot, 0))},
-        {"refuses a repeated Set Serial Ext", "serial number: in two frames",
-         [setSerialExt, wasExt = false](Model &model, const Frame &frame) mutable {
-             Answers given = model.handle(frame);
-             if (std::exchange(wasExt, setSerialExt(frame)) && wasExt)
-                 given.first() = changed(given.first(), put(code, 186));
-             return given;
-         }},
-        {"refuses more than 15 bytes", "serial number: in two frames",
-         answers(setSerial && byteAbove(0, 15), put(code, 186))},
-        {"accepts a Set Serial that lacks bytes", "serial number: Set Serial too short",
-         answers(setSerial && byteIs(0, 12) && !longerThan(7), put(code, 0))},
-        {"refuses a short serial number that lacks bytes", "serial number: Set Serial too short",
-         answers(setSerial && byteIs(0, 5) && !longerThan(5), put(code, 186))},
-        {"refuses an empty Set Serial", "serial number: Set Serial too short",
-         answers(setSerial && sized(0), put(code, 186))},
-        {"refuses a Set Serial Ext that lacks bytes", "serial number: Set Serial Ext too short",
-         answers(setSerialExt && sized(4), put(code, 186))},
-        {"refuses an empty Set Serial Ext", "serial number: Set Serial Ext too short",
-         answers(setSerialExt && sized(0), put(code, 186))},
-        {"ignores Set Serial Ext behind a short number",
-         "serial number: Set Serial Ext after a short number",
-         ignoresWhile(setSerialExt, [](const Model &model) { return model.serialLength <= 7; })},
-
-        // ---- Files that only --destructive sends
-        {"refuses to open a file of unknown type", "file: of unknown type",
-         answers(acceptedInitiate && byteAbove(0, 3), put(code, 30))},
-        {"refuses menu files", "file: menu and package",
-         answers(acceptedInitiate && byteIs(0, 1), put(code, 30))},
-        {"does not answer when it has installed", "file: configuration, installed",
-         ignoresWhile(complete, [](const Model &model) { return model.fileType == 0; })},
+    const When always = [](auto &, auto &) { return true; };
+    const When isOpen = [](auto &m, auto &) { return m.isOpen; };
+    const When installs = [](auto &m, auto &) { return m.fileType == 0; };
+    const When announcedEmpty = [](auto &m, auto &) { return m.fileSize == 0; };
+    const When noRecord = [](auto &m, auto &) { return m.record.isEmpty(); };
+    const When shortSerial = [](auto &m, auto &) { return m.serialLength < 8; };
+    const When isRepeated = [=](auto &m, auto &f) { return number.of(f) == m.expectedFrame - 1; };
+    const When isBeyond = [=](auto &m, auto &f) { return number.of(f) * 8 == m.record.size(); };
+    const When otherType = [](auto &m, auto &f) { return byte(0).of(f) != m.fileType; };
+    const When tooShort = [](auto &m, auto &) {
+        return m.files.value(m.place).size() < m.fileSize;
     };
+    const When isCut = [](auto &m, auto &) { return m.recordLength < m.record.size(); };
+    const When inRecord = [](auto &m, auto &) {
+        return m.expectedFrame > 0 && m.expectedFrame * 8 < m.record.size();
+    };
+    const When afterPause = [last = qint64(0)](auto &, auto &f) mutable {
+        const qint64 now = f.timeStamp().seconds() * 1000 + f.timeStamp().microSeconds() / 1000;
+        return now - std::exchange(last, now) > 1000;
+    };
+
+    const Change success = put(code, 0);
+    const Change failure = put(code, 186);
+    const Change reversed = [](auto &f, auto &) {
+        QByteArray bytes = f.payload();
+        std::reverse(bytes.begin(), bytes.end());
+        f.setPayload(bytes);
+    };
+
+    const Spoil padRecord = [](auto &m) { m.recordLength = m.record.size(); };
+    const Spoil closeFile = [](auto &m) { m.isOpen = false; };
+    const Spoil emptyFile = [](auto &m) { file(m).clear(); };
+    const auto setSize = [](quint32 bytes) { return [=](Model &m) { m.fileSize = bytes; }; };
+
+    QList<PlantedDeviation> all;
+    const char *check = nullptr;
+    const auto row = [&](const char *behaviour, const When &when, const Deviation &act) {
+        all += {behaviour, check,
+                [=](auto &m, auto &f) { return when(m, f) ? act(m, f) : m.handle(f); }};
+    };
+
+    check = "start of configuration: answered 5A A5 in every slot";
+    row("answers in slot 0", p3, answers(put(slot, 0)));
+    row("answers a start with what came", started, answers(payload("A55A")));
+    row("answers a start without the handshake", started, answers(payload("")));
+    row("answers a start twice", started, answersTwice);
+    row("answers without the response bit", p3, answers(put(responseBit, 0)));
+    row("answers to node 14", started, answers(put(to, 14)));
+    check = "start of configuration: answered at destination 14";
+    row("answers a command as node 14", p3 && to == 14, answers(put(from, 14)));
+    row("ignores commands to node 14", p3 && to == 14, ignores);
+    check = "start of configuration: more bytes after the handshake";
+    row("refuses bytes behind the handshake", start && size > 2, takes(payload("")));
+    row("answers a long handshake with more bytes", start && size > 2, answers(put(size, 4)));
+    check = "start of configuration: refused without the handshake";
+    row("takes no handshake for one", start && size == 0, takes(payload("A55A")));
+    row("takes half a handshake for one", start && size == 1, takes(payload("A55A")));
+    row("takes the answer's handshake", start && byte(0) == 0x5A, takes(payload("A55A")));
+    row("reads a handshake's first byte only", start && byte(0) == 0xA5, takes(payload("A55A")));
+    row("looks for the handshake anywhere", start && byte(0) == 0, takes(payload("A55A")));
+    row("refuses a start with code 1", start && byte(0) == 0x5A, answers(put(code, 1)));
+    row("refuses a start with a payload", start && byte(0) == 0x5A, answers(payload("5AA5")));
+    row("does not answer a refused start", start && !started, ignores);
+    check = "start of configuration: bits 15, 13 and 10 not read";
+    row("reads bit 15 of a command", command && bits(15, 1) == 1, ignores);
+    row("reads bit 13 of a command", command && bits(13, 1) == 1, ignores);
+    row("reads bit 10 of a command", command && bits(10, 1) == 1, ignores);
+    check = "end of configuration: answered whatever it carries";
+    row("ignores an end with a payload", end && size > 0, ignores);
+    row("refuses an end of 8 bytes", end && size == 8, answers(failure));
+    row("answers an end with a payload", end, answers(payload("5AA5")));
+    row("refuses an end without a start", without(started, end) && end, answers(failure));
+
+    check = "silence: commands from nodes other than 24";
+    row("answers commands of node 0", p3 && from == 0, takes(put(from, 24)));
+    row("answers commands of node 23 late", p3 && from == 23, speaks(p3Failure, 300));
+    check = "silence: commands to nodes other than 26 and 14";
+    row("answers commands to node 25", p3 && to == 25, takes(put(to, 26)));
+    row("answers commands to node 31", p3 && to == 31, takes(put(to, 26)));
+    row("answers commands to node 25 late", p3 && to == 25, speaks(p3Failure, 300));
+    check = "silence: commands on interfaces other than 11";
+    row("answers on every interface", command, takes(put(interfaceId, 11)));
+    row("answers on interface 3", command && interfaceId == 3, takes(put(interfaceId, 11)));
+    row("refuses late on interface 10", command && interfaceId == 10, speaks(p3Failure, 400));
+    check = "silence: operations 5 to 63";
+    row("refuses unknown operations late", command && operation > 4, speaks(p3Failure, 200));
+    row("takes operation 8 for 0", command && operation == 8, takes(put(operation, 0)));
+    row("takes operation 60 for 4", command && operation == 60, takes(put(operation, 4)));
+    check = "silence: commands with the response bit";
+    row("handles commands with the response bit", p3, takes(put(responseBit, 0)));
+    row("refuses responses late", p3 && responseBit == 1, speaks(p3Failure, 250));
+    check = "silence: protocols other than 3 and 6";
+    row("takes protocol 5 for P6", protocol == 5, takes(put(protocol, 6)));
+    row("takes protocol 7 for P3", protocol == 7, takes(put(protocol, 3)));
+    row("takes protocol 0 for P3", protocol == 0, takes(put(protocol, 3)));
+    row("answers protocol 5 late", protocol == 5, speaks(p5Message, 450));
+    check = "silence: transfer messages from nodes other than 24";
+    row("answers transfer messages of node 23", p6 && from == 23, takes(put(from, 24)));
+    row("takes Data Frames of node 23", dataFrame && from == 23, takes(put(from, 24)));
+    row("takes Record Start of node 23", recordStart && from == 23, takes(put(from, 24)));
+    row("obeys Transfer Info of node 23", info && from == 23, obeys(put(from, 24)));
+    row("obeys Initiate Transfer of node 23", initiate && from == 23, obeys(put(from, 24)));
+    row("obeys Transfer Complete of node 23", complete && from == 23, obeys(put(from, 24)));
+    check = "silence: transfer messages to nodes other than 26 and 14";
+    row("answers transfer messages to node 25", p6 && to == 25, takes(put(to, 26)));
+    row("takes Data Frames to node 25", dataFrame && to == 25, takes(put(to, 26)));
+    check = "silence: message types 5 to 14";
+    row("answers unknown types late", unknownType, speaks(p6Failure, 350));
+    row("takes type 8 for Transfer Info", p6 && type == 8, takes(put(type, 0)));
+    check = "silence: nothing sent without a request";
+    row("sends an event unasked", started, speaks(p3Event, 900));
+    row("answers an end a second time, late", end, speaks(p3Failure, 800));
+
+    check = "Transfer Info: accepted with 6 bytes and more";
+    row("refuses Transfer Info of 8 bytes", info && size == 8, takes(payload("")));
+    row("refuses Transfer Info of 6 bytes", info && size == 6, takes(payload("")));
+    row("answers Transfer Info twice", goodInfo, answersTwice);
+    row("answers Transfer Info with 7 bytes", goodInfo, answers(put(size, 7)));
+    row("answers Transfer Info for version 3", info, answers(put(byte(0), 0x0E)));
+    row("answers with bit 10 set", p6, answers(put(bits(10, 1), 1)));
+    check = "Transfer Info: every file type accepted";
+    row("refuses packages", goodInfo && byte(0) == 3, answers(put(code, 29)));
+    row("refuses unknown file types", goodInfo && byte(0) > 3, answers(put(code, 29)));
+    check = "Transfer Info: low bits of the version byte not read";
+    row("reads the low bits of the version byte", info && byte(1) == 0x0B, takes(payload("")));
+    check = "Transfer Info: 0 to 5 bytes refused with the parameters";
+    row("accepts Transfer Info of 5 bytes", info && size == 5, takes(put(size, 6)));
+    row("answers an empty Transfer Info with nothing", info && size == 0, answers(payload("")));
+    row("answers an empty Transfer Info with 7 bytes", info && size == 0, answers(put(size, 7)));
+    row("answers an empty Transfer Info with code 0", info && size == 0, answers(success));
+    row("does not answer an empty Transfer Info", info && size == 0, ignores);
+    row("refuses Transfer Info with code 30", badInfo, answers(put(code, 30)));
+    row("refuses Transfer Info with other parameters", badInfo, answers(put(byte(2), 0)));
+    check = "Transfer Info: versions other than 2 refused with the parameters";
+    row("accepts Transfer Info of version 3", info && version == 3, takes(put(byte(1), 8)));
+    row("accepts Transfer Info of version 34", info && version == 34, takes(put(byte(1), 8)));
+    row("accepts Transfer Info of version 1", info && version == 1, takes(put(byte(1), 8)));
+    check = "Transfer Info: answered at destination 14";
+    row("ignores transfer messages to node 14", p6 && to == 14, ignores);
+    row("answers a transfer message as node 14", p6 && to == 14, answers(put(from, 14)));
+    check = "Transfer Info: file size of 4 bytes";
+    row("keeps 8 bits of the file size", info, after([](auto &m) { m.fileSize &= 0xFF; }));
+    row("keeps 16 bits of the file size", info, after([](auto &m) { m.fileSize &= 0xFFFF; }));
+    row("keeps 24 bits of the file size", info, after([](auto &m) { m.fileSize &= 0xFFFFFF; }));
+    check = "Transfer Info: the last accepted size counts";
+    row("keeps the first file size", goodInfo && isOpen, keeps(&Model::fileSize));
+
+    check = "Initiate Transfer: accepted, bytes 2 and 3 not read";
+    row("reads byte 2 of Initiate Transfer", initiate && byte(2) == 0xFF, takes(payload("")));
+    row("reads the low bits of Initiate Transfer", initiate && byte(1) == 0x0B, takes(payload("")));
+    row("answers Initiate Transfer without a payload", initiate, answers(payload("")));
+    row("answers Initiate Transfer with what came", initiate, answers(payload("0208000001000000")));
+    check = "Initiate Transfer: 0 to 7 bytes refused";
+    row("accepts Initiate Transfer of 7 bytes", initiate && size == 7, takes(put(size, 8)));
+    row("ignores an empty Initiate Transfer", initiate && size == 0, ignores);
+    row("refuses Initiate Transfer with code 29", badInitiate, answers(put(code, 29)));
+    check = "Initiate Transfer: versions other than 2 refused";
+    row("accepts Initiate Transfer of version 3", initiate && version == 3, takes(put(byte(1), 8)));
+    check = "Initiate Transfer: empties the file";
+    row("does not empty the file", goodInitiate, keeps(&Model::files));
+    check = "Initiate Transfer: leaves the file alone when refused";
+    row("empties the file at a refused Initiate Transfer", badInitiate, before(emptyFile));
+    check = "Initiate Transfer: a second one starts over";
+    row("does not start over at Initiate Transfer", goodInitiate && isOpen, keeps(&Model::files));
+    check = "Initiate Transfer: needs no Transfer Info";
+    row("needs a Transfer Info", without(goodInfo, complete) && goodInitiate, answers(failure));
+    check = "Initiate Transfer: chooses the file, whatever Transfer Info says";
+    row("checks the file that Transfer Info says", complete,
+        before([](auto &m) { m.place = qMin(m.fileType, 4); }));
+    row("refuses file types that differ", goodInitiate && otherType, answers(put(code, 30)));
+    check = "Initiate Transfer: number of records not enforced";
+    row("refuses 4294967295 records", initiate && byte(7) == 0xFF, takes(payload("")));
+    const When notAnnounced = [=, left = 0](auto &m, auto &f) mutable {
+        left = goodInitiate(m, f) ? byte(4).of(f) : left;
+        return recordStart(m, f) && left-- <= 0;
+    };
+    row("takes no more records than announced", notAnnounced, ignores);
+
+    check = "file: 1 to 1500 bytes in up to 3 records";
+    row("stores line feeds as two bytes", recordEnd,
+        after([](auto &m) { file(m).replace("\n", "\r\n"); }));
+    row("stores one byte less", recordEnd, after([](auto &m) { file(m).chop(1); }));
+    row("pads short frames", dataFrame, after(padRecord));
+    row("takes 63 frames a record", dataFrame && number == 63, ignores);
+    row("keeps the last record only", recordEnd, before(emptyFile));
+    row("reads a record's CRC-32 backwards", recordEnd && size == 4, takes(reversed));
+    row("reads a file's CRC-32 backwards", complete && size == 4, takes(reversed));
+    row("answers a file's CRC-32 with the highest byte first", complete, answers(reversed));
+    row("answers Record End with 2 bytes", recordEnd, answers(put(size, 2)));
+    row("answers Record End with 01 for a right record", recordEnd, answers(put(byte(0), 1)));
+    row("does not answer Record End", recordEnd, obeys(put(type, 3)));
+    row("answers Transfer Complete without the CRC-32", complete, answers(payload("")));
+    check = "file: empty";
+    row("answers Transfer Complete twice", complete, answersTwice);
+    row("refuses an empty file", complete && byte(0) == 0 && byte(3) == 0, answers(failure));
+    check = "file: to destination 14";
+    row("ignores Data Frames to node 14", dataFrame && to == 14, ignores);
+    check = "file: to both destinations alternately";
+    const When toAnother = [=, opened = 0](auto &m, auto &f) mutable {
+        opened = initiate(m, f) ? to.of(f) : opened;
+        return dataFrame(m, f) && to.of(f) != opened;
+    };
+    row("keeps a transfer for each destination", toAnother, ignores);
+    check = "file: unread identifier bits set";
+    row("reads bit 11 of a transfer message", p6 && bits(11, 1) == 1, ignores);
+    row("takes a set bit 10 for a response", p6 && bits(10, 1) == 1, ignores);
+    row("reads the result code of a transfer message", recordEnd && code > 0, ignores);
+    row("reads the low bits of a Data Frame's identifier", dataFrame && bits(0, 0xF) > 0, ignores);
+    check = "file: with pauses of more than a second";
+    row("gives up a transfer after a second", afterPause, before(closeFile));
+    row("gives up a record after a second", afterPause, before(loseRecord));
+
+    check = "record: Record Start and Data Frames unanswered";
+    row("answers Record Start late", recordStart, speaks(0x1B582000, 400));
+    row("answers Data Frames late", dataFrame, speaks(0x1B58F000, 300));
+    check = "record: frames out of order refused, then repeated";
+    row("takes frames in any order", dataFrame, [=](auto &m, auto &f) {
+        m.expectedFrame = number.of(f);
+        return m.handle(f);
+    });
+    check = "record: repeated frames dropped";
+    row("fills a gap with the next frame", dataFrame,
+        [=](auto &m, auto &f) { return m.handle(changed(f, put(number, int(m.expectedFrame)))); });
+    row("takes repeated frames", dataFrame && isRepeated,
+        before([](auto &m) { --m.expectedFrame; }));
+    row("refuses a record with a repeated frame", dataFrame && isRepeated, before(loseRecord));
+    check = "record: last frame missing refused, then repeated";
+    row("accepts any record", recordEnd,
+        answers([](auto &f, auto &) { f = Frame(0x1B583000, QByteArray(1, '\0')); }));
+    row("refuses a record with code 1", recordEnd,
+        answers([=](auto &f, auto &) { code.put(f, code.of(f) == 0 ? 0 : 1); }));
+    check = "record: frame missing refused, then repeated";
+    row("refuses a record without saying 01", recordEnd, answers(payload("00")));
+    check = "record: frames beyond those announced dropped";
+    row("takes more frames than announced", dataFrame && isBeyond, before([](auto &m) {
+            m.record.resize(m.record.size() + 8);
+            m.recordLength += 8;
+        }));
+    check = "record: 255 frames announced, 64 received";
+    row("announces 64 frames at most", recordStart && byte(0) > 64, takes(put(byte(0), 64)));
+    row("counts frames from 0 again behind the 64th", dataFrame,
+        before([](auto &m) { m.expectedFrame %= 64; }));
+    check = "record: bytes that did not arrive count as zero";
+    row("keeps the bytes of the record before", recordStart, [](auto &m, auto &f) {
+        const QByteArray old = m.record;
+        Answers given = m.handle(f);
+        m.record = old.left(m.record.size()) + m.record.mid(old.size());
+        return given;
+    });
+    row("ends a record at the last frame that came", recordEnd,
+        before([](auto &m) { m.recordLength = qMin(m.recordLength, m.expectedFrame * 8); }));
+    check = "record: wrong CRC-32 refused, then repeated";
+    row("stores refused records", recordEnd, after([](auto &m) { file(m) += m.record; }, 186));
+    row("ends the transfer at a refused record", recordEnd, after(closeFile, 186));
+    check = "record: Record End of wrong size stands for CRC-32 0";
+    row("takes Record End of 5 bytes", recordEnd && size == 5, takes(put(size, 4)));
+    row("ignores Record End of 3 bytes", recordEnd && size == 3, ignores);
+    check = "record: repeated Record End appends again";
+    row("refuses a repeated Record End", recordEnd, after(loseRecord, 0));
+    row("stores a repeated Record End once", always,
+        [=, isStored = false](auto &m, auto &f) mutable {
+            const QHash<int, QByteArray> files = m.files;
+            Answers given = m.handle(f);
+            const bool isEnd = recordEnd(m, f) && !given.isEmpty() && code.of(given.first()) == 0;
+            if (isEnd && isStored)
+                m.files = files;
+            isStored = isEnd || (isStored && !recordStart(m, f));
+            return given;
+        });
+    check = "record: right Record End after a refused one";
+    row("loses a refused record", recordEnd, after(loseRecord, 186));
+    check = "record: without frames";
+    row("refuses Record End of wrong size", recordEnd && !(size == 4), takes(payload("FFFFFFFF")));
+    row("ignores a record of no frames", recordEnd && noRecord, ignores);
+    check = "record: Record Start of wrong size changes nothing";
+    row("takes Record Start of 4 bytes", recordStart && size == 4, takes(put(size, 5)));
+    row("takes Record Start of 6 bytes", recordStart && size == 6, takes(put(size, 5)));
+    row("loses the record at wrong Record Start", recordStart && !(size == 5), before(loseRecord));
+    check = "record: restarted before its end";
+    row("ignores Record Start within a record", recordStart && inRecord, ignores);
+    row("does not count anew at Record Start", recordStart, keeps(&Model::expectedFrame));
+    check = "record: short frame in the middle";
+    row("ends a record at a short frame", dataFrame && !(size == 8),
+        after([](auto &m) { m.expectedFrame = 99; }));
+    row("cuts nothing off for a short frame in the middle", dataFrame && isCut, after(padRecord));
+    check = "record: empty Data Frame";
+    row("ignores empty Data Frames", dataFrame && size == 0, ignores);
+    check = "record: appended in order of arrival, not of number";
+    row("drops a record of another number", recordStart && byte(1) == 7, takes(payload("")));
+    row("puts records at the place of their numbers", always,
+        [=, place = 0](auto &m, auto &f) mutable {
+            if (recordStart(m, f))
+                place = byte(1).of(f) * 512;
+            const QByteArray old = file(m);
+            Answers given = m.handle(f);
+            if (recordEnd(m, f) && place > 0 && file(m) != old)
+                file(m) = old.leftJustified(place, '\0').insert(place, file(m).mid(old.size()));
+            return given;
+        });
+    check = "record: after Transfer Complete answered, not stored";
+    row("stores records behind Transfer Complete", complete,
+        after([](auto &m) { m.isOpen = true; }));
+    row("ignores records behind Transfer Complete", recordEnd && !isOpen, ignores);
+
+    check = "completion: wrong CRC-32 answered with the computed one";
+    row("answers a wrong file with the CRC-32 that came", complete,
+        answers([](auto &f, auto &request) { f.setPayload(request.payload()); }));
+    row("accepts any file", complete, answers(success));
+    row("compares 16 bits of the CRC-32", complete, answers([=](auto &f, auto &request) {
+            if (f.payload().left(2) == request.payload().left(2))
+                success(f, request);
+        }));
+    row("empties a refused file", complete, after(emptyFile, 186));
+    check = "completion: Transfer Complete of wrong size stands for CRC-32 0";
+    row("takes Transfer Complete of 5 bytes", complete && size == 5, takes(put(size, 4)));
+    row("ignores an empty Transfer Complete", complete && size == 0, ignores);
+    row("refuses Transfer Complete of wrong size", complete && !(size == 4), answers(failure));
+    check = "completion: repeated";
+    row("answers Transfer Complete once", complete && !isOpen, ignores);
+    row("refuses a repeated Transfer Complete", complete, after([](auto &m) { m.place = -1; }));
+    check = "completion: a shorter file replaces a longer one";
+    row("writes over the file without emptying it", always,
+        [=, rest = QByteArray()](auto &m, auto &f) mutable {
+            if (goodInitiate(m, f))
+                rest = m.files.value(byte(0).of(f));
+            Answers given = m.handle(f);
+            if (complete(m, f))
+                file(m) += rest.mid(file(m).size());
+            return given;
+        });
+    check = "completion: abandoned transfer replaced by a new one";
+    row("ignores a new transfer after an abandoned one", initiate && inRecord, ignores);
+    check = "completion: file longer than announced";
+    row("reads the file size with the highest byte first", goodInfo,
+        after([](auto &m) { m.fileSize = qbswap(m.fileSize); }));
+    row("checks the whole file", complete, before(setSize(0xFFFFFFFF)));
+    row("checks all if announced as empty", complete && announcedEmpty,
+        before(setSize(0xFFFFFFFF)));
+    check = "completion: file shorter than announced";
+    row("fills the file up to the size announced", complete,
+        before([](auto &m) { file(m) = file(m).leftJustified(qMin(m.fileSize, 5000u), '\0'); }));
+    row("refuses a file of another size than announced", complete && tooShort, answers(failure));
+
+    check = "transfer: undisturbed by start of configuration";
+    row("loses the record at a start", started, after(loseRecord));
+    row("closes the file at a start", started, after(closeFile));
+    check = "transfer: undisturbed by a refused start of configuration";
+    row("loses the record at a refused start", start && !started, after(loseRecord));
+    check = "transfer: undisturbed by end of configuration";
+    row("loses the record at an end", end, after(loseRecord));
+    row("closes the file at an end", end, after(closeFile));
+    row("forgets the size at an end", end, after(setSize(0)));
+    check = "transfer: undisturbed by another Transfer Info";
+    row("empties the file at another Transfer Info", goodInfo, before(emptyFile));
+    row("loses the record at another Transfer Info", goodInfo, after(loseRecord));
+    row("closes the file at another Transfer Info", goodInfo, after(closeFile));
+    check = "transfer: undisturbed by a refused Transfer Info";
+    row("takes the size of a refused Transfer Info", badInfo, after(setSize(5)));
+    row("loses the record at a refused Transfer Info", badInfo, after(loseRecord));
+    row("closes the file at a refused Transfer Info", badInfo, after(closeFile));
+    check = "transfer: undisturbed by a refused Initiate Transfer";
+    row("loses the record at a refused Initiate Transfer", badInitiate, after(loseRecord));
+    row("closes the file at a refused Initiate Transfer", badInitiate, after(closeFile));
+    check = "transfer: undisturbed by unknown messages";
+    row("loses the record at an unknown type", unknownType, after(loseRecord));
+    row("takes type 7 for a Data Frame", p6 && type == 7, takes(put(type, 15)));
+    row("loses the record at an unknown operation", command && operation > 4, after(loseRecord));
+    row("closes the file at protocol 5", protocol == 5, after(closeFile));
+    check = "transfer: undisturbed by clock and serial number";
+    row("loses the record at Set Date Time", setTime, after(loseRecord));
+    row("closes the file at Set Serial", setSerial, after(closeFile));
+
+    check = "clock: wrong sizes refused";
+    row("takes 5 bytes for a time", setTime && size == 5, takes(put(size, 6)));
+    row("takes 7 bytes for a time", setTime && size == 7, takes(put(size, 6)));
+    row("refuses a time without its payload", setTime && !(size == 6), answers(payload("")));
+    row("does not answer an empty Set Date Time", setTime && size == 0, ignores);
+    check = "clock: impossible dates refused";
+    row("accepts month 13", setTime && byte(1) == 13, answers(success));
+    row("accepts day 0", setTime && byte(2) == 0, answers(success));
+    row("accepts 31 April", setTime && byte(1) == 4 && byte(2) == 31, answers(success));
+    row("accepts every 29 February", setTime && byte(1) == 2 && byte(2) == 29, answers(success));
+    row("takes 2100 for a leap year", setTime && byte(0) == 100, answers(success));
+    check = "clock: leap day accepted";
+    row("refuses 29 February", setTime && byte(1) == 2 && byte(2) == 29, answers(failure));
+    check = "clock: impossible time of day accepted";
+    row("refuses hour 24", setTime && byte(3) > 23, answers(failure));
+    row("refuses minute 60", setTime && byte(4) > 59, answers(failure));
+    row("refuses second 60", setTime && byte(5) > 59, answers(failure));
+    check = "clock: set to the present time";
+    row("accepts a time without its payload", setTime, answers(payload("")));
+    row("answers a time the other way round", setTime, answers(reversed));
+
+    check = "serial number: in one frame";
+    row("refuses a serial number of 7 bytes", setSerial && byte(0) == 7, answers(failure));
+    row("refuses an empty serial number", setSerial && byte(0) == 0, answers(failure));
+    row("answers a serial number with a payload", setSerial, answers(payload("00")));
+    row("refuses bytes behind a number", setSerial && byte(0) == 4 && size == 8, answers(failure));
+    check = "serial number: in two frames";
+    row("answers a long serial number once", setSerial && byte(0) > 7, obeys(put(operation, 2)));
+    row("answers Set Serial Ext in slot 0", setExt, answers(put(slot, 0)));
+    const When isExtAgain = [=, was = false](auto &m, auto &f) mutable {
+        return std::exchange(was, setExt(m, f)) && was;
+    };
+    row("refuses a repeated Set Serial Ext", isExtAgain, answers(failure));
+    row("refuses more than 15 bytes", setSerial && byte(0) > 15, answers(failure));
+    check = "serial number: Set Serial too short";
+    row("accepts a number that lacks bytes", setSerial && byte(0) == 12 && !(size > 7),
+        answers(success));
+    row("refuses 2 of 5 bytes of a number", setSerial && byte(0) == 5 && !(size > 5),
+        answers(failure));
+    row("refuses an empty Set Serial", setSerial && size == 0, answers(failure));
+    check = "serial number: Set Serial Ext too short";
+    row("refuses a Set Serial Ext that lacks bytes", setExt && size == 4, answers(failure));
+    row("refuses an empty Set Serial Ext", setExt && size == 0, answers(failure));
+    check = "serial number: Set Serial Ext after a short number";
+    row("ignores Set Serial Ext behind a short number", setExt && shortSerial, ignores);
+
+    check = "file: of unknown type";
+    row("refuses files of unknown type", goodInitiate && byte(0) > 3, answers(put(code, 30)));
+    check = "file: menu and package";
+    row("refuses menu files", goodInitiate && byte(0) == 1, answers(put(code, 30)));
+    check = "file: configuration, installed";
+    row("does not answer when it has installed", complete && installs, ignores);
+    return all;
 }
 
 } // namespace
