@@ -178,8 +178,7 @@ void interruptedRecord(Probe &probe, const std::function<void()> &interrupt)
     probe.destination = nodeDockhand;
     probe.dataFrame(1, data.mid(8, 8));
     probe.dataFrame(2, data.mid(16, 8));
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     probe.close(first + data);
 }
 
@@ -238,8 +237,7 @@ void nothingUnasked(Probe &probe)
 {
     probe.command(StartConfiguration::operation, hex("a55a"));
     probe.expectResponse(resultSuccess, hex("5aa5"));
-    probe.transferInfo(generic, 0);
-    probe.expectParameters(resultSuccess);
+    probe.announce(generic, 0);
     probe.command(EndConfiguration::operation, {});
     probe.expectResponse(resultSuccess);
     probe.expectNothing();
@@ -257,10 +255,8 @@ void infoAccepted(Probe &probe)
 
 void infoOfEveryFileType(Probe &probe)
 {
-    for (const quint32 fileType : {0u, 1u, 2u, 3u, 4u, 5u, 128u, 255u}) {
-        probe.transferInfo(fileType, 10);
-        probe.expectParameters(resultSuccess);
-    }
+    for (const quint32 fileType : {0u, 1u, 2u, 3u, 4u, 5u, 128u, 255u})
+        probe.announce(fileType, 10);
 }
 
 void infoLowVersionBits(Probe &probe)
@@ -295,8 +291,7 @@ void infoOfOtherVersions(Probe &probe)
 void infoAtSecondDestination(Probe &probe)
 {
     probe.destination = nodeDockhandAlt;
-    probe.transferInfo(generic, 10000);
-    probe.expectParameters(resultSuccess);
+    probe.announce(generic, 10000);
 }
 
 void sizeOfFourBytes(Probe &probe)
@@ -313,11 +308,9 @@ void lastSizeCounts(Probe &probe)
 {
     probe.open(generic, 10, 1);
     probe.record(content(30, 51));
-    probe.transferInfo(generic, 20);
-    probe.expectParameters(resultSuccess);
+    probe.announce(generic, 20);
     probe.close(content(30, 51).left(20));
-    probe.transferInfo(generic, 30);
-    probe.expectParameters(resultSuccess);
+    probe.announce(generic, 30);
     probe.close(content(30, 51));
 }
 
@@ -394,13 +387,11 @@ void initiateWithoutInfo(Probe &probe)
 
 void initiateChoosesFile(Probe &probe)
 {
-    probe.transferInfo(FileType::package, 24);
-    probe.expectParameters(resultSuccess);
+    probe.announce(FileType::package, 24);
     probe.initiate(generic, 1);
     probe.expectInitiated();
     probe.record(content(24, 56));
-    probe.transferInfo(FileType::menu, 24);
-    probe.expectParameters(resultSuccess);
+    probe.announce(FileType::menu, 24);
     probe.close(content(24, 56));
     // The bytes went to the generic file, not to the announced types.
     probe.initiate(generic, 1);
@@ -443,8 +434,7 @@ void fileToBothDestinations(Probe &probe)
     const auto other = [&probe] {
         probe.destination = probe.destination == nodeDockhand ? nodeDockhandAlt : nodeDockhand;
     };
-    probe.transferInfo(generic, 24);
-    probe.expectParameters(resultSuccess);
+    probe.announce(generic, 24);
     other();
     probe.initiate(generic, 1);
     probe.expectInitiated();
@@ -455,8 +445,7 @@ void fileToBothDestinations(Probe &probe)
         probe.dataFrame(i, data.mid(qsizetype(i) * 8, 8));
     }
     other();
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     other();
     probe.close(data);
 }
@@ -479,8 +468,7 @@ void fileWithPauses(Probe &probe)
     probe.dataFrame(0, data.left(8));
     probe.pause(pause);
     probe.dataFrame(1, data.mid(8));
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     probe.pause(pause);
     probe.close(data);
 }
@@ -495,8 +483,7 @@ void startAndDataUnanswered(Probe &probe)
     probe.expectLastingSilence();
     probe.dataFrames(data);
     probe.expectLastingSilence();
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     probe.close(data);
 }
 
@@ -540,8 +527,7 @@ void frameRepeated(Probe &probe)
     probe.dataFrame(1, data.mid(8, 8));
     probe.dataFrame(2, data.mid(16, 8));
     probe.dataFrame(2, content(8, 6));
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     probe.close(data);
 }
 
@@ -551,8 +537,7 @@ void framesBeyondTheRecord(Probe &probe)
     probe.open(generic, 16, 1);
     probe.recordStart(2);
     probe.dataFrames(data + content(24, 62));
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     probe.close(data);
 }
 
@@ -564,8 +549,7 @@ void moreFramesAnnounced(Probe &probe)
     probe.recordStart(255);
     probe.dataFrames(data);
     probe.dataFrame(0, content(8, 64));
-    probe.recordEnd(crc32Of(kept));
-    probe.expectRecordAccepted();
+    probe.endRecord(kept);
     probe.close(kept);
 }
 
@@ -578,8 +562,7 @@ void bytesThatDidNotArrive(Probe &probe)
     const QByteArray kept = data + QByteArray(16, '\0');
     probe.recordStart(4, 1);
     probe.dataFrames(data);
-    probe.recordEnd(crc32Of(kept));
-    probe.expectRecordAccepted();
+    probe.endRecord(kept);
     probe.close(content(32, 65) + kept);
 }
 
@@ -617,8 +600,7 @@ void recordEndRepeated(Probe &probe)
     probe.open(generic, 72, 3);
     probe.record(data);
     for (int i = 0; i < 2; ++i) {
-        probe.recordEnd(crc32Of(data));
-        probe.expectRecordAccepted();
+        probe.endRecord(data);
     }
     probe.close(data + data + data);
 }
@@ -631,8 +613,7 @@ void recordEndCorrected(Probe &probe)
     probe.dataFrames(data);
     probe.recordEnd(~crc32Of(data));
     probe.expectRecordRefused();
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     probe.close(data);
 }
 
@@ -664,8 +645,7 @@ void recordStartOfWrongSize(Probe &probe)
     for (const char *payload : {"", "05000000", "050000000000"})
         probe.message(RecordStart::type, hex(payload));
     probe.dataFrame(1, data.mid(8));
-    probe.recordEnd(crc32Of(data));
-    probe.expectRecordAccepted();
+    probe.endRecord(data);
     probe.close(data);
 }
 
@@ -689,8 +669,7 @@ void shortFrameInTheMiddle(Probe &probe)
     probe.dataFrame(0, data.left(8));
     probe.dataFrame(1, data.mid(8, 3));
     probe.dataFrame(2, data.mid(16, 8));
-    probe.recordEnd(crc32Of(kept));
-    probe.expectRecordAccepted();
+    probe.endRecord(kept);
     probe.close(kept);
 }
 
@@ -703,8 +682,7 @@ void emptyDataFrame(Probe &probe)
     probe.dataFrame(0, data.left(8));
     probe.dataFrame(1, {});
     probe.dataFrame(2, data.mid(8));
-    probe.recordEnd(crc32Of(kept));
-    probe.expectRecordAccepted();
+    probe.endRecord(kept);
     probe.close(kept);
 }
 
@@ -767,8 +745,7 @@ void fileReplaced(Probe &probe)
     probe.transfer(generic, content(100, 21));
     probe.transfer(generic, content(10, 22));
     // Announcing more bytes than the file has checks all of it.
-    probe.transferInfo(generic, 1000);
-    probe.expectParameters(resultSuccess);
+    probe.announce(generic, 1000);
     probe.close(content(10, 22));
 }
 
@@ -804,8 +781,7 @@ void disturbedTransfer(Probe &probe, const std::function<void()> &disturb)
 {
     const QByteArray first = content(24, 30);
     const QByteArray second = content(16, 31);
-    probe.transferInfo(generic, 40);
-    probe.expectParameters(resultSuccess);
+    probe.announce(generic, 40);
     disturb();
     probe.initiate(generic, 2);
     probe.expectInitiated();
@@ -816,8 +792,7 @@ void disturbedTransfer(Probe &probe, const std::function<void()> &disturb)
         probe.dataFrame(i, first.mid(qsizetype(i) * 8, 8));
         disturb();
     }
-    probe.recordEnd(crc32Of(first));
-    probe.expectRecordAccepted();
+    probe.endRecord(first);
     disturb();
     probe.record(second, 1);
     disturb();
@@ -852,10 +827,7 @@ void endDuringTransfer(Probe &probe)
 
 void infoDuringTransfer(Probe &probe)
 {
-    disturbedTransfer(probe, [&probe] {
-        probe.transferInfo(generic, 40);
-        probe.expectParameters(resultSuccess);
-    });
+    disturbedTransfer(probe, [&probe] { probe.announce(generic, 40); });
 }
 
 void refusedInfoDuringTransfer(Probe &probe)

@@ -134,12 +134,6 @@ void Probe::message(quint32 type, const QByteArray &payload)
     send(P6::messageId(nodeShipwright, destination, type, 0, 0) | unreadBits, payload);
 }
 
-void Probe::transferInfo(quint32 fileType, quint32 size)
-{
-    const char version = char(P6::versionField.pack(P6::version));
-    message(TransferInfo::type, QByteArray(1, char(fileType)) + version + littleEndian(size));
-}
-
 void Probe::initiate(quint32 fileType, quint32 records)
 {
     const char version = char(P6::versionField.pack(P6::version));
@@ -293,10 +287,16 @@ void Probe::listen(qint64 limit)
 
 // ---- Whole steps
 
+void Probe::announce(quint32 fileType, quint32 size)
+{
+    const char version = char(P6::versionField.pack(P6::version));
+    message(TransferInfo::type, QByteArray(1, char(fileType)) + version + littleEndian(size));
+    expectParameters(resultSuccess);
+}
+
 void Probe::open(quint32 fileType, quint32 size, quint32 records)
 {
-    transferInfo(fileType, size);
-    expectParameters(resultSuccess);
+    announce(fileType, size);
     initiate(fileType, records);
     expectInitiated();
 }
@@ -305,6 +305,11 @@ void Probe::record(const QByteArray &data, quint32 number)
 {
     recordStart((data.size() + DataFrame::size - 1) / DataFrame::size, number);
     dataFrames(data);
+    endRecord(data);
+}
+
+void Probe::endRecord(const QByteArray &data)
+{
     recordEnd(crc32Of(data));
     expectRecordAccepted();
 }

@@ -64,7 +64,6 @@ public:
     void send(quint32 id, const QByteArray &payload);
     void command(quint32 operation, const QByteArray &payload, quint32 slot = 0);
     void message(quint32 type, const QByteArray &payload);
-    void transferInfo(quint32 fileType, quint32 size);
     void initiate(quint32 fileType, quint32 records);
     void recordStart(qsizetype frames, quint32 number = 0);
     void dataFrame(quint32 number, const QByteArray &payload);
@@ -93,8 +92,11 @@ public:
     void expectNothing();
 
     // ---- Whole steps
+    void announce(quint32 fileType, quint32 size);
     void open(quint32 fileType, quint32 size, quint32 records);
     void record(const QByteArray &data, quint32 number = 0);
+    /// Ends a record that must have arrived as \a data.
+    void endRecord(const QByteArray &data);
     /// Ends a transfer whose file must now hold \a data.
     void close(const QByteArray &data);
     void transfer(quint32 fileType, const QByteArray &data);
