@@ -35,6 +35,11 @@ static QCanBusFrame parsed(const char *frame)
     return entry ? entry->frame : QCanBusFrame(QCanBusFrame::InvalidFrame);
 }
 
+static QString lineOf(const char *frame)
+{
+    return decodedLine(parsed(frame), decode(parsed(frame)), 0);
+}
+
 void DecoderTest::line_tellsTheMessage_data()
 {
     QTest::addColumn<QString>("text");
@@ -104,17 +109,17 @@ void DecoderTest::line_tellsTheMessage_data()
 void DecoderTest::line_tellsTheMessage()
 {
     QFETCH(QString, text);
-    const QString line = decodedLine(parsed(QTest::currentDataTag()), 0);
+    const QString line = lineOf(QTest::currentDataTag());
     QCOMPARE(line.mid(47), text);
 }
 
 void DecoderTest::line_escapesWhatATerminalWouldObey()
 {
-    const QString line = decodedLine(parsed("0F1A02C2#071B5B33316D0A41"), 0);
+    const QString line = lineOf("0F1A02C2#071B5B33316D0A41");
     QVERIFY2(line.endsWith(u"P3 Set Serial: slot 0, 7 bytes in all, \"\\u001b[31m\\nA\""_s),
              qPrintable(line));
     // U+009B starts an escape sequence in one character, U+202E reverses the text direction.
-    const QString ext = decodedLine(parsed("0F1A02C3#C29BE280AE"), 0);
+    const QString ext = lineOf("0F1A02C3#C29BE280AE");
     QVERIFY2(ext.endsWith(u"\"\\u009b\\u202e\""_s), qPrintable(ext));
 }
 
@@ -123,7 +128,7 @@ void DecoderTest::line_startsWithTimeIdentifierAndBytes()
     const auto entry = Candump::parse("(1436509052.249713) can0 1B1A3000#2639F4CB\n");
     QVERIFY(entry);
     QCOMPARE(
-        decodedLine(entry->frame, 1436509051'249'700),
+        decodedLine(entry->frame, decode(entry->frame), 1436509051'249'700),
         u"  1.000013  1B1A3000  26 39 F4 CB              Shipwright > Dockhand  P6 Record End: "
         "CRC-32 0xcbf43926"_s);
 }
@@ -140,7 +145,8 @@ void DecoderTest::object_carriesTheFields()
         {u"fields"_s, QJsonObject{{u"record"_s, 5}, {u"frames"_s, 65}}},
         {u"fault"_s, u"at most 64 frames can be numbered"_s},
     };
-    QCOMPARE(decodedObject(parsed("1B1A2000#4105000000")), expected);
+    QCOMPARE(decodedObject(parsed("1B1A2000#4105000000"), decode(parsed("1B1A2000#4105000000"))),
+             expected);
 }
 
 void DecoderTest::log_roundTrips_data()

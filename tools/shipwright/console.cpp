@@ -272,10 +272,9 @@ bool Console::showLines(const QStringList &lines)
 void Console::finishTransfer(const TransferResult &result)
 {
     const double rate = bytesPerSecond(result.bytes);
-    const QString crc = QString::number(result.crc, 16).rightJustified(8, u'0');
-    QString text = u"Sent %1 file %2: %3 in %4, CRC-32 0x%5, %6 s, %7/s"_s.arg(
+    QString text = u"Sent %1 file %2: %3 in %4, CRC-32 %5, %6 s, %7/s"_s.arg(
         fileTypeName(m_fileType), m_fileName, countText(result.bytes, u"byte"_s),
-        countText(result.records, u"record"_s), crc,
+        countText(result.records, u"record"_s), hexNumber(result.crc),
         QString::number(double(result.milliseconds) / 1000, 'f', 1), sizeText(rate));
     if (m_bitRate)
         text += u" (%1)"_s.arg(busShareText(rate));
@@ -287,7 +286,7 @@ void Console::finishTransfer(const TransferResult &result)
             {u"bytes"_s, qint64(result.bytes)},
             {u"records"_s, qint64(result.records)},
             {u"repeated"_s, qint64(result.repeated)},
-            {u"crc"_s, crc},
+            {u"crc"_s, hexDigits(result.crc)},
             {u"milliseconds"_s, result.milliseconds}});
 }
 

@@ -16,16 +16,7 @@ using Outcome = ConformanceResult::Outcome;
 /// A frame with its meaning, as in "1B5830BA#01  P6 Record End answer: code 186 (failure)".
 QString meaning(const QCanBusFrame &frame)
 {
-    const Decoded decoded = decode(frame);
-    QStringList fields;
-    for (const Decoded::Field &field : decoded.fields)
-        fields += field.text;
-    QString text = u"%1#%2  %3"_s.arg(
-        QString::number(frame.frameId(), 16).toUpper().rightJustified(8, u'0'),
-        QString::fromLatin1(frame.payload().toHex()).toUpper(), decoded.message);
-    if (!fields.isEmpty())
-        text += u": "_s + fields.join(u", "_s);
-    return text;
+    return frameText(frame) + u"  "_s + decode(frame).text();
 }
 
 QString secondsText(qint64 milliseconds)
@@ -57,7 +48,7 @@ void writeCheck(QXmlStreamWriter &xml, const ConformanceResult &result)
         QStringList lines{u"sent  "_s + text.sent, u"due   "_s + text.due, u"came  "_s + text.came,
                           u"All frames:"_s};
         for (const Exchanged &exchanged : result.frames)
-            lines += decodedLine(exchanged.frame,
+            lines += decodedLine(exchanged.frame, decode(exchanged.frame),
                                  microSeconds(result.frames.first().frame.timeStamp()));
         writeProblem(xml, u"failure"_s, u"due "_s + text.due + u", came "_s + text.came, lines);
         break;

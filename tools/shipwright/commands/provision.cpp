@@ -6,6 +6,7 @@
 
 #include "crc32.h"
 #include "filetypes.h"
+#include "text.h"
 #include "wire.h"
 
 #include <QCoreApplication>
@@ -94,7 +95,7 @@ QJsonObject reportOf(const Provisioning &provisioning, const std::optional<Failu
             {u"type"_s, fileTypeName(file.type)},
             {u"file"_s, file.name},
             {u"bytes"_s, file.content.size()},
-            {u"crc"_s, QString::number(crc32Of(file.content), 16).rightJustified(8, u'0')},
+            {u"crc"_s, hexDigits(crc32Of(file.content))},
             {u"sha256"_s,
              QString::fromLatin1(
                  QCryptographicHash::hash(file.content, QCryptographicHash::Sha256).toHex())},

@@ -73,7 +73,7 @@ void report(Console &console, const ConformanceResult &result)
             deviation.sent, deviation.due, deviation.came);
         QJsonArray frames;
         for (const Exchanged &exchanged : result.frames)
-            frames += decodedObject(exchanged.frame);
+            frames += decodedObject(exchanged.frame, decode(exchanged.frame));
         fields.insert(u"sent"_s, deviation.sent);
         fields.insert(u"due"_s, deviation.due);
         fields.insert(u"came"_s, deviation.came);

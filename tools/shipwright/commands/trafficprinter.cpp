@@ -31,9 +31,10 @@ void TrafficPrinter::print(const QString &interfaceName, const QCanBusFrame &fra
     m_summaries[interfaceName].add(frame, decoded);
     if (!m_filter.passes(frame, decoded))
         return;
-    QJsonObject fields = decodedObject(frame);
+    QJsonObject fields = decodedObject(frame, decoded);
     fields.insert(u"interface"_s, interfaceName);
-    m_console.report(u"frame"_s, prefix(interfaceName) + decodedLine(frame, m_start), fields);
+    m_console.report(u"frame"_s, prefix(interfaceName) + decodedLine(frame, decoded, m_start),
+                     fields);
     m_console.checkOutput();
 }
 

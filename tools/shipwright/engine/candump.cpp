@@ -1,5 +1,7 @@
 #include "candump.h"
 
+#include "text.h"
+
 #include <QDateTime>
 #include <QRegularExpression>
 
@@ -96,8 +98,7 @@ QByteArray format(const QString &interfaceName, const QCanBusFrame &frame)
         data = QString::fromLatin1(frame.payload().toHex()).toUpper();
     return u"(%1.%2) %3 %4#%5\n"_s.arg(stamp.seconds())
         .arg(stamp.microSeconds(), 6, 10, QLatin1Char('0'))
-        .arg(name, QString::number(id, 16).toUpper().rightJustified(idDigits, QLatin1Char('0')),
-             data)
+        .arg(name, hexDigits(id).right(idDigits).toUpper(), data)
         .toUtf8();
 }
 

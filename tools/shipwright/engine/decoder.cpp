@@ -87,7 +87,7 @@ public:
     void addCrc(const QString &text)
     {
         const auto crc = number<quint32>(0);
-        add(u"crc"_s, u"%1"_s.arg(crc, 8, 16, QLatin1Char('0')), text.arg(hexNumber(crc)));
+        add(u"crc"_s, hexDigits(crc), text.arg(hexNumber(crc)));
     }
     void addFileType()
     {
@@ -405,42 +405,37 @@ QJsonValue Decoded::field(const QString &name) const
     return QJsonValue::Undefined;
 }
 
-QString decodedLine(const QCanBusFrame &frame, std::optional<qint64> start)
+QString Decoded::text() const
 {
-    const Decoded decoded = decode(frame);
     QStringList texts;
-    for (const Decoded::Field &field : decoded.fields)
+    for (const Field &field : fields)
         texts += field.text;
+    return texts.isEmpty() ? message : message + u": "_s + texts.join(u", "_s);
+}
+
+QString decodedLine(const QCanBusFrame &frame, const Decoded &decoded, std::optional<qint64> start)
+{
     const qint64 stamp = microSeconds(frame.timeStamp());
     QString line = u"%1  %2  %3  "_s
                        .arg(start ? u"%1"_s.arg(double(stamp - *start) / 1e6, 10, 'f', 6)
                                   : dateTime(stamp))
-                       .arg(QString::number(frame.frameId(), 16)
-                                .toUpper()
-                                .rightJustified(frame.hasExtendedFrameFormat() ? 8 : 3, u'0'),
-                            8)
+                       .arg(idText(frame), 8)
                        .arg(hexBytes(frame.payload()), -23);
     if (!decoded.from.isEmpty())
         line += decoded.from + u" > "_s + decoded.to + u"  "_s;
-    line += decoded.message;
-    if (!texts.isEmpty())
-        line += u": "_s + texts.join(u", "_s);
+    line += decoded.text();
     if (!decoded.fault.isEmpty())
         line += u"  ! "_s + decoded.fault;
     return line;
 }
 
-QJsonObject decodedObject(const QCanBusFrame &frame)
+QJsonObject decodedObject(const QCanBusFrame &frame, const Decoded &decoded)
 {
-    const Decoded decoded = decode(frame);
     QJsonObject fields;
     for (const Decoded::Field &field : decoded.fields)
         fields.insert(field.name, field.value);
     QJsonObject object{{u"timestamp"_s, double(microSeconds(frame.timeStamp())) / 1e6},
-                       {u"id"_s,
-                        QString::number(frame.frameId(), 16)
-                            .toUpper()
-                            .rightJustified(frame.hasExtendedFrameFormat() ? 8 : 3, u'0')},
+                       {u"id"_s, idText(frame)},
                        {u"data"_s, QString::fromLatin1(frame.payload().toHex()).toUpper()},
                        {u"from"_s, decoded.from},
                        {u"to"_s, decoded.to},

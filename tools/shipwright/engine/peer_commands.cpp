@@ -62,8 +62,7 @@ Peer::Answer Peer::exchange(quint32 frameId, const QByteArray &payload, const Ex
     const QString message = u"No answer to %1: sent %2, waited %3 ms for identifier %4, %5."_s
                                 .arg(expected.what, frameText(frameId, payload))
                                 .arg(expected.timeout)
-                                .arg(u"%1"_s.arg(expected.id, 8, 16, QLatin1Char('0')).toUpper(),
-                                     came);
+                                .arg(hexDigits(expected.id).toUpper(), came);
     if (m_link.reachesNobody())
         throw Failure(Exit::SendBlocked, message, Link::wiringAdvice());
     QString advice = u"Check that the receiver runs, that it is on this bus at the same bit rate, "

@@ -23,14 +23,22 @@ bool isHarmless(QChar c)
 
 QString frameText(quint32 frameId, const QByteArray &payload)
 {
-    return u"%1#%2"_s.arg(frameId, 8, 16, QLatin1Char('0'))
-        .arg(QString::fromLatin1(payload.toHex()))
-        .toUpper();
+    return u"%1#%2"_s.arg(hexDigits(frameId), QString::fromLatin1(payload.toHex())).toUpper();
+}
+
+QString idText(const QCanBusFrame &frame)
+{
+    return hexDigits(frame.frameId()).right(frame.hasExtendedFrameFormat() ? 8 : 3).toUpper();
+}
+
+QString hexDigits(quint32 number)
+{
+    return u"%1"_s.arg(number, 8, 16, QLatin1Char('0'));
 }
 
 QString hexNumber(quint32 number)
 {
-    return u"0x%1"_s.arg(number, 8, 16, QLatin1Char('0'));
+    return u"0x"_s + hexDigits(number);
 }
 
 QString sizeText(double bytes)

@@ -13,6 +13,12 @@ inline QString frameText(const QCanBusFrame &frame)
     return frameText(frame.frameId(), frame.payload());
 }
 
+/// An identifier as logs and messages write it: 0F1A02C0, or 7FF in the base format.
+QString idText(const QCanBusFrame &frame);
+
+/// cbf43926
+QString hexDigits(quint32 number);
+
 /// 0xcbf43926
 QString hexNumber(quint32 number);
 
