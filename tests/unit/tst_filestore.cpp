@@ -308,6 +308,19 @@ private slots:
         QCOMPARE(ServiceTree::list("application/backup/main"), QStringList());
         QCOMPARE(ServiceTree::list("application/main"), QStringList());
     }
+
+    void configurationThatDoesNotFitIsNotCopied()
+    {
+        const ServiceTree::SmallFileSystem small("application/backup/main", 8192);
+        install(someBytes(20000));
+        QCOMPARE(events(Outside), transcript(uR"(
+            sync
+            critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|
+            info |Success! File safely backed up to: "/media/service/korvane/application/main/systemConfig.json"|
+            sync
+        )"_s));
+        QCOMPARE(ServiceTree::list("application/backup/main"), QStringList());
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_filestore)
