@@ -1,42 +1,25 @@
-// Runs the target over the files named on the command line, and over all files of directories.
-#include "sequence.h"
-
+// Runs the target over all files of the directories named on the command line.
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
+#include <string>
 
-namespace fs = std::filesystem;
-
-namespace {
-
-bool run(const fs::path &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    const std::vector<char> data{std::istreambuf_iterator<char>(file), {}};
-    if (!file.good() && !file.eof()) {
-        std::fprintf(stderr, "replay: cannot read %s\n", path.c_str());
-        return false;
-    }
-    // The last line on a terminal names the input at which the target gave up.
-    std::fprintf(stderr, "%s\n", path.c_str());
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(data.data()), data.size());
-    return true;
-}
-
-} // namespace
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 int main(int argc, char *argv[])
 {
     int count = 0;
     for (int i = 1; i < argc; ++i) {
-        if (!fs::is_directory(argv[i])) {
-            count += run(argv[i]) ? 1 : 0;
-            continue;
+        for (const auto &entry : std::filesystem::directory_iterator(argv[i])) {
+            // The last line on a terminal names the input at which the target gave up.
+            std::fprintf(stderr, "%s\n", entry.path().c_str());
+            std::ifstream file(entry.path(), std::ios::binary);
+            const std::string data{std::istreambuf_iterator<char>(file), {}};
+            LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t *>(data.data()), data.size());
+            ++count;
         }
-        for (const fs::directory_entry &entry : fs::directory_iterator(argv[i]))
-            count += run(entry.path()) ? 1 : 0;
     }
     std::fprintf(stderr, "%d inputs\n", count);
     return count > 0 ? 0 : 1;

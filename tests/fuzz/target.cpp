@@ -1,5 +1,5 @@
-#include "sequence.h"
-
+// A fuzz input: frames as they cross the virtual bus, 16 bytes each. The receiver's filter keeps
+// frames of the 11-bit format away, so that these serve as events of the device and the storage.
 #include "canbusmanager.h"
 #include "eventlog.h"
 #include "fakecandevice.h"
@@ -14,11 +14,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <utility>
+#include <vector>
 
+#include <linux/can.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -34,6 +37,43 @@ extern "C" pid_t fork() noexcept
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Identifiers of the 11-bit format. An identifier that is not among them does nothing.
+enum Event : canid_t {
+    DeviceError = 1,    ///< the device reports the error data[0]
+    DeviceLost = 2,     ///< the device becomes unconnected
+    DeviceBack = 3,     ///< the device is connected again
+    WritesRefused = 4,  ///< the device takes no frames
+    WritesAccepted = 5, ///< it takes them again
+    BatchBegin = 6,     ///< the frames up to BatchEnd are signalled together
+    BatchEnd = 7,
+    PlaceMissing = 8,     ///< file or directory number data[0] is removed
+    PlaceIsDirectory = 9, ///< a directory that is not empty stands in its place
+    PlaceIsFile = 10,     ///< a file stands in its place
+    StorageFault = 11,    ///< file operation data[0] from here fails with error data[1], and, if
+                          ///< data[2] is odd, the later ones too
+    StorageHealthy = 12,
+    MenuInstallation = 13,
+    SlotCall = 14, ///< calls the slot data[0] with the next frame, past the dispatchers
+};
+
+QCanBusFrame toQt(const can_frame &frame)
+{
+    QCanBusFrame result(frame.can_id & CAN_EFF_MASK,
+                        QByteArray(reinterpret_cast<const char *>(frame.data),
+                                   std::min<int>(frame.can_dlc, CAN_MAX_DLEN)));
+    result.setExtendedFrameFormat((frame.can_id & CAN_EFF_FLAG) != 0);
+    if ((frame.can_id & CAN_ERR_FLAG) != 0)
+        result.setFrameType(QCanBusFrame::ErrorFrame);
+    else if ((frame.can_id & CAN_RTR_FLAG) != 0)
+        result.setFrameType(QCanBusFrame::RemoteRequestFrame);
+    return result;
+}
+
+bool isEvent(const can_frame &frame)
+{
+    return (frame.can_id & (CAN_EFF_FLAG | CAN_RTR_FLAG | CAN_ERR_FLAG)) == 0;
+}
 
 const fs::path root = "/media/service/korvane";
 constexpr std::array places = {
@@ -84,9 +124,9 @@ void changePlace(canid_t event, const can_frame &frame)
     std::error_code ignored;
     fs::remove_all(place, ignored);
     fs::create_directories(place.parent_path(), ignored);
-    if (event == Fuzz::PlaceIsDirectory)
+    if (event == PlaceIsDirectory)
         fs::create_directories(place / "below", ignored);
-    else if (event == Fuzz::PlaceIsFile)
+    else if (event == PlaceIsFile)
         std::ofstream(place) << "other content";
 }
 
@@ -100,13 +140,13 @@ public:
         m_device.reset(FakeCanDevice::latest);
     }
 
-    void run(const Fuzz::Sequence &sequence)
+    void run(const std::vector<can_frame> &sequence)
     {
         for (auto frame = sequence.cbegin(); frame != sequence.cend(); ++frame) {
-            if (!Fuzz::isEvent(*frame))
-                receive(Fuzz::toQt(*frame));
-            else if (frame->can_id == Fuzz::SlotCall && frame + 1 != sequence.cend())
-                callSlot(frame->data[0], Fuzz::toQt(*(frame + 1)));
+            if (!isEvent(*frame))
+                receive(toQt(*frame));
+            else if (frame->can_id == SlotCall && frame + 1 != sequence.cend())
+                callSlot(frame->data[0], toQt(*(frame + 1)));
             else
                 happen(*frame);
             checkRecord();
@@ -186,38 +226,38 @@ private:
     void happen(const can_frame &event)
     {
         switch (event.can_id) {
-        case Fuzz::DeviceError:
+        case DeviceError:
             m_device->reportError(u"fuzz"_s, QCanBusDevice::CanBusError(event.data[0] % 7));
             break;
-        case Fuzz::DeviceLost:
+        case DeviceLost:
             m_device->reportState(QCanBusDevice::UnconnectedState);
             break;
-        case Fuzz::DeviceBack:
+        case DeviceBack:
             m_device->reportState(QCanBusDevice::ConnectedState);
             break;
-        case Fuzz::WritesRefused:
+        case WritesRefused:
             FakeCanDevice::behaviour.writeError = u"fuzz"_s;
             break;
-        case Fuzz::WritesAccepted:
+        case WritesAccepted:
             FakeCanDevice::behaviour.writeError.clear();
             break;
-        case Fuzz::BatchBegin:
+        case BatchBegin:
             m_batching = true;
             break;
-        case Fuzz::BatchEnd:
+        case BatchEnd:
             m_batching = false;
             deliver();
             break;
-        case Fuzz::PlaceMissing:
-        case Fuzz::PlaceIsDirectory:
-        case Fuzz::PlaceIsFile: {
+        case PlaceMissing:
+        case PlaceIsDirectory:
+        case PlaceIsFile: {
             FaultFs::control().at = 0;
             FaultFs::control().watch = false;
             changePlace(event.can_id, event);
             FaultFs::control().watch = true;
             break;
         }
-        case Fuzz::StorageFault: {
+        case StorageFault: {
             FaultFs::Control &control = FaultFs::control();
             control.operations = 0;
             control.action = event.data[1] == 255 ? FaultFs::Action::Short : FaultFs::Action::Error;
@@ -226,10 +266,10 @@ private:
             control.at = event.data[0];
             break;
         }
-        case Fuzz::StorageHealthy:
+        case StorageHealthy:
             FaultFs::control().at = 0;
             break;
-        case Fuzz::MenuInstallation:
+        case MenuInstallation:
             if (!std::exchange(m_installedMenu, true))
                 m_manager.processReceivedMenuFile();
             break;
@@ -259,6 +299,7 @@ private:
 
 } // namespace
 
+/// Runs one input; aborts if the receiver breaks a promise. Always 0, as libFuzzer asks for.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     [[maybe_unused]] static const bool prepared = [] {
@@ -284,7 +325,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         };
         control.strayed[0] = '\0';
         control.watch = true;
-        session.run(Fuzz::parse(data, size));
+        // Bytes that do not make a whole frame are left out.
+        std::vector<can_frame> sequence(size / sizeof(can_frame));
+        if (!sequence.empty())
+            std::memcpy(sequence.data(), data, sequence.size() * sizeof(can_frame));
+        session.run(sequence);
         session.finish(descriptors);
         control.watch = false;
     }
