@@ -29,6 +29,29 @@ struct Fixture
         return last;
     }
 
+    /// Answers frames with the identifier \a id with \a answers alone; all frames if \a id is 0.
+    void answer(quint32 id, const QList<QCanBusFrame> &answers)
+    {
+        bus.tamper = [=](const QCanBusFrame &sent, const QList<QCanBusFrame> &given) {
+            return id == 0 || sent.frameId() == id ? answers : given;
+        };
+    }
+    /// Calls \a action when a frame with the identifier \a id has gone out; any if it is 0.
+    void whenSent(quint32 id, const std::function<void()> &action)
+    {
+        bus.onWritten = [=](const QCanBusFrame &sent) {
+            if (id == 0 || sent.frameId() == id)
+                action();
+        };
+    }
+    void inject(const QStringList &faults)
+    {
+        Shipwright::FaultPlan plan;
+        for (const QString &fault : faults)
+            plan.add(fault);
+        link.setFaults(plan);
+    }
+
     FakeClock clock;
     FakeBus bus;
     Shipwright::Link link;
