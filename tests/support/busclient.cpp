@@ -53,13 +53,6 @@ bool BusClient::sendBytes(const QByteArray &bytes)
         == bytes.size();
 }
 
-qsizetype BusClient::trySendBytes(const QByteArray &bytes)
-{
-    return std::max<qsizetype>(0,
-                               ::send(m_socket, bytes.constData(), std::size_t(bytes.size()),
-                                      MSG_NOSIGNAL | MSG_DONTWAIT));
-}
-
 QByteArray BusClient::receive(int timeoutMs)
 {
     QElapsedTimer timer;

@@ -25,8 +25,6 @@ public:
     /// Sends the frames, separated by blanks, in one write; waits for room.
     bool send(const QByteArray &frames);
     bool sendBytes(const QByteArray &bytes);
-    /// Sends what there is room for; returns the number of bytes, 0 if there is none.
-    qsizetype trySendBytes(const QByteArray &bytes);
 
     /// The next frame, or an empty string if none comes in time or the bus is gone.
     QByteArray receive(int timeoutMs = 5000);
