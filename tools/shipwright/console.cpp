@@ -12,6 +12,7 @@
 #include <cmath>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Shipwright {
 
@@ -62,9 +63,9 @@ QString duration(double seconds)
 
 } // namespace
 
-Console::Console(bool json, const QString &command, const QString &interfaceName)
+Console::Console(bool json, const QString &command, QString interfaceName)
     : m_json(json),
-      m_interface(interfaceName)
+      m_interface(std::move(interfaceName))
 {
     if (m_json) {
         report(u"start"_s, {},

@@ -15,7 +15,7 @@ class Console
 {
 public:
     /// \a interfaceName is empty where a command has none, or several.
-    Console(bool json, const QString &command, const QString &interfaceName);
+    Console(bool json, const QString &command, QString interfaceName);
 
     /// Reports \a event: \a text to people, \a fields to programs. An event of another interface
     /// than the command's has it among its \a fields.

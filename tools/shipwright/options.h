@@ -7,6 +7,7 @@
 #include <QStringList>
 
 #include <optional>
+#include <utility>
 
 namespace Shipwright {
 
@@ -27,11 +28,11 @@ class CommandLine
 public:
     /// \a given has the options on the command line, \a environment the values of variables, both by
     /// the option's name.
-    CommandLine(const QStringList &positional, const QHash<QString, QStringList> &given,
-                const QHash<QString, QStringList> &environment)
-        : arguments(positional),
-          m_given(given),
-          m_environment(environment)
+    CommandLine(QStringList positional, QHash<QString, QStringList> given,
+                QHash<QString, QStringList> environment)
+        : arguments(std::move(positional)),
+          m_given(std::move(given)),
+          m_environment(std::move(environment))
     {
     }
 

@@ -16,7 +16,7 @@ void startConfiguration(Session &session)
 
 namespace {
 
-Exit run(Session &session, const CommandLine &line)
+Exit runConnect(Session &session, const CommandLine &line)
 {
     session.connect(SendSettings(line));
     startConfiguration(session);
@@ -30,6 +30,6 @@ const Command connectCommand{
     .arguments = "",
     .summary = "Start a configuration session and check that the receiver answers.",
     .options = {busOptions, sendOptions, receiverOptions, slotOptions},
-    .run = run};
+    .run = runConnect};
 
 } // namespace Shipwright

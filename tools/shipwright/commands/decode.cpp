@@ -54,7 +54,7 @@ private:
     QStringList m_undecoded;
 };
 
-Exit run(Session &session, const CommandLine &line)
+Exit runDecode(Session &session, const CommandLine &line)
 {
     Input input(line.arguments.value(0, u"-"_s));
     session.protect(input);
@@ -83,6 +83,6 @@ const Command decodeCommand{
     .summary = "Print a candump log, or standard input, one readable line per frame.",
     .mostArguments = 1,
     .options = {trafficOptions},
-    .run = run};
+    .run = runDecode};
 
 } // namespace Shipwright

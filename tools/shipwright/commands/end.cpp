@@ -16,7 +16,7 @@ void endConfiguration(Session &session)
 
 namespace {
 
-Exit run(Session &session, const CommandLine &line)
+Exit runEnd(Session &session, const CommandLine &line)
 {
     session.connect(SendSettings(line));
     endConfiguration(session);
@@ -29,6 +29,6 @@ const Command endCommand{.name = "end",
                          .arguments = "",
                          .summary = "End the configuration session.",
                          .options = {busOptions, sendOptions, receiverOptions, slotOptions},
-                         .run = run};
+                         .run = runEnd};
 
 } // namespace Shipwright

@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-Exit run(Session &session, const CommandLine &line)
+Exit runInfo(Session &session, const CommandLine &line)
 {
     const ReceiverParameters p = session.connect(SendSettings(line)).receiverParameters();
     QString frames = QString::number(p.recordFrames());
@@ -42,6 +42,6 @@ const Command infoCommand{.name = "info",
                           .arguments = "",
                           .summary = "Ask for the receiver's parameters and print them.",
                           .options = {busOptions, sendOptions, receiverOptions},
-                          .run = run};
+                          .run = runInfo};
 
 } // namespace Shipwright

@@ -388,7 +388,7 @@ void ProductionLine::show(Lane &lane, const QString &state, const QString &text,
         m_console.showLines(lines);
 }
 
-Exit run(Session &session, const CommandLine &line)
+Exit runLine(Session &session, const CommandLine &line)
 {
     ProductionLine(session, line).run();
     return Exit::Success;
@@ -403,6 +403,6 @@ const Command lineCommand{
     .leastArguments = 1,
     .mostArguments = 1,
     .options = {lineOptions, transferOptions, sendOptions, receiverOptions, slotOptions},
-    .run = run};
+    .run = runLine};
 
 } // namespace Shipwright

@@ -113,7 +113,7 @@ QJsonObject reportOf(const Provisioning &provisioning, const std::optional<Failu
             {u"receiver"_s, receiverState}};
 }
 
-Exit run(Session &session, const CommandLine &line)
+Exit runProvision(Session &session, const CommandLine &line)
 {
     // Check everything before the receiver sees the first frame.
     Provisioning provisioning(session, line);
@@ -170,6 +170,6 @@ const Command provisionCommand{
     .summary = "Run a whole session: connect, clock, serial number, files, end.",
     .options = {steps, transferOptions, busOptions, sendOptions, receiverOptions, slotOptions,
                 reportOptions},
-    .run = run};
+    .run = runProvision};
 
 } // namespace Shipwright

@@ -105,7 +105,7 @@ void summarize(Console &console, const Conformance &conformance, const QString &
                     {u"overwritten"_s, QJsonArray::fromStringList(changes)}});
 }
 
-Exit run(Session &session, const CommandLine &line)
+Exit runSelftest(Session &session, const CommandLine &line)
 {
     Console &console = session.console();
     const SendSettings options(line);
@@ -152,6 +152,6 @@ const Command selftestCommand{
     .arguments = "[--destructive] [--only TEXT] [--list] [--report FILE]",
     .summary = "Check the receiver against the protocol; replaces its generic file.",
     .options = {ownOptions, busOptions, sendOptions},
-    .run = run};
+    .run = runSelftest};
 
 } // namespace Shipwright

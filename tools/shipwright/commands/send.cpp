@@ -40,7 +40,7 @@ void checkConfiguration(Session &session, const FileToSend &file, bool force)
     }
 }
 
-Exit run(Session &session, const CommandLine &line)
+Exit runSend(Session &session, const CommandLine &line)
 {
     const SendSettings settings(line);
     const QString typeName = line.arguments.first();
@@ -82,6 +82,6 @@ const Command sendCommand{.name = "send",
                           .leastArguments = 2,
                           .mostArguments = 2,
                           .options = {busOptions, sendOptions, receiverOptions, transferOptions},
-                          .run = run};
+                          .run = runSend};
 
 } // namespace Shipwright

@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-Exit run(Session &session, const CommandLine &line)
+Exit runWatch(Session &session, const CommandLine &line)
 {
     BusSettings bus(line);
     QStringList names = line.texts(interfaceOption);
@@ -29,7 +29,7 @@ Exit run(Session &session, const CommandLine &line)
         links.back()->addObserver(
             [&printer, name](const QCanBusFrame &frame, Direction) { printer.print(name, frame); });
     }
-    const auto atTheEnd = qScopeGuard([&printer] { printer.summarize(); });
+    [[maybe_unused]] const auto atTheEnd = qScopeGuard([&printer] { printer.summarize(); });
     try {
         for (;; session.clock().wait(std::numeric_limits<qint64>::max())) {
             for (Link *link : links) {
@@ -51,6 +51,6 @@ const Command watchCommand{
     .arguments = "",
     .summary = "Print the traffic on the bus, one readable line per frame, until Ctrl-C.",
     .options = {trafficOptions, busOptions},
-    .run = run};
+    .run = runWatch};
 
 } // namespace Shipwright
