@@ -292,7 +292,7 @@ private slots:
         QSignalSpy changes(display.item(u"tb_TimeDisplay"_s), SIGNAL(textChanged(QString)));
         QTRY_COMPARE_WITH_TIMEOUT(changes.count(), 1, 3000);
         QCOMPARE_GE(elapsed.elapsed(), 900);
-        const QDateTime now = QDateTime::currentDateTimeUtc().addSecs(offset * 60);
+        const QDateTime now = QDateTime::currentDateTimeUtc().addSecs(qint64(offset) * 60);
         const QStringList thisMinuteOrTheLast{now.toString(u"hh:mm"_s),
                                               now.addSecs(-2).toString(u"hh:mm"_s)};
         QVERIFY2(thisMinuteOrTheLast.contains(text()), qPrintable(text()));

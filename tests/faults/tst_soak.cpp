@@ -75,7 +75,7 @@ void tst_Soak::sessionsLeaveMemoryAndDescriptorsAsTheyWere()
         // The sessions differ in length. Their average is such that both numbers are reached
         // at the same time.
         const qint64 size = 400
-            + (sessionsDone * 977) % (2 * 8 * std::max<qint64>(frames / sessions, 100));
+            + (sessionsDone * 977LL) % (16 * std::max<qint64>(frames / sessions, 100));
         const QByteArray content = QByteArray::number(sessionsDone)
                                        .repeated(size / QByteArray::number(sessionsDone).size());
         ToolFrames::List session = ToolFrames::configurationDownload(content);

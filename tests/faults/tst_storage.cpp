@@ -269,9 +269,6 @@ uint32_t operationsOf(const Session &session)
 
 } // namespace
 
-Q_DECLARE_METATYPE(Session)
-Q_DECLARE_METATYPE(Fault)
-
 class tst_Storage : public QObject
 {
     Q_OBJECT

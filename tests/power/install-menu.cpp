@@ -8,4 +8,5 @@ int main(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     CanBusManager manager;
     manager.processReceivedMenuFile();
+    return 0;
 }

@@ -104,7 +104,7 @@ ReceiverModel::Answers ReceiverModel::handleTransfer(quint32 id, const QByteArra
         return answer(0, QByteArray(8, '\0'));
     case 2:
         if (payload.size() == 5) {
-            recordLength = static_cast<uchar>(payload.at(0)) * 8;
+            recordLength = qsizetype(static_cast<uchar>(payload.at(0))) * 8;
             record = QByteArray(recordLength, '\0');
             expectedFrame = 0;
         }

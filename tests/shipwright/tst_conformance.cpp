@@ -119,7 +119,7 @@ private slots:
     {
         Fixture fixture;
         fixture.bus.receiver.deviation = plantedDeviation(u"answers in slot 0"_s);
-        const ConformanceResult result = resultsOf(fixture, {}).first();
+        const ConformanceResult result = resultsOf(fixture, {}).constFirst();
         QCOMPARE(result.outcome, Outcome::Failed);
         QCOMPARE(result.due, u"0F584800#5AA5"_s);
         QCOMPARE(result.came, u"0F584000#5AA5"_s);

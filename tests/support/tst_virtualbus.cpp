@@ -57,8 +57,9 @@ private slots:
     void frameReachesAllOthersUnchanged()
     {
         BusClient sender, second, third;
-        for (const QByteArray frame : {"0F1A02C0#A55A", "1FFFFFFF#FFEEDDCCBBAA9988", "00000001#00",
-                                       "7FF#0102030405060708", "123#", "0F1A02C0#R"}) {
+        for (const QByteArray &frame :
+             QByteArrayList{"0F1A02C0#A55A", "1FFFFFFF#FFEEDDCCBBAA9988", "00000001#00",
+                            "7FF#0102030405060708", "123#", "0F1A02C0#R"}) {
             QVERIFY(sender.send(frame));
             QCOMPARE(second.receive(), frame);
             QCOMPARE(third.receive(), frame);

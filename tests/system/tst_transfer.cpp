@@ -47,7 +47,7 @@ private:
                 != initiateAccepted)
             return "not accepted";
         for (quint32 record = 0; record < records; ++record) {
-            const QByteArray data = content.mid(512 * record, 512);
+            const QByteArray data = content.mid(qsizetype(record) * 512, 512);
             if (m_tool->request(ToolFrames::record(record + 1, data)) != recordAccepted)
                 return "record " + QByteArray::number(record + 1) + " not accepted";
         }

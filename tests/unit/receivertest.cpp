@@ -7,6 +7,10 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
@@ -37,6 +41,22 @@ QString quoted(const QByteArray &content)
 }
 
 } // namespace
+
+// Takes the place of the system call in the whole process.
+extern "C" int fsync(int descriptor)
+{
+    if (ReceiverTest::fsyncCalls == ReceiverTest::Logged) {
+        const QFileInfo file(QFile::symLinkTarget(u"/proc/self/fd/%1"_s.arg(descriptor)));
+        EventLog::add(u"fsync %1: %2 bytes, beside %3"_s.arg(file.filePath())
+                          .arg(file.size())
+                          .arg(file.dir().entryList(QDir::Files).join(u' ')));
+    }
+    if (ReceiverTest::fsyncCalls == ReceiverTest::Failing) {
+        errno = EIO;
+        return -1;
+    }
+    return int(syscall(SYS_fsync, descriptor));
+}
 
 void ReceiverTest::behaviour_data()
 {
@@ -293,6 +313,7 @@ void ReceiverTest::startReceiver()
 
 void ReceiverTest::stopReceiver()
 {
+    fsyncCalls = Unseen;
     m_readOnly.reset();
     manager.reset();
     EventLog::stop();

@@ -16,6 +16,11 @@ class ReceiverTest : public QObject
 {
     Q_OBJECT
 
+public:
+    /// fsync() in this test function: unseen, an event, or a failure.
+    enum FsyncCalls { Unseen, Logged, Failing };
+    static inline FsyncCalls fsyncCalls = Unseen;
+
 protected:
     std::unique_ptr<CanBusManager> manager;
     std::unique_ptr<FakeCanDevice> device;

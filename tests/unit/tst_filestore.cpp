@@ -1,8 +1,6 @@
 #include "receivertest.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QTest>
 
 #include <sys/syscall.h>
@@ -23,14 +21,6 @@ struct ReadWatch
     qsizetype failFrom = -1; ///< index of the first request that fails
 };
 ReadWatch readWatch;
-
-/// What fsync() was called for, and how it is made to fail.
-struct SyncWatch
-{
-    QStringList files;
-    bool fails = false;
-};
-SyncWatch syncWatch;
 
 /// The checksum as it is published, bit by bit.
 quint32 bitwiseCrc(const QByteArray &data)
@@ -69,20 +59,6 @@ extern "C" ssize_t read(int descriptor, void *buffer, std::size_t size)
         }
     }
     return syscall(SYS_read, descriptor, buffer, size);
-}
-
-// Likewise.
-extern "C" int fsync(int descriptor)
-{
-    const QFileInfo file(QFile::symLinkTarget(u"/proc/self/fd/%1"_s.arg(descriptor)));
-    syncWatch.files += u"%1: %2 bytes, beside %3"_s.arg(file.fileName())
-                           .arg(file.size())
-                           .arg(file.dir().entryList(QDir::Files).join(u' '));
-    if (syncWatch.fails) {
-        errno = EIO;
-        return -1;
-    }
-    return int(syscall(SYS_fsync, descriptor));
 }
 
 /// The file type catalogue, the checksums and the installation of a configuration.
@@ -283,22 +259,21 @@ private slots:
     {
         ServiceTree::write("application/backup/main/systemConfig.json", "old");
         ServiceTree::write("application/main/systemConfig.json", "old");
-        syncWatch = {};
+        fsyncCalls = Logged;
         install(someBytes(100000));
-        // Once for the backup, once for the live file.
-        QCOMPARE(
-            syncWatch.files,
-            QStringList(2, u"systemConfig.json.new: 100000 bytes, beside systemConfig.json.new"_s));
+        const QString file =
+            u"fsync /media/service/korvane/application/%1main/systemConfig.json.new: "
+            "100000 bytes, beside systemConfig.json.new"_s;
+        QCOMPARE(events(Outside).filter(u"fsync"_s),
+                 (QStringList{file.arg(u"backup/"_s), file.arg(QString())}));
         QCOMPARE(ServiceTree::list("application/backup/main"), QStringList{u"systemConfig.json"_s});
         QCOMPARE(ServiceTree::list("application/main"), QStringList{u"systemConfig.json"_s});
     }
 
     void configurationThatDoesNotReachTheDiskIsNotCopied()
     {
-        syncWatch = {};
-        syncWatch.fails = true;
+        fsyncCalls = Failing;
         install();
-        syncWatch.fails = false;
         QCOMPARE(events(Outside), transcript(uR"(
             sync
             critical |Backup Error: Failed to copy file from "/media/service/korvane/application/factory/main/systemConfig.json" to "/media/service/korvane/application/backup/main/systemConfig.json"|

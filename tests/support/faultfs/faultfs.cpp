@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr std::string_view root = "/media/service/korvane/";
+constexpr std::string_view watched = "/media/service/korvane/";
 constexpr char environmentName[] = "FAULTFS_CONTROL";
 
 FaultFs::Control *block = nullptr;
@@ -68,7 +68,7 @@ std::string absolute(int at, const char *path)
 
 bool isOurs(std::string_view path)
 {
-    return path.starts_with(root);
+    return path.starts_with(watched);
 }
 
 bool isOurs(int fd)

@@ -77,7 +77,7 @@ ToolFrames::List ToolFrames::record(quint32 number, const QByteArray &content)
     const auto count = quint32((content.size() + 7) / 8);
     List frames{p6(2, char(count) + littleEndian(number))};
     for (quint32 frame = 0; frame < count; ++frame)
-        frames.append(p6(15, content.mid(frame * 8, 8), frame));
+        frames.append(p6(15, content.mid(qsizetype(frame) * 8, 8), frame));
     frames.append(p6(3, littleEndian(crc32(content))));
     return frames;
 }

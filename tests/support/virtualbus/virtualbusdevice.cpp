@@ -51,7 +51,7 @@ can_frame fromQt(const QCanBusFrame &frame)
 /// The socket of the bus that the interface is on; empty if the environment names none.
 QString socketOf(const QString &interfaceName)
 {
-    const QString ofCan0 = qEnvironmentVariable("VIRTUALBUS_SOCKET");
+    QString ofCan0 = qEnvironmentVariable("VIRTUALBUS_SOCKET");
     if (ofCan0.isEmpty() || interfaceName == u"can0")
         return ofCan0;
     return QFileInfo(ofCan0).dir().filePath(interfaceName);
