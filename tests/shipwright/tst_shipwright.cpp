@@ -646,7 +646,7 @@ private slots:
                         u"send generic %1 --fault delay=1500@record-start:3"_s.arg(
                             file(u"sent"_s, pattern(100'000))));
         // It changes while the transfer waits.
-        QTRY_VERIFY_WITH_TIMEOUT(terminal.bars().size() > 0, patience);
+        QTRY_VERIFY_WITH_TIMEOUT(!terminal.bars().isEmpty(), patience);
         terminal.setColumns(columns);
         QCOMPARE(outcomeOf(process).status, 0);
         const QStringList bars = terminal.bars();
@@ -975,8 +975,9 @@ private slots:
 
         const Outcome failed = shipwright(command + u" --fault corrupt@data --retries 0"_s);
         QCOMPARE(failed.status, 8);
-        QCOMPARE(failed.events().last().value(u"event"_s).toString(), u"failure"_s);
-        QCOMPARE(failed.events().last().value(u"status"_s).toInt(), 8);
+        const QJsonObject failure = failed.events().constLast();
+        QCOMPARE(failure.value(u"event"_s).toString(), u"failure"_s);
+        QCOMPARE(failure.value(u"status"_s).toInt(), 8);
     }
 
     void json_everyCommandHasIt_data()
@@ -1028,8 +1029,8 @@ private slots:
         const Outcome outcome = shipwright(
             u"selftest --list --only \"file: \" --plugin semaphore"_s);
         QCOMPARE(outcome.err, QString());
-        QCOMPARE(outcome.lines().first(), u"file: 1 to 1500 bytes in up to 3 records"_s);
-        QCOMPARE(outcome.lines().last(), u"file: configuration, installed (--destructive)"_s);
+        QCOMPARE(outcome.lines().constFirst(), u"file: 1 to 1500 bytes in up to 3 records"_s);
+        QCOMPARE(outcome.lines().constLast(), u"file: configuration, installed (--destructive)"_s);
         QCOMPARE(outcome.status, 0);
     }
 
@@ -1229,7 +1230,7 @@ private:
 
     QString pipe() const
     {
-        const QString name = path(u"pipe"_s);
+        QString name = path(u"pipe"_s);
         if (mkfifo(QFile::encodeName(name).constData(), 0600) != 0)
             qFatal("cannot make the test's own pipe");
         return name;
