@@ -6,12 +6,11 @@
 scripts/bench runs it in the sandbox, on the virtual bus. Each figure compares two medians measured
 in turns in one run, so that it says the same on a faster machine and on a busy one. ROW picks rows
 of the table by the beginning of their names; --quick measures less often. --document writes the
-table into FILE, between its two markers.
+table into FILE.
 """
 
 import argparse
 import contextlib
-import datetime
 import json
 import os
 import pathlib
@@ -22,7 +21,8 @@ import subprocess
 import sys
 import time
 
-DEPLOY = pathlib.Path(__file__).resolve().parent.parent / "deploy"
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+DEPLOY = ROOT / "deploy"
 RECORD_BYTES = 512
 # Extended frames of 8 bytes that a bus at 1 Mbit/s carries at most, at 131 bits each.
 WIRE_FRAMES_PER_SECOND = round(1_000_000 / 131)
@@ -314,19 +314,10 @@ def judged(figure, mark):
     return f"at most {mark}", "met" if figure <= mark else "missed"
 
 
-def document(path, table):
-    """Replaces what stands between the markers of the document by this run's table."""
-    release = platform.freedesktop_os_release()["PRETTY_NAME"]
+def computer():
     processor = re.search("^model name.*: (.*)", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
-    lines = [f"{processor[1]}, {os.cpu_count()} cores, {release}, {datetime.date.today()}:", ""]
-    for number, row in enumerate(table):
-        lines.append("| " + " | ".join(row).replace("missed", "**missed**") + " |")
-        if number == 0:
-            lines.append("|---" * len(row) + "|")
-    begin, end = "<!-- figures -->\n", "<!-- end of figures -->\n"
-    before, rest = path.read_text().split(begin)
-    after = rest.split(end)[1]
-    path.write_text(before + begin + "\n" + "\n".join(lines) + "\n\n" + end + after)
+    release = platform.freedesktop_os_release()["PRETTY_NAME"]
+    return f"{os.cpu_count()} cores of {processor[1]}, {release}"
 
 
 def main():
@@ -348,7 +339,7 @@ def main():
     hide_paths()
 
     medians, failed = {}, False
-    table = [("what", "against", "figure", "mark", "", "made of")]
+    table = [("what", "against", "figure", "mark", "", f"made of, on {computer()}")]
     widths = (29, 24, 16, 15, 8, 0)
 
     def show(cells):
@@ -372,7 +363,9 @@ def main():
         show(row)
         table.append(row)
     if arguments.document and not failed:
-        document(arguments.document, table)
+        rows = "\n".join("\t".join(row) for row in table).replace("missed", "**missed**")
+        command = [ROOT / "scripts" / "document", arguments.document, "figures"]
+        subprocess.run(command, check=True, input=rows, text=True)
     return 1 if failed else 0
 
 
