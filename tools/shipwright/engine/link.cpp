@@ -150,7 +150,9 @@ void Link::write(const QCanBusFrame &frame)
 {
     // Qt's socketcan plugin has no queue: it refuses a frame while the interface's queue is full.
     const qint64 start = m_clock.now();
-    m_clock.wait(0);
+    // Handling events costs several times as much as a frame; a millisecond later is soon enough.
+    if (std::exchange(m_lastEvents, start) != start)
+        m_clock.wait(0);
     collectReceived();
     checkAlone();
     checkUsable();

@@ -80,6 +80,7 @@ private:
     std::optional<QCanBusFrame> m_heldBack; ///< by a swap, until the next frame is sent
     std::deque<QCanBusFrame> m_received;
     std::deque<QCanBusFrame> m_unechoed; ///< sent, and not echoed yet
+    qint64 m_lastEvents = -1;            ///< when events were handled before a frame
     bool m_mayEcho = true; ///< false once an answer has come without an echo of its command
     std::optional<QCanBusFrame> m_foreign;
     QString m_lastErrorFrame;
