@@ -271,6 +271,7 @@ void ProductionLine::stop()
     }
 }
 
+// NOLINTBEGIN(misc-no-recursion): a start that fails comes back here at most once, with a unit
 void ProductionLine::start(Lane &lane, const QStringList &arguments)
 {
     lane.failure = {};
@@ -349,6 +350,7 @@ void ProductionLine::give(Lane &lane)
     show(lane, u"started"_s, u"%1 started."_s.arg(unit->serial));
     start(lane, m_provision + unit->options);
 }
+// NOLINTEND(misc-no-recursion)
 
 void ProductionLine::unitEnded(Lane &lane, int status)
 {

@@ -17,7 +17,7 @@ void setSerial(Session &session, const QString &text)
 
 namespace {
 
-Exit runSetserial(Session &session, const CommandLine &line)
+Exit runSetSerial(Session &session, const CommandLine &line)
 {
     const SendSettings settings(line);
     const QString text = line.arguments.first();
@@ -36,6 +36,6 @@ const Command setSerialCommand{
     .leastArguments = 1,
     .mostArguments = 1,
     .options = {busOptions, sendOptions, receiverOptions, slotOptions},
-    .run = runSetserial};
+    .run = runSetSerial};
 
 } // namespace Shipwright

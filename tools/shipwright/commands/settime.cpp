@@ -36,7 +36,7 @@ void setTime(Session &session, const TimeSetting &setting)
 
 namespace {
 
-Exit runSettime(Session &session, const CommandLine &line)
+Exit runSetTime(Session &session, const CommandLine &line)
 {
     const SendSettings settings(line);
     const TimeSetting time = readTime(line.arguments.value(0, u"now"_s));
@@ -53,6 +53,6 @@ const Command setTimeCommand{
     .summary = "Set the receiver's clock to this computer's time or to an ISO 8601 time.",
     .mostArguments = 1,
     .options = {busOptions, sendOptions, receiverOptions, slotOptions},
-    .run = runSettime};
+    .run = runSetTime};
 
 } // namespace Shipwright
